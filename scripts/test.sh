@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# The test command: installs the dependencies, builds, and runs every test,
+# first in a plain build, then again with AddressSanitizer and
+# UndefinedBehaviorSanitizer. Exits non-zero on any failure in either.
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+cd "$root"
+
+scripts/install-deps.sh
+
+jobs=$(nproc 2>/dev/null || echo 2)
+status=0
+
+run_build() {
+    local dir=$1
+    shift
+    echo "== configure $dir"
+    cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >"$dir.configure.log" 2>&1 ||
+        { cat "$dir.configure.log"; return 1; }
+    echo "== build $dir"
+    cmake --build "$dir" -j "$jobs" || return 1
+    echo "== test $dir"
+    ctest --test-dir "$dir" -j "$jobs" --output-on-failure --timeout 600 || return 1
+}
+
+mkdir -p build build-asan
+run_build build || status=1
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+    run_build build-asan -DORVANE_SANITIZE=ON || status=1
+
+if ((status != 0)); then
+    echo "test.sh: FAILED" >&2
+else
+    echo "test.sh: all tests passed in both builds"
+fi
+exit $status
