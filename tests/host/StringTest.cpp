@@ -1,0 +1,108 @@
+#include <gtest/gtest.h>
+
+#include <cstdarg>
+
+#include "host/String.h"
+
+using ORVANE::VCM::CString;
+
+namespace {
+
+CString FormatThroughV(const wchar_t* pszFormat, ...)
+{
+    va_list args;
+    va_start(args, pszFormat);
+    CString str;
+    str.FormatV(pszFormat, args);
+    va_end(args);
+    return str;
+}
+
+} // namespace
+
+TEST(CString, ConstructAndAssign)
+{
+    CString strEmpty;
+    EXPECT_EQ(0, strEmpty.GetLength());
+    CString strA(L"depot");
+    CString strB(strA);
+    EXPECT_TRUE(strB == CString(L"depot"));
+    strB = L"main";
+    EXPECT_TRUE(strA == CString(L"depot"));
+    EXPECT_TRUE(strB == CString(L"main"));
+    strB = wxString(L"rel1");
+    EXPECT_TRUE(strB == CString(L"rel1"));
+    const wchar_t* pszNull = nullptr;
+    CString strNull(pszNull);
+    EXPECT_EQ(0, strNull.GetLength());
+}
+
+TEST(CString, LengthAndCharacters)
+{
+    CString str(L"Grüße");
+    EXPECT_EQ(5, str.GetLength());
+    EXPECT_EQ(L'G', str.GetAt(0));
+    EXPECT_EQ(L'ü', str.GetAt(2));
+    EXPECT_EQ(L'e', str.GetAt(4));
+}
+
+TEST(CString, CompareNoCase)
+{
+    CString str(L"Jo");
+    EXPECT_EQ(0, str.CompareNoCase(L"JO"));
+    EXPECT_EQ(0, str.CompareNoCase(L"jo"));
+    EXPECT_NE(0, str.CompareNoCase(L"joe"));
+    EXPECT_FALSE(str == CString(L"jo"));
+    EXPECT_TRUE(str != CString(L"jo"));
+}
+
+TEST(CString, Trim)
+{
+    CString str(L" \t Fix A \n");
+    EXPECT_EQ(&str, &str.TrimLeft());
+    EXPECT_TRUE(str == CString(L"Fix A \n"));
+    str.TrimRight();
+    EXPECT_TRUE(str == CString(L"Fix A"));
+}
+
+TEST(CString, Find)
+{
+    CString str(L"a.b.c");
+    EXPECT_EQ(1, str.Find(L'.', 0));
+    EXPECT_EQ(3, str.Find(L'.', 2));
+    EXPECT_EQ(-1, str.Find(L'.', 4));
+    EXPECT_EQ(-1, str.Find(L'x', 0));
+    EXPECT_EQ(2, str.Find(L"b.c", 0));
+    EXPECT_EQ(-1, str.Find(L"b.c", 3));
+    EXPECT_EQ(-1, str.Find(L'.', 99));
+    EXPECT_EQ(-1, str.Find(L'.', -1));
+}
+
+TEST(CString, Append)
+{
+    CString str(L"a");
+    str += CString(L"b");
+    str += L"c";
+    str += L'd';
+    EXPECT_TRUE(str == CString(L"abcd"));
+}
+
+TEST(CString, FormatWithTypedArguments)
+{
+    CString strName(L"main");
+    CString str;
+    str.Format(L"%s@%s (%d, %u)", strName, CString(L"ws1"), -3, 4000000000u);
+    EXPECT_TRUE(str == CString(L"main@ws1 (-3, 4000000000)"));
+}
+
+TEST(CString, FormatMayUseItsOwnText)
+{
+    CString str(L"abc");
+    str.Format(L"%s-%s", str, str);
+    EXPECT_TRUE(str == CString(L"abc-abc"));
+}
+
+TEST(CString, FormatV)
+{
+    EXPECT_TRUE(FormatThroughV(L"%d: %ls", 3599, L"line") == CString(L"3599: line"));
+}
