@@ -1,0 +1,5 @@
+// The provider framework and the staging store.
+#pragma once
+
+#include "mce/StagingRecords.h"
+#include "mce/StagingTables.h"
