@@ -1,0 +1,798 @@
+#include "host/ProcessCapture.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <wx/strconv.h>
+
+extern char** environ;
+
+namespace ORVANE
+{
+namespace VCM
+{
+
+namespace
+{
+
+// Output kept in memory up to this size per stream; beyond it the whole
+// stream moves to an unlinked temporary file.
+const size_t s_nMemoryLimit = 4u << 20;
+// Size of the chunks moved between the pipes, the spool file and the readers.
+const size_t s_nChunkSize = 64u << 10;
+
+// Exit statuses of a child that could not be started, as a shell gives them.
+const int s_nStatusNotFound = 127;
+const int s_nStatusCannotExecute = 126;
+
+std::string ErrorText(int nError)
+{
+    char acBuffer[256];
+    // GNU strerror_r: returns the text, not necessarily in acBuffer.
+    const char* psz = strerror_r(nError, acBuffer, sizeof(acBuffer));
+    return psz ? std::string(psz) : std::string("unknown error");
+}
+
+void CloseFd(int& nFd)
+{
+    if (nFd >= 0)
+    {
+        // Linux always releases the descriptor, even when close reports EINTR.
+        ::close(nFd);
+        nFd = -1;
+    }
+}
+
+// Moves a descriptor above the standard ones, so that it can never be
+// confused with 0, 1 or 2 when the child's streams are set up (this happens
+// when our own standard streams are closed).
+bool MoveAboveStandard(int& nFd)
+{
+    if (nFd > STDERR_FILENO)
+        return true;
+    const int nNew = ::fcntl(nFd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int nError = errno;
+    ::close(nFd);
+    nFd = nNew;
+    errno = nError;
+    return nNew >= 0;
+}
+
+bool MakePipe(int anFds[2])
+{
+    anFds[0] = anFds[1] = -1;
+    if (::pipe2(anFds, O_CLOEXEC) != 0)
+        return false;
+    if (!MoveAboveStandard(anFds[0]) || !MoveAboveStandard(anFds[1]))
+    {
+        CloseFd(anFds[0]);
+        CloseFd(anFds[1]);
+        return false;
+    }
+    return true;
+}
+
+bool SetNonBlocking(int nFd)
+{
+    const int nFlags = ::fcntl(nFd, F_GETFL);
+    return nFlags >= 0 && ::fcntl(nFd, F_SETFL, nFlags | O_NONBLOCK) == 0;
+}
+
+// Opens an anonymous read-write file in the temporary folder: O_TMPFILE
+// where the file system has it, otherwise a named file removed at once.
+int OpenSpoolFile()
+{
+    std::vector<std::string> astrFolders;
+    const char* pszTmp = std::getenv("TMPDIR");
+    if (pszTmp && *pszTmp)
+        astrFolders.emplace_back(pszTmp);
+    astrFolders.emplace_back("/tmp");
+
+    int nError = 0;
+    for (const std::string& strFolder : astrFolders)
+    {
+        int nFd;
+        do
+            nFd = ::open(strFolder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+        while (nFd < 0 && errno == EINTR);
+        if (nFd < 0)
+        {
+            std::string strTemplate = strFolder + "/orvane-capture-XXXXXX";
+            std::vector<char> acName(strTemplate.begin(), strTemplate.end());
+            acName.push_back('\0');
+            nFd = ::mkostemp(acName.data(), O_CLOEXEC);
+            if (nFd >= 0)
+                ::unlink(acName.data());
+        }
+        if (nFd >= 0 && MoveAboveStandard(nFd))
+            return nFd;
+        nError = errno;
+    }
+    errno = nError;
+    return -1;
+}
+
+bool WriteAll(int nFd, const char* p, size_t n)
+{
+    while (n > 0)
+    {
+        const ssize_t nDone = ::write(nFd, p, n);
+        if (nDone < 0)
+        {
+            if (errno == EINTR)
+                continue;
+            return false;
+        }
+        if (nDone == 0)
+        {
+            errno = ENOSPC;
+            return false;
+        }
+        p += nDone;
+        n -= static_cast<size_t>(nDone);
+    }
+    return true;
+}
+
+// Everything one child wrote on one of its streams: in memory while it is
+// small, in an unlinked temporary file once it grows beyond the limit.
+class CCaptureBuffer
+{
+public:
+    CCaptureBuffer() = default;
+    CCaptureBuffer(const CCaptureBuffer&) = delete;
+    CCaptureBuffer& operator=(const CCaptureBuffer&) = delete;
+    ~CCaptureBuffer() { CloseFd(m_nFile); }
+
+    void Clear()
+    {
+        CloseFd(m_nFile);
+        // Give back what a big capture held; a small one keeps its storage.
+        if (m_acMemory.capacity() > s_nChunkSize)
+            std::vector<char>().swap(m_acMemory);
+        else
+            m_acMemory.clear();
+        m_nSize = 0;
+        m_strNote.clear();
+        m_bFailed = false;
+        m_nError = 0;
+    }
+
+    // Appends bytes; false (and the capture marked failed) when they could
+    // not be kept. Bytes after a failure are dropped.
+    bool Append(const char* p, size_t n)
+    {
+        if (m_bFailed)
+            return false;
+        if (n == 0)
+            return true;
+        if (m_nFile < 0 && m_acMemory.size() + n > s_nMemoryLimit)
+        {
+            const int nFile = OpenSpoolFile();
+            if (nFile < 0 || !WriteAll(nFile, m_acMemory.data(), m_acMemory.size()))
+                return Fail(nFile);
+            m_nFile = nFile;
+            std::vector<char>().swap(m_acMemory);
+        }
+        if (m_nFile >= 0)
+        {
+            if (!WriteAll(m_nFile, p, n))
+                return Fail(-1);
+        }
+        else
+            m_acMemory.insert(m_acMemory.end(), p, p + n);
+        m_nSize += n;
+        return true;
+    }
+
+    // Adds a line of our own after the captured bytes. Kept in memory, so it
+    // is there even when the capture itself has failed.
+    void AppendNote(const std::string& strLine) { m_strNote += strLine; }
+
+    // Copies up to n bytes from offset nPos; the count copied, 0 at the end
+    // or on a read error (errno set, and not 0, in that case).
+    size_t ReadAt(uint64_t nPos, char* p, size_t n) const
+    {
+        errno = 0;
+        if (nPos >= GetSize() || n == 0)
+            return 0;
+        if (nPos >= m_nSize)
+        {
+            const size_t nOffset = static_cast<size_t>(nPos - m_nSize);
+            n = std::min(n, m_strNote.size() - nOffset);
+            std::memcpy(p, m_strNote.data() + nOffset, n);
+            return n;
+        }
+        n = static_cast<size_t>(std::min<uint64_t>(n, m_nSize - nPos));
+        if (m_nFile < 0)
+        {
+            std::memcpy(p, m_acMemory.data() + nPos, n);
+            return n;
+        }
+        for (;;)
+        {
+            const ssize_t nDone = ::pread(m_nFile, p, n, static_cast<off_t>(nPos));
+            if (nDone >= 0)
+            {
+                if (nDone == 0)
+                    errno = EIO; // the file is shorter than what we wrote
+                return static_cast<size_t>(nDone);
+            }
+            if (errno != EINTR)
+                return 0;
+        }
+    }
+
+    uint64_t GetSize() const { return m_nSize + m_strNote.size(); }
+    bool IsSpooled() const { return m_nFile >= 0; }
+    bool HasFailed() const { return m_bFailed; }
+    int GetError() const { return m_nError; }
+
+private:
+    bool Fail(int nFile)
+    {
+        m_nError = errno ? errno : EIO;
+        CloseFd(nFile);
+        m_bFailed = true;
+        return false;
+    }
+
+    std::vector<char> m_acMemory;
+    int m_nFile = -1;
+    // Bytes kept (in memory or in the file), not counting the note.
+    uint64_t m_nSize = 0;
+    std::string m_strNote;
+    bool m_bFailed = false;
+    int m_nError = 0;
+};
+
+// Reads a capture from its first byte. Eof() is true exactly when every byte
+// has been consumed (nothing pushed back with Ungetch), whether or not a read
+// has already failed at the end.
+class CCaptureInputStream : public wxInputStream
+{
+public:
+    explicit CCaptureInputStream(const CCaptureBuffer& cBuffer) : m_cBuffer(cBuffer) {}
+
+    // Back to the first byte of a (new) capture, pushed-back bytes dropped.
+    void Rewind()
+    {
+        char acDiscard[256];
+        while (m_wbacksize > m_wbackcur)
+            GetWBack(acDiscard, sizeof(acDiscard));
+        m_nPos = 0;
+        m_nCacheStart = 0;
+        m_nCacheLength = 0;
+        m_lastcount = 0;
+        Reset();
+    }
+
+    bool Eof() const override
+    {
+        if (m_wbacksize > m_wbackcur)
+            return false;
+        return m_lasterror == wxSTREAM_EOF || m_nPos >= m_cBuffer.GetSize();
+    }
+    bool CanRead() const override { return m_lasterror != wxSTREAM_READ_ERROR && !Eof(); }
+    wxFileOffset GetLength() const override { return static_cast<wxFileOffset>(m_cBuffer.GetSize()); }
+    bool IsSeekable() const override { return true; }
+
+protected:
+    size_t OnSysRead(void* pBuffer, size_t nSize) override
+    {
+        const uint64_t nTotal = m_cBuffer.GetSize();
+        if (m_nPos >= nTotal)
+        {
+            m_lasterror = wxSTREAM_EOF;
+            return 0;
+        }
+        char* p = static_cast<char*>(pBuffer);
+        size_t nDone = 0;
+        if (!m_cBuffer.IsSpooled() || nSize >= s_nChunkSize)
+        {
+            // Memory is copied directly; big reads from the file bypass the cache.
+            nDone = m_cBuffer.ReadAt(m_nPos, p, nSize);
+        }
+        else
+        {
+            // Small reads from the file (type codes, short strings) go
+            // through a window of the file, so they cost no system call each.
+            if (m_nPos < m_nCacheStart || m_nPos >= m_nCacheStart + m_nCacheLength)
+            {
+                if (m_acCache.empty())
+                    m_acCache.resize(s_nChunkSize);
+                m_nCacheStart = m_nPos;
+                m_nCacheLength = m_cBuffer.ReadAt(m_nPos, m_acCache.data(), m_acCache.size());
+            }
+            if (m_nPos >= m_nCacheStart && m_nPos < m_nCacheStart + m_nCacheLength)
+            {
+                const size_t nOffset = static_cast<size_t>(m_nPos - m_nCacheStart);
+                nDone = std::min(nSize, m_nCacheLength - nOffset);
+                std::memcpy(p, m_acCache.data() + nOffset, nDone);
+            }
+        }
+        if (nDone == 0)
+        {
+            m_lasterror = wxSTREAM_READ_ERROR;
+            return 0;
+        }
+        m_nPos += nDone;
+        return nDone;
+    }
+
+    wxFileOffset OnSysSeek(wxFileOffset nPos, wxSeekMode eMode) override
+    {
+        const wxFileOffset nTotal = static_cast<wxFileOffset>(m_cBuffer.GetSize());
+        wxFileOffset nNew;
+        switch (eMode)
+        {
+        case wxFromStart:
+            nNew = nPos;
+            break;
+        case wxFromCurrent:
+            nNew = static_cast<wxFileOffset>(m_nPos) + nPos;
+            break;
+        case wxFromEnd:
+            nNew = nTotal + nPos;
+            break;
+        default:
+            return wxInvalidOffset;
+        }
+        if (nNew < 0 || nNew > nTotal)
+            return wxInvalidOffset;
+        m_nPos = static_cast<uint64_t>(nNew);
+        return nNew;
+    }
+
+    wxFileOffset OnSysTell() const override { return static_cast<wxFileOffset>(m_nPos); }
+
+private:
+    const CCaptureBuffer& m_cBuffer;
+    uint64_t m_nPos = 0;
+    std::vector<char> m_acCache;
+    uint64_t m_nCacheStart = 0;
+    size_t m_nCacheLength = 0;
+};
+
+// Collects the next child's standard input in memory.
+class CInputCollector : public wxOutputStream
+{
+public:
+    const std::vector<char>& GetData() const { return m_acData; }
+
+    void Clear()
+    {
+        std::vector<char>().swap(m_acData);
+        m_lastcount = 0;
+        Reset();
+    }
+
+    wxFileOffset GetLength() const override { return static_cast<wxFileOffset>(m_acData.size()); }
+
+protected:
+    size_t OnSysWrite(const void* pBuffer, size_t nSize) override
+    {
+        const char* p = static_cast<const char*>(pBuffer);
+        m_acData.insert(m_acData.end(), p, p + nSize);
+        return nSize;
+    }
+    wxFileOffset OnSysTell() const override { return static_cast<wxFileOffset>(m_acData.size()); }
+
+private:
+    std::vector<char> m_acData;
+};
+
+// Splits a command line at blanks; text in double quotes belongs to one
+// argument and loses its quotes. A quote left open runs to the end.
+std::vector<wxString> SplitCommandLine(const wxString& strLine)
+{
+    std::vector<wxString> astrArgs;
+    wxString strArg;
+    bool bInArg = false;
+    bool bInQuotes = false;
+    for (wxString::const_iterator it = strLine.begin(); it != strLine.end(); ++it)
+    {
+        const wxUniChar ch = *it;
+        if (bInQuotes)
+        {
+            if (ch == '"')
+                bInQuotes = false;
+            else
+                strArg += ch;
+        }
+        else if (ch == ' ' || ch == '\t')
+        {
+            if (bInArg)
+            {
+                astrArgs.push_back(strArg);
+                strArg.clear();
+                bInArg = false;
+            }
+        }
+        else
+        {
+            bInArg = true;
+            if (ch == '"')
+                bInQuotes = true;
+            else
+                strArg += ch;
+        }
+    }
+    if (bInArg)
+        astrArgs.push_back(strArg);
+    return astrArgs;
+}
+
+// Text to bytes with the C library's locale; false when some character has
+// no representation there.
+bool ToLibcBytes(const wxString& str, std::string& strBytes)
+{
+    strBytes.clear();
+    if (str.empty())
+        return true;
+    const wxWCharBuffer awc = str.wc_str();
+    const size_t nLength = str.length();
+    const size_t nNeeded = wxConvLibc.FromWChar(nullptr, 0, awc.data(), nLength);
+    if (nNeeded == wxCONV_FAILED)
+        return false;
+    std::vector<char> ac(nNeeded + 1);
+    if (wxConvLibc.FromWChar(ac.data(), ac.size(), awc.data(), nLength) == wxCONV_FAILED)
+        return false;
+    strBytes.assign(ac.data(), nNeeded);
+    // An argument cannot hold a NUL byte.
+    return strBytes.find('\0') == std::string::npos;
+}
+
+// Keeps SIGPIPE from this thread while it writes to a child that may have
+// gone: the write then fails with EPIPE instead, and the signal it raised is
+// consumed before the mask is restored. A SIGPIPE that was already pending
+// stays pending.
+class CSigPipeGuard
+{
+public:
+    CSigPipeGuard()
+    {
+        sigemptyset(&m_cPipeSet);
+        sigaddset(&m_cPipeSet, SIGPIPE);
+        sigset_t cPending;
+        sigemptyset(&cPending);
+        m_bWasPending = sigpending(&cPending) == 0 && sigismember(&cPending, SIGPIPE) == 1;
+        m_bActive = pthread_sigmask(SIG_BLOCK, &m_cPipeSet, &m_cOldMask) == 0;
+    }
+    CSigPipeGuard(const CSigPipeGuard&) = delete;
+    CSigPipeGuard& operator=(const CSigPipeGuard&) = delete;
+    ~CSigPipeGuard()
+    {
+        if (!m_bActive)
+            return;
+        if (m_bBrokenPipe && !m_bWasPending)
+        {
+            const struct timespec cZero = {0, 0};
+            while (sigtimedwait(&m_cPipeSet, nullptr, &cZero) < 0 && errno == EINTR)
+            {
+            }
+        }
+        pthread_sigmask(SIG_SETMASK, &m_cOldMask, nullptr);
+    }
+
+    void NoteBrokenPipe() { m_bBrokenPipe = true; }
+
+private:
+    sigset_t m_cPipeSet;
+    sigset_t m_cOldMask;
+    bool m_bWasPending = false;
+    bool m_bActive = false;
+    bool m_bBrokenPipe = false;
+};
+
+} // namespace
+
+struct CProcessCapture::TImpl
+{
+    TImpl() : m_cOutStream(m_cOut), m_cErrStream(m_cErr) {}
+
+    int Run(const CString& strCommandLine);
+    int Spawn(const std::vector<std::string>& astrArgs, int nIn, int nOut, int nErr, pid_t& nPid);
+    void Pump(int nIn, int nOut, int nErr);
+    void ReportStartFailure(const std::string& strMessage);
+
+    CCaptureBuffer m_cOut;
+    CCaptureBuffer m_cErr;
+    CCaptureInputStream m_cOutStream;
+    CCaptureInputStream m_cErrStream;
+    CInputCollector m_cIn;
+};
+
+void CProcessCapture::TImpl::ReportStartFailure(const std::string& strMessage)
+{
+    m_cErr.AppendNote(strMessage + "\n");
+}
+
+int CProcessCapture::TImpl::Spawn(const std::vector<std::string>& astrArgs, int nIn, int nOut, int nErr, pid_t& nPid)
+{
+    std::vector<char*> apszArgv;
+    apszArgv.reserve(astrArgs.size() + 1);
+    for (const std::string& strArg : astrArgs)
+        apszArgv.push_back(const_cast<char*>(strArg.c_str()));
+    apszArgv.push_back(nullptr);
+
+    posix_spawn_file_actions_t cActions;
+    posix_spawnattr_t cAttr;
+    int nResult = posix_spawn_file_actions_init(&cActions);
+    if (nResult != 0)
+        return nResult;
+    nResult = posix_spawnattr_init(&cAttr);
+    if (nResult != 0)
+    {
+        posix_spawn_file_actions_destroy(&cActions);
+        return nResult;
+    }
+
+    // The child's streams; every other descriptor of ours is close-on-exec,
+    // and whatever someone else left open is closed as well.
+    if (nResult == 0)
+        nResult = posix_spawn_file_actions_adddup2(&cActions, nIn, STDIN_FILENO);
+    if (nResult == 0)
+        nResult = posix_spawn_file_actions_adddup2(&cActions, nOut, STDOUT_FILENO);
+    if (nResult == 0)
+        nResult = posix_spawn_file_actions_adddup2(&cActions, nErr, STDERR_FILENO);
+#if defined(__GLIBC__) && (__GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 34))
+    if (nResult == 0)
+        nResult = posix_spawn_file_actions_addclosefrom_np(&cActions, STDERR_FILENO + 1);
+#endif
+
+    // Default dispositions for every signal and nothing blocked, whatever the
+    // caller's thread has set up (we block SIGPIPE ourselves meanwhile).
+    sigset_t cAll;
+    sigset_t cNone;
+    sigfillset(&cAll);
+    sigemptyset(&cNone);
+    if (nResult == 0)
+        nResult = posix_spawnattr_setsigdefault(&cAttr, &cAll);
+    if (nResult == 0)
+        nResult = posix_spawnattr_setsigmask(&cAttr, &cNone);
+    if (nResult == 0)
+        nResult = posix_spawnattr_setflags(&cAttr, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+
+    // The environment as it is now, so that changes made just before the
+    // call are seen; the program is looked up along PATH like execvp.
+    if (nResult == 0)
+        nResult = posix_spawnp(&nPid, apszArgv[0], &cActions, &cAttr, apszArgv.data(), environ);
+
+    posix_spawnattr_destroy(&cAttr);
+    posix_spawn_file_actions_destroy(&cActions);
+    return nResult;
+}
+
+void CProcessCapture::TImpl::Pump(int nIn, int nOut, int nErr)
+{
+    const std::vector<char>& acInput = m_cIn.GetData();
+    size_t nInputPos = 0;
+    CSigPipeGuard cGuard;
+    std::vector<char> acChunk(s_nChunkSize);
+
+    if (nIn >= 0 && acInput.empty())
+        CloseFd(nIn);
+
+    while (nIn >= 0 || nOut >= 0 || nErr >= 0)
+    {
+        struct pollfd acPoll[3];
+        nfds_t nCount = 0;
+        int* apnFd[3];
+        if (nIn >= 0)
+        {
+            acPoll[nCount] = {nIn, POLLOUT, 0};
+            apnFd[nCount++] = &nIn;
+        }
+        if (nOut >= 0)
+        {
+            acPoll[nCount] = {nOut, POLLIN, 0};
+            apnFd[nCount++] = &nOut;
+        }
+        if (nErr >= 0)
+        {
+            acPoll[nCount] = {nErr, POLLIN, 0};
+            apnFd[nCount++] = &nErr;
+        }
+
+        if (::poll(acPoll, nCount, -1) < 0)
+        {
+            if (errno == EINTR || errno == EAGAIN)
+                continue;
+            // Cannot wait any more: stop feeding and reading; the child sees
+            // its pipes closed.
+            CloseFd(nIn);
+            CloseFd(nOut);
+            CloseFd(nErr);
+            break;
+        }
+
+        for (nfds_t i = 0; i < nCount; ++i)
+        {
+            if (acPoll[i].revents == 0)
+                continue;
+            int& nFd = *apnFd[i];
+            if (&nFd == &nIn)
+            {
+                const ssize_t nDone = ::write(nFd, acInput.data() + nInputPos, acInput.size() - nInputPos);
+                if (nDone > 0)
+                {
+                    nInputPos += static_cast<size_t>(nDone);
+                    if (nInputPos == acInput.size())
+                        CloseFd(nFd);
+                }
+                else if (nDone < 0 && errno != EINTR && errno != EAGAIN)
+                {
+                    // The child closed its input (EPIPE) or the pipe broke:
+                    // the rest of the input is dropped.
+                    if (errno == EPIPE)
+                        cGuard.NoteBrokenPipe();
+                    CloseFd(nFd);
+                }
+                continue;
+            }
+
+            CCaptureBuffer& cCapture = &nFd == &nOut ? m_cOut : m_cErr;
+            // Drain what is there now; the next poll tells when there is more.
+            for (;;)
+            {
+                const ssize_t nDone = ::read(nFd, acChunk.data(), acChunk.size());
+                if (nDone > 0)
+                {
+                    // A capture that cannot keep its bytes still drains the
+                    // pipe, so that the child is never blocked.
+                    cCapture.Append(acChunk.data(), static_cast<size_t>(nDone));
+                    if (static_cast<size_t>(nDone) < acChunk.size())
+                        break;
+                    continue;
+                }
+                if (nDone < 0 && errno == EINTR)
+                    continue;
+                if (nDone < 0 && errno == EAGAIN)
+                    break;
+                // End of output (or a broken pipe).
+                CloseFd(nFd);
+                break;
+            }
+        }
+    }
+}
+
+int CProcessCapture::TImpl::Run(const CString& strCommandLine)
+{
+    m_cOut.Clear();
+    m_cErr.Clear();
+    m_cOutStream.Rewind();
+    m_cErrStream.Rewind();
+
+    int nStatus = 0;
+    const std::vector<wxString> astrWide = SplitCommandLine(strCommandLine);
+    std::vector<std::string> astrArgs;
+    astrArgs.reserve(astrWide.size());
+    for (const wxString& strWide : astrWide)
+    {
+        std::string strArg;
+        if (!ToLibcBytes(strWide, strArg))
+        {
+            std::string strProgram;
+            if (!ToLibcBytes(astrWide[0], strProgram))
+                strProgram = "?";
+            ReportStartFailure("cannot run '" + strProgram +
+                               "': the command line cannot be represented in the current locale");
+            m_cIn.Clear();
+            return s_nStatusNotFound;
+        }
+        astrArgs.push_back(strArg);
+    }
+    if (astrArgs.empty())
+    {
+        ReportStartFailure("cannot run '': empty command line");
+        m_cIn.Clear();
+        return s_nStatusNotFound;
+    }
+
+    int anIn[2] = {-1, -1};
+    int anOut[2] = {-1, -1};
+    int anErr[2] = {-1, -1};
+    if (!MakePipe(anIn) || !MakePipe(anOut) || !MakePipe(anErr) || !SetNonBlocking(anIn[1]) ||
+        !SetNonBlocking(anOut[0]) || !SetNonBlocking(anErr[0]))
+    {
+        const int nError = errno;
+        for (int* pnFd : {&anIn[0], &anIn[1], &anOut[0], &anOut[1], &anErr[0], &anErr[1]})
+            CloseFd(*pnFd);
+        ReportStartFailure("cannot run '" + astrArgs[0] + "': " + ErrorText(nError));
+        m_cIn.Clear();
+        return s_nStatusCannotExecute;
+    }
+
+    pid_t nPid = -1;
+    const int nSpawnError = Spawn(astrArgs, anIn[0], anOut[1], anErr[1], nPid);
+    // The child's ends belong to the child now (or to nobody).
+    CloseFd(anIn[0]);
+    CloseFd(anOut[1]);
+    CloseFd(anErr[1]);
+
+    if (nSpawnError != 0)
+    {
+        CloseFd(anIn[1]);
+        CloseFd(anOut[0]);
+        CloseFd(anErr[0]);
+        ReportStartFailure("cannot run '" + astrArgs[0] + "': " + ErrorText(nSpawnError));
+        m_cIn.Clear();
+        return nSpawnError == ENOENT || nSpawnError == ENOTDIR ? s_nStatusNotFound : s_nStatusCannotExecute;
+    }
+
+    Pump(anIn[1], anOut[0], anErr[0]);
+    m_cIn.Clear();
+
+    int nWaitStatus = 0;
+    pid_t nWaited;
+    do
+        nWaited = ::waitpid(nPid, &nWaitStatus, 0);
+    while (nWaited < 0 && errno == EINTR);
+
+    if (nWaited != nPid)
+        nStatus = -1; // reaped behind our back (SIGCHLD ignored): status unknown
+    else if (WIFEXITED(nWaitStatus))
+        nStatus = WEXITSTATUS(nWaitStatus);
+    else if (WIFSIGNALED(nWaitStatus))
+        nStatus = 128 + WTERMSIG(nWaitStatus);
+    else
+        nStatus = -1;
+
+    // Output that could not be kept completely must not pass for a success.
+    for (const CCaptureBuffer* pCapture : {&m_cOut, &m_cErr})
+    {
+        if (!pCapture->HasFailed())
+            continue;
+        const char* pszStream = pCapture == &m_cOut ? "standard output" : "standard error";
+        m_cErr.AppendNote(std::string(pszStream) + " of '" + astrArgs[0] +
+                          "' could not be captured completely: " + ErrorText(pCapture->GetError()) + "\n");
+        if (nStatus == 0)
+            nStatus = 1;
+    }
+    return nStatus;
+}
+
+CProcessCapture::CProcessCapture() : m_pImpl(new TImpl) {}
+
+CProcessCapture::~CProcessCapture() = default;
+
+int CProcessCapture::Execute(const CString& strCommandLine)
+{
+    return m_pImpl->Run(strCommandLine);
+}
+
+wxInputStream* CProcessCapture::GetStdOutputStream()
+{
+    return &m_pImpl->m_cOutStream;
+}
+
+wxInputStream* CProcessCapture::GetStdErrorStream()
+{
+    return &m_pImpl->m_cErrStream;
+}
+
+wxOutputStream* CProcessCapture::GetStdInputStream()
+{
+    return &m_pImpl->m_cIn;
+}
+
+} // namespace VCM
+} // namespace ORVANE
