@@ -106,11 +106,26 @@ std::string Garble(const std::string& out)
     }
     if (mode == "length") {
         // The last string's length runs past the end of the output.
-        size_t pos = s.rfind('s', s.size() > 6 ? s.size() - 6 : 0);
-        while (pos != std::string::npos && pos + 5 > s.size()) pos = pos ? s.rfind('s', pos - 1) : std::string::npos;
-        if (pos != std::string::npos) {
-            uint32_t len = uint32_t(s.size() - pos) + 1000;
-            for (int i = 0; i < 4; ++i) s[pos + 1 + i] = char((len >> (8 * i)) & 0xFF);
+        size_t pos = 0, last = std::string::npos;
+        while (pos < s.size()) {
+            char c = s[pos];
+            if (c == '{' || c == '0') {
+                ++pos;
+            } else if (c == 's' && pos + 5 <= s.size()) {
+                uint32_t len = uint32_t((unsigned char)s[pos + 1]) | (uint32_t((unsigned char)s[pos + 2]) << 8) |
+                               (uint32_t((unsigned char)s[pos + 3]) << 16) |
+                               (uint32_t((unsigned char)s[pos + 4]) << 24);
+                last = pos;
+                pos += 5 + len;
+            } else if (c == 'i') {
+                pos += 5;
+            } else {
+                break;
+            }
+        }
+        if (last != std::string::npos) {
+            uint32_t len = uint32_t(s.size() - last) + 1000;
+            for (int i = 0; i < 4; ++i) s[last + 1 + i] = char((len >> (8 * i)) & 0xFF);
         }
         return s;
     }

@@ -1,0 +1,79 @@
+// admin init, load and generate.
+#include "P4SimHarness.h"
+
+#include <gtest/gtest.h>
+
+using namespace p4simtest;
+
+TEST(AdminTest, InitRefusesAnExistingServer)
+{
+    SimServer sim;
+    Result r = sim.Admin({"init", sim.ServerDir()});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "p4sim: a server already exists in " + sim.ServerDir() + "\n");
+    EXPECT_EQ(sim.P4({"changes"}).out, "");
+}
+
+TEST(AdminTest, LoadIsAllOrNothing)
+{
+    SimServer sim;
+    sim.WriteFile(sim.Root() + "/bad.json",
+                  R"({"changes": [
+                       {"user": "jo", "time": 1, "description": "ok", "files": [{"path": "//depot/a", "action": "add", "content": "a"}]},
+                       {"user": "jo", "time": 2, "description": "bad", "files": [{"path": "//depot/b", "action": "edit", "content": "b"}]}]})");
+    Result r = sim.Admin({"load", sim.ServerDir(), sim.Root() + "/bad.json"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "p4sim admin: edit of //depot/b in change 2: no such file\n");
+    EXPECT_EQ(sim.P4({"changes"}).out, "");
+    sim.WriteFile(sim.Root() + "/syntax.json", "{\"changes\": [");
+    r = sim.Admin({"load", sim.ServerDir(), sim.Root() + "/syntax.json"});
+    EXPECT_EQ(r.status, 1);
+}
+
+TEST(AdminTest, LoadSetsUsersBranchesAndChanges)
+{
+    SimServer sim;
+    sim.Load(kHistory);
+    EXPECT_EQ(sim.P4({"users"}).out,
+              "jo <jo@example.com> (Jo Doe) accessed 2008/01/10\nmax <max@example.com> (Max Mustermann) accessed "
+              "2008/01/10\n");
+    EXPECT_EQ(sim.P4({"changes", "-m", "1"}).out, "Change 5 on 2008/01/10 by max@max-ws 'Integrate a into rel1 '\n");
+    // A second history continues the numbering.
+    sim.Load(R"({"changes": [{"user": "zed", "client": "z", "time": 1300000000, "description": "More",
+                 "files": [{"path": "//depot/main/new.txt", "action": "add", "content": "n\n"}]}]})");
+    EXPECT_EQ(sim.P4({"changes", "-m", "1"}).out, "Change 6 on 2011/03/13 by zed@z 'More '\n");
+    EXPECT_EQ(sim.P4({"users", "zed"}).out, "zed <zed@z> (zed) accessed 2011/03/13\n");
+}
+
+TEST(AdminTest, GenerateIsReproducible)
+{
+    SimServer a, b, c;
+    auto gen = [](SimServer& s, const char* seed) {
+        Result r = s.Admin({"generate", s.ServerDir(), "--changes", "60", "--branches", "3", "--files", "30",
+                            "--seed", seed, "--json", s.Root() + "/history.json"});
+        EXPECT_EQ(r.status, 0) << r.err;
+    };
+    gen(a, "7");
+    gen(b, "7");
+    gen(c, "8");
+    std::string ja = ReadFile(a.Root() + "/history.json");
+    EXPECT_EQ(ja, ReadFile(b.Root() + "/history.json"));
+    EXPECT_NE(ja, ReadFile(c.Root() + "/history.json"));
+    Result changes = a.P4({"-G", "changes"});
+    EXPECT_EQ(changes.out, b.P4({"-G", "changes"}).out);
+    Result list = a.P4({"changes"});
+    size_t lines = 0;
+    for (char ch : list.out) lines += ch == '\n';
+    EXPECT_EQ(lines, 60u);
+    for (const char* n : {"1", "17", "33", "60"}) {
+        EXPECT_EQ(a.P4({"-G", "describe", "-s", n}).out, b.P4({"-G", "describe", "-s", n}).out);
+    }
+    EXPECT_EQ(a.P4({"branches"}).out.substr(0, 12), "Branch rel1 ");
+    size_t branches = 0;
+    for (char ch : a.P4({"branches"}).out) branches += ch == '\n';
+    EXPECT_EQ(branches, 3u);
+    // The generated JSON loads into a server that answers the same.
+    SimServer d;
+    d.Load(ja);
+    EXPECT_EQ(d.P4({"-G", "describe", "-s", "60"}).out, a.P4({"-G", "describe", "-s", "60"}).out);
+}
