@@ -6,3 +6,9 @@ list(APPEND ORVANE_CORE_HEADERS
     VDBIterator.h
     VDBRecord.h
 )
+list(APPEND ORVANE_CORE_SOURCES
+    VDBIterator.cpp
+    VDBStore.cpp
+    VDBTable.cpp
+)
+list(APPEND ORVANE_CORE_LINK_PRIVATE SQLite::SQLite3)
