@@ -18,7 +18,8 @@ class CFilePathMemPool;
 class CFilePath
 {
 public:
-    explicit CFilePath(CFilePathMemPool* pPool = nullptr) { (void)pPool; }
+    CFilePath() = default;
+    explicit CFilePath(CFilePathMemPool* pPool) { (void)pPool; }
     CFilePath(const CFilePath& other, CFilePathMemPool* pPool = nullptr) : m_astrItems(other.m_astrItems)
     {
         (void)pPool;

@@ -21,8 +21,12 @@ int CString::Find(wchar_t ch, int nStart) const
 
 void CString::FormatV(const wchar_t* pszFormat, va_list args)
 {
+    // The C library's wide printf reads %s as a narrow string; the format
+    // is converted so that %s and %c take wide text, as callers write them.
+    wxFormatString cFormat(pszFormat ? pszFormat : L"");
+    const wchar_t* pszWide = cFormat;
     wxString strNew;
-    strNew.PrintfV(pszFormat ? pszFormat : L"", args);
+    strNew.PrintfV(pszWide, args);
     wxString::operator=(strNew);
 }
 

@@ -105,4 +105,6 @@ TEST(CString, FormatMayUseItsOwnText)
 TEST(CString, FormatV)
 {
     EXPECT_TRUE(FormatThroughV(L"%d: %ls", 3599, L"line") == CString(L"3599: line"));
+    // %s and %c take wide text, as everywhere in this code.
+    EXPECT_TRUE(FormatThroughV(L"%s|%5s|%-3s|%c|%%", L"Grüße", L"ab", L"x", L'ü') == CString(L"Grüße|   ab|x  |ü|%"));
 }

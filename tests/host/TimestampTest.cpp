@@ -31,6 +31,10 @@ TEST(CTimestamp, TimesAreSigned32Bit)
     EXPECT_EQ(-1, t.GetUTC());
     t.Set(static_cast<long>(0xffffffffL)); // wider than 32 bits: wraps
     EXPECT_EQ(-1, t.GetUTC());
+    t.Set(-1);
+    EXPECT_TRUE(t.Format(wxDateTime::GMT0) == CString(L"1969-12-31 23:59:59"));
+    t.Set(-2147483647L - 1);
+    EXPECT_TRUE(t.Format(wxDateTime::GMT0) == CString(L"1901-12-13 20:45:52"));
     t.Set(2147483647);
     EXPECT_TRUE(t.Format(wxDateTime::GMT0) == CString(L"2038-01-19 03:14:07"));
 }
