@@ -17,12 +17,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <regex>
 #include <string>
 #include <vector>
 
 #include <fcntl.h>
 #include <pwd.h>
+#include <regex.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -75,15 +75,16 @@ void WriteAll(int fd, const std::string& s)
     }
 }
 
+// POSIX extended regular expression, searched anywhere in text.
 bool MatchesEnvRegex(const char* var, const std::string& text)
 {
     const char* pattern = getenv(var);
     if (!pattern || !*pattern) return false;
-    try {
-        return std::regex_search(text, std::regex(pattern));
-    } catch (const std::regex_error&) {
-        return false;
-    }
+    regex_t re;
+    if (regcomp(&re, pattern, REG_EXTENDED | REG_NOSUB) != 0) return false;
+    bool match = regexec(&re, text.c_str(), 0, nullptr, 0) == 0;
+    regfree(&re);
+    return match;
 }
 
 // Breaks a marshalled output the ways a damaged stream can be broken.
