@@ -3,3 +3,5 @@
 
 #include "mce/StagingRecords.h"
 #include "mce/StagingTables.h"
+#include "mce/Provider.h"
+#include "mce/ProviderBase.h"
