@@ -187,7 +187,7 @@ TEST_F(ChangeCmdsTest, DescribeOfABigNumber)
     EXPECT_EQ(JournalArgs(), std::vector<std::string>{"-G describe 1234"});
 }
 
-TEST_F(ChangeCmdsTest, DescribeItemsOfTheTwoShapesInPrepareBytes)
+TEST_F(ChangeCmdsTest, DescribeRecordFromPreparedBytes)
 {
     Feed("-G describe 12", MarshalRecord({{"code", "stat"},
                                           {"change", "12"},

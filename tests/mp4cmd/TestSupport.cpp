@@ -90,7 +90,8 @@ void WriteWholeFile(const std::string& strPath, const std::string& strData)
 
 std::string Utf8(const std::wstring& str)
 {
-    const wxScopedCharBuffer cBytes = wxString(str).utf8_str();
+    const wxString strText(str);
+    const wxScopedCharBuffer cBytes = strText.utf8_str();
     return std::string(cBytes.data(), cBytes.length());
 }
 
