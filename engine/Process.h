@@ -1,0 +1,48 @@
+// Child processes started directly (posix_spawnp), never through a shell.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace ORVANE {
+namespace IMP {
+
+// Runs argv[0] (found through PATH) with the arguments, feeds it strInput on
+// its standard input and collects its standard output and error. Returns
+// the exit status, 128 + N when it was killed by signal N, 127 when it could
+// not be started (with the reason in *pstrError).
+int RunProcess(const std::vector<std::string>& astrArgv, const std::string& strInput, std::string* pstrOutput,
+               std::string* pstrError);
+
+// A long-running child with pipes to its standard input and output.
+class CChild
+{
+public:
+    CChild() = default;
+    CChild(const CChild&) = delete;
+    CChild& operator=(const CChild&) = delete;
+    ~CChild();
+
+    // Starts the child in its own process group, so that a terminal's
+    // interrupt reaches this program only and the child can be ended
+    // cleanly. Its standard error is inherited.
+    bool Start(const std::vector<std::string>& astrArgv, std::string* pstrError);
+    bool Write(const std::string& strData);
+    bool Write(const char* p, size_t n);
+    // Reads one line of the child's standard output, without its end.
+    bool ReadLine(std::string& strLine);
+    // Closes the input and waits for the child: its exit status.
+    int Finish();
+    pid_t Pid() const { return m_nPid; }
+
+private:
+    pid_t m_nPid = -1;
+    int m_fdIn = -1;
+    int m_fdOut = -1;
+    std::string m_strPending;
+};
+
+} // namespace IMP
+} // namespace ORVANE

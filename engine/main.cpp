@@ -1,0 +1,129 @@
+// orvane-import: migrates the history of a source system, through its
+// migration module, into git.
+#include <langinfo.h>
+#include <signal.h>
+
+#include <clocale>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+
+#include <CLI/CLI.hpp>
+
+#include "Import.h"
+
+#ifndef ORVANE_IMPORT_VERSION
+#define ORVANE_IMPORT_VERSION "0"
+#endif
+
+#if defined(__SANITIZE_ADDRESS__)
+// The Perforce module keeps one client command object for the life of the
+// process on purpose (it is never released): not a leak of this program.
+extern "C" const char* __lsan_default_suppressions()
+{
+    return "leak:ORVANE::MP4::CProvider::InitialiseClients\n";
+}
+#endif
+
+namespace {
+
+void OnStopSignal(int nSignal)
+{
+    ORVANE::IMP::g_nStopSignal = nSignal;
+}
+
+// The module converts all text through the C library's locale: without a
+// UTF-8 locale non-ASCII names would be lost.
+void SetLocale()
+{
+    const char* psz = std::setlocale(LC_ALL, "");
+    const char* pszCodeset = psz ? nl_langinfo(CODESET) : "";
+    if (psz && std::strcmp(pszCodeset, "UTF-8") == 0)
+        return;
+    if (!std::setlocale(LC_ALL, "C.UTF-8"))
+        std::fprintf(stderr, "orvane-import: warning: no UTF-8 locale; names beyond ASCII may be lost\n");
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    SetLocale();
+
+    ORVANE::IMP::TOptions tOptions;
+    std::vector<std::string> astrSettings;
+    CLI::App app{"orvane-import: brings the complete history of a source system (Perforce by default) into git,\n"
+                 "through the source's migration module.\n\n"
+                 "Exit status: 0 the migration completed, 1 it failed (the provider reported a failure, git\n"
+                 "or the verification failed), 2 usage error, 130/143 interrupted by SIGINT/SIGTERM.",
+                 "orvane-import"};
+    app.set_version_flag("--version", std::string("orvane-import ") + ORVANE_IMPORT_VERSION);
+    app.add_option("--provider", tOptions.strProvider,
+                   "provider id: loads liborvane-em-ID.so from the installation's lib/orvane/")
+        ->default_val("p4");
+    app.add_option("--module", tOptions.strModule, "the module file to load instead");
+    app.add_option("--set", astrSettings, "a provider setting KEY=VALUE (repeatable); unset keys take their default")
+        ->type_name("KEY=VALUE");
+    app.add_flag("--list-settings", tOptions.bListSettings, "print the provider's settings and their defaults");
+    app.add_option("--workspace", tOptions.strWorkspace,
+                   "folder for the files of each change (default: a new temporary folder)");
+    app.add_flag("--keep-workspace", tOptions.bKeepWorkspace, "do not remove the workspace at the end");
+    app.add_option("--log", tOptions.strLog, "copy the import log to FILE at the end");
+    app.add_flag("--log-to-console", tOptions.bLogToConsole, "also send the import log to standard error");
+    app.add_flag("--streams-only", tOptions.bStreamsOnly, "discover and print the streams; import nothing");
+    app.add_option("--graph", tOptions.strGraph, "write the stream tree as Graphviz DOT, or SVG when FILE ends in .svg")
+        ->type_name("FILE");
+    app.add_flag("--progress", tOptions.bProgress, "show progress on standard error even when it is no terminal");
+    app.add_flag("--quiet", tOptions.bQuiet, "print errors only");
+    app.add_option("--git", tOptions.strGit, "write the history into a new bare git repository")->type_name("DIR");
+    app.add_option("--dump", tOptions.strDump, "write everything received from the provider as JSON Lines ('-': stdout)")
+        ->type_name("FILE");
+    app.add_flag("--verify", tOptions.bVerify, "compare each commit's tree with the synced folder; stop at a difference");
+    try
+    {
+        app.parse(argc, argv);
+    }
+    catch (const CLI::CallForHelp& e)
+    {
+        return app.exit(e);
+    }
+    catch (const CLI::CallForVersion& e)
+    {
+        return app.exit(e);
+    }
+    catch (const CLI::ParseError& e)
+    {
+        std::string strWhat = e.what();
+        std::replace(strWhat.begin(), strWhat.end(), '\n', ' ');
+        std::fprintf(stderr, "orvane-import: error: %s (see --help)\n", strWhat.c_str());
+        return 2;
+    }
+    for (const std::string& str : astrSettings)
+    {
+        const size_t n = str.find('=');
+        if (n == std::string::npos || n == 0)
+        {
+            std::fprintf(stderr, "orvane-import: error: --set takes KEY=VALUE, not '%s'\n", str.c_str());
+            return 2;
+        }
+        tOptions.atSettings.emplace_back(str.substr(0, n), str.substr(n + 1));
+    }
+    if (tOptions.strGit.empty() && tOptions.strDump.empty() && !tOptions.bStreamsOnly && !tOptions.bListSettings &&
+        tOptions.strGraph.empty() && !tOptions.bVerify)
+    {
+        std::fprintf(stderr, "orvane-import: error: nothing to do: give --git DIR, --dump FILE, --verify, "
+                             "--streams-only or --graph FILE (see --help)\n");
+        return 2;
+    }
+
+    struct sigaction sa;
+    std::memset(&sa, 0, sizeof(sa));
+    sa.sa_handler = OnStopSignal;
+    sa.sa_flags = SA_RESTART;
+    sigemptyset(&sa.sa_mask);
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+
+    return ORVANE::IMP::RunImport(tOptions);
+}
