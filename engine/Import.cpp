@@ -831,6 +831,18 @@ int CImport::Run()
             ListSettings();
             throw TStop{0, ""};
         }
+        if (!m_tOptions.strDump.empty())
+        {
+            if (m_tOptions.strDump == "-")
+                m_pDump = stdout;
+            else
+            {
+                m_pDump = std::fopen(m_tOptions.strDump.c_str(), "wb");
+                if (!m_pDump)
+                    throw TStop{1, "cannot write " + m_tOptions.strDump + ": " + std::strerror(errno)};
+                m_bDumpOwned = true;
+            }
+        }
         VCM::CString strWarning;
         if (m_pProvider->CheckEnvironment(strWarning) != 0 && !m_tOptions.bQuiet)
             Say("warning: " + Utf8(strWarning));
@@ -860,18 +872,6 @@ int CImport::Run()
             throw TStop{0, ""};
         }
 
-        if (!m_tOptions.strDump.empty())
-        {
-            if (m_tOptions.strDump == "-")
-                m_pDump = stdout;
-            else
-            {
-                m_pDump = std::fopen(m_tOptions.strDump.c_str(), "wb");
-                if (!m_pDump)
-                    throw TStop{1, "cannot write " + m_tOptions.strDump + ": " + std::strerror(errno)};
-                m_bDumpOwned = true;
-            }
-        }
         if (!m_tOptions.strGit.empty())
         {
             m_pGit.reset(new CGitOutput);

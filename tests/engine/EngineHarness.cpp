@@ -1,0 +1,451 @@
+#include "EngineHarness.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <ftw.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+extern char** environ;
+
+namespace enginetest {
+
+namespace {
+
+std::vector<std::string> Environment(const std::map<std::string, std::string>& mapEnv)
+{
+    std::map<std::string, std::string> mapAll;
+    for (char** pp = environ; *pp; ++pp)
+    {
+        const std::string s = *pp;
+        const size_t n = s.find('=');
+        if (n != std::string::npos)
+            mapAll[s.substr(0, n)] = s.substr(n + 1);
+    }
+    for (const auto& kv : mapEnv)
+    {
+        if (kv.second == "\x01")
+            mapAll.erase(kv.first);
+        else
+            mapAll[kv.first] = kv.second;
+    }
+    std::vector<std::string> astr;
+    for (const auto& kv : mapAll)
+        astr.push_back(kv.first + "=" + kv.second);
+    return astr;
+}
+
+std::vector<char*> Pointers(std::vector<std::string>& astr)
+{
+    std::vector<char*> ap;
+    for (std::string& s : astr)
+        ap.push_back(&s[0]);
+    ap.push_back(nullptr);
+    return ap;
+}
+
+int RemoveEntry(const char* pszPath, const struct stat*, int, struct FTW*)
+{
+    chmod(pszPath, 0700);
+    remove(pszPath);
+    return 0;
+}
+
+} // namespace
+
+std::string ReadWholeFile(const std::string& strPath)
+{
+    std::ifstream in(strPath, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+void WriteWholeFile(const std::string& strPath, const std::string& strData)
+{
+    std::ofstream out(strPath, std::ios::binary | std::ios::trunc);
+    out << strData;
+}
+
+bool Exists(const std::string& strPath)
+{
+    struct stat st;
+    return lstat(strPath.c_str(), &st) == 0;
+}
+
+TResult RunProgram(const std::vector<std::string>& astrArgv, const std::map<std::string, std::string>& mapEnv,
+            const std::string& strInput)
+{
+    TResult tResult;
+    int afdIn[2], afdOut[2], afdErr[2];
+    if (pipe2(afdIn, O_CLOEXEC) || pipe2(afdOut, O_CLOEXEC) || pipe2(afdErr, O_CLOEXEC))
+        return tResult;
+    posix_spawn_file_actions_t fa;
+    posix_spawn_file_actions_init(&fa);
+    posix_spawn_file_actions_adddup2(&fa, afdIn[0], 0);
+    posix_spawn_file_actions_adddup2(&fa, afdOut[1], 1);
+    posix_spawn_file_actions_adddup2(&fa, afdErr[1], 2);
+    std::vector<std::string> astrArgs = astrArgv, astrEnv = Environment(mapEnv);
+    std::vector<char*> apArgs = Pointers(astrArgs), apEnv = Pointers(astrEnv);
+    pid_t nPid = -1;
+    const int nError = posix_spawnp(&nPid, apArgs[0], &fa, nullptr, apArgs.data(), apEnv.data());
+    posix_spawn_file_actions_destroy(&fa);
+    close(afdIn[0]);
+    close(afdOut[1]);
+    close(afdErr[1]);
+    if (nError != 0)
+    {
+        close(afdIn[1]), close(afdOut[0]), close(afdErr[0]);
+        tResult.strErr = "cannot start " + astrArgv[0];
+        return tResult;
+    }
+    size_t nWritten = 0;
+    int fdIn = afdIn[1], fdOut = afdOut[0], fdErr = afdErr[0];
+    if (strInput.empty())
+        close(fdIn), fdIn = -1;
+    while (fdIn >= 0 || fdOut >= 0 || fdErr >= 0)
+    {
+        pollfd apfd[3];
+        int n = 0;
+        if (fdIn >= 0)
+            apfd[n++] = {fdIn, POLLOUT, 0};
+        if (fdOut >= 0)
+            apfd[n++] = {fdOut, POLLIN, 0};
+        if (fdErr >= 0)
+            apfd[n++] = {fdErr, POLLIN, 0};
+        if (poll(apfd, n, -1) < 0 && errno != EINTR)
+            break;
+        for (int i = 0; i < n; ++i)
+        {
+            if (!apfd[i].revents)
+                continue;
+            if (apfd[i].fd == fdIn)
+            {
+                const ssize_t w = write(fdIn, strInput.data() + nWritten, strInput.size() - nWritten);
+                if (w > 0)
+                    nWritten += size_t(w);
+                if (w <= 0 || nWritten == strInput.size())
+                    close(fdIn), fdIn = -1;
+                continue;
+            }
+            char ach[65536];
+            const ssize_t r = read(apfd[i].fd, ach, sizeof(ach));
+            if (r > 0)
+                (apfd[i].fd == fdOut ? tResult.strOut : tResult.strErr).append(ach, size_t(r));
+            else
+            {
+                close(apfd[i].fd);
+                (apfd[i].fd == fdOut ? fdOut : fdErr) = -1;
+            }
+        }
+    }
+    tResult.nStatus = Wait(nPid);
+    return tResult;
+}
+
+pid_t Start(const std::vector<std::string>& astrArgv, const std::map<std::string, std::string>& mapEnv,
+            const std::string& strOutFile, const std::string& strErrFile)
+{
+    posix_spawn_file_actions_t fa;
+    posix_spawn_file_actions_init(&fa);
+    posix_spawn_file_actions_addopen(&fa, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&fa, 1, strOutFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&fa, 2, strErrFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    std::vector<std::string> astrArgs = astrArgv, astrEnv = Environment(mapEnv);
+    std::vector<char*> apArgs = Pointers(astrArgs), apEnv = Pointers(astrEnv);
+    pid_t nPid = -1;
+    if (posix_spawnp(&nPid, apArgs[0], &fa, nullptr, apArgs.data(), apEnv.data()) != 0)
+        nPid = -1;
+    posix_spawn_file_actions_destroy(&fa);
+    return nPid;
+}
+
+int Wait(pid_t nPid)
+{
+    int nStatus = 0;
+    while (waitpid(nPid, &nStatus, 0) < 0)
+        if (errno != EINTR)
+            return -1;
+    if (WIFEXITED(nStatus))
+        return WEXITSTATUS(nStatus);
+    if (WIFSIGNALED(nStatus))
+        return 128 + WTERMSIG(nStatus);
+    return -1;
+}
+
+void CEngineTest::SetUp()
+{
+    const char* pszTemp = std::getenv("TMPDIR");
+    std::string strTemplate = std::string(pszTemp && *pszTemp ? pszTemp : "/tmp") + "/orvane-import-test-XXXXXX";
+    std::vector<char> ach(strTemplate.begin(), strTemplate.end());
+    ach.push_back('\0');
+    ASSERT_NE(nullptr, mkdtemp(ach.data()));
+    m_strTemp = ach.data();
+    m_strServer = m_strTemp + "/server";
+    m_strGit = m_strTemp + "/out.git";
+    m_strLog = m_strTemp + "/import.log";
+}
+
+void CEngineTest::TearDown()
+{
+    if (!m_strTemp.empty())
+        nftw(m_strTemp.c_str(), RemoveEntry, 16, FTW_DEPTH | FTW_PHYS);
+}
+
+std::map<std::string, std::string> CEngineTest::Env(const std::map<std::string, std::string>& mapExtra) const
+{
+    std::map<std::string, std::string> mapEnv = {{"P4PORT", "sim:" + m_strServer},
+                                                 {"P4USER", "tester"},
+                                                 {"P4CLIENT", "\x01"},
+                                                 {"P4HOST", "\x01"},
+                                                 {"TZ", "UTC"},
+                                                 {"LC_ALL", "C.UTF-8"},
+                                                 {"GIT_CONFIG_NOSYSTEM", "1"},
+                                                 {"GIT_CONFIG_GLOBAL", "/dev/null"}};
+    for (const auto& kv : mapExtra)
+        mapEnv[kv.first] = kv.second;
+    return mapEnv;
+}
+
+void CEngineTest::LoadHistory(const std::string& strJsonFile)
+{
+    const TResult r = RunProgram({ENGINETEST_P4SIM, "admin", "load", m_strServer, strJsonFile}, Env());
+    ASSERT_EQ(0, r.nStatus) << r.strErr;
+}
+
+void CEngineTest::Generate(const std::vector<std::string>& astrOptions)
+{
+    std::vector<std::string> astr = {ENGINETEST_P4SIM, "admin", "generate", m_strServer};
+    astr.insert(astr.end(), astrOptions.begin(), astrOptions.end());
+    const TResult r = RunProgram(astr, Env());
+    ASSERT_EQ(0, r.nStatus) << r.strErr;
+}
+
+std::vector<std::string> CEngineTest::EngineArgs(const std::vector<std::string>& astrArgs) const
+{
+    std::vector<std::string> astr = {ENGINETEST_ENGINE, "--set", std::string("P4Path=") + ENGINETEST_P4SIM, "--log",
+                                     m_strLog};
+    astr.insert(astr.end(), astrArgs.begin(), astrArgs.end());
+    return astr;
+}
+
+TResult CEngineTest::Import(const std::vector<std::string>& astrArgs, const std::map<std::string, std::string>& mapEnv)
+{
+    return RunProgram(EngineArgs(astrArgs), Env(mapEnv));
+}
+
+TResult CEngineTest::P4(const std::vector<std::string>& astrArgs) const
+{
+    std::vector<std::string> astr = {ENGINETEST_P4SIM};
+    astr.insert(astr.end(), astrArgs.begin(), astrArgs.end());
+    return RunProgram(astr, Env());
+}
+
+TResult CEngineTest::Git(const std::vector<std::string>& astrArgs) const
+{
+    std::vector<std::string> astr = {"git", "--git-dir=" + m_strGit};
+    astr.insert(astr.end(), astrArgs.begin(), astrArgs.end());
+    return RunProgram(astr, Env());
+}
+
+namespace {
+
+// The server's escapes in depot paths.
+std::string Unescape(const std::string& str)
+{
+    std::string strOut;
+    for (size_t i = 0; i < str.size(); ++i)
+    {
+        if (str[i] == '%' && i + 2 < str.size())
+        {
+            const std::string strCode = str.substr(i + 1, 2);
+            if (strCode == "40")
+                strOut += '@', i += 2;
+            else if (strCode == "23")
+                strOut += '#', i += 2;
+            else if (strCode == "2A")
+                strOut += '*', i += 2;
+            else if (strCode == "25")
+                strOut += '%', i += 2;
+            else
+                strOut += str[i];
+        }
+        else
+            strOut += str[i];
+    }
+    return strOut;
+}
+
+} // namespace
+
+TFiles CEngineTest::DepotTree(const std::string& strDepotPath, unsigned nChange)
+{
+    TFiles tFiles;
+    const TResult r = P4({"files", strDepotPath + "/...@" + std::to_string(nChange)});
+    EXPECT_TRUE(r.nStatus == 0 || r.strErr.find("no such file") != std::string::npos) << r.strErr;
+    static const std::regex s_reLine(R"(^(.*)#([0-9]+) - (\S+) change ([0-9]+) \((\S+)\)$)");
+    std::istringstream in(r.strOut);
+    std::string strLine;
+    while (std::getline(in, strLine))
+    {
+        std::smatch m;
+        if (!std::regex_match(strLine, m, s_reLine))
+        {
+            ADD_FAILURE() << "unexpected files line: " << strLine;
+            continue;
+        }
+        const std::string strAction = m[3];
+        if (strAction == "delete" || strAction == "move/delete")
+            continue;
+        const std::string strPath = m[1];
+        const std::string strKey = strPath + "#" + std::string(m[2]);
+        auto it = m_mapPrint.find(strKey);
+        if (it == m_mapPrint.end())
+        {
+            const TResult p = P4({"print", "-q", strKey});
+            EXPECT_EQ(0, p.nStatus) << p.strErr;
+            it = m_mapPrint.emplace(strKey, p.strOut).first;
+        }
+        TFile tFile;
+        tFile.strContent = it->second;
+        const std::string strType = m[5];
+        tFile.nMode = strType.find("+x") != std::string::npos ? 0100755 : 0100644;
+        tFiles[Unescape(strPath.substr(strDepotPath.size() + 1))] = tFile;
+    }
+    return tFiles;
+}
+
+std::vector<std::pair<unsigned, std::string>> CEngineTest::DepotChanges(const std::string& strDepotPath) const
+{
+    std::vector<std::pair<unsigned, std::string>> at;
+    const TResult r = P4({"changes", strDepotPath + "/..."});
+    EXPECT_EQ(0, r.nStatus) << r.strErr;
+    static const std::regex s_reLine(R"(^Change ([0-9]+) on \S+ by (\S+) .*$)");
+    std::istringstream in(r.strOut);
+    std::string strLine;
+    while (std::getline(in, strLine))
+    {
+        std::smatch m;
+        if (std::regex_match(strLine, m, s_reLine))
+            at.insert(at.begin(), {unsigned(std::stoul(m[1])), m[2]});
+        else
+            ADD_FAILURE() << "unexpected changes line: " << strLine;
+    }
+    return at;
+}
+
+TFiles CEngineTest::CommitTree(const std::string& strCommit) const
+{
+    TFiles tFiles;
+    const TResult r = Git({"ls-tree", "-r", "-z", "--full-tree", strCommit});
+    EXPECT_EQ(0, r.nStatus) << r.strErr;
+    size_t nPos = 0;
+    while (nPos < r.strOut.size())
+    {
+        const size_t nEnd = r.strOut.find('\0', nPos);
+        const std::string strLine = r.strOut.substr(nPos, nEnd - nPos);
+        nPos = nEnd + 1;
+        const size_t nTab = strLine.find('\t');
+        std::istringstream in(strLine.substr(0, nTab));
+        std::string strMode, strType, strName;
+        in >> strMode >> strType >> strName;
+        TFile tFile;
+        tFile.nMode = unsigned(std::stoul(strMode, nullptr, 8));
+        const TResult b = Git({"cat-file", "blob", strName});
+        EXPECT_EQ(0, b.nStatus);
+        tFile.strContent = b.strOut;
+        tFiles[strLine.substr(nTab + 1)] = tFile;
+    }
+    return tFiles;
+}
+
+std::vector<nlohmann::json> CEngineTest::ReadDump(const std::string& strFile) const
+{
+    std::vector<nlohmann::json> a;
+    std::istringstream in(ReadWholeFile(strFile));
+    std::string strLine;
+    while (std::getline(in, strLine))
+        a.push_back(nlohmann::json::parse(strLine));
+    return a;
+}
+
+void CEngineTest::ExpectBranchesMatchDepot(const std::vector<nlohmann::json>& aStreams)
+{
+    ASSERT_FALSE(aStreams.empty());
+    for (const nlohmann::json& j : aStreams)
+    {
+        const std::string strName = j["name"];
+        const std::string strDst = j["dst"];
+        const auto atChanges = DepotChanges(strDst);
+        SCOPED_TRACE("stream " + strName + " at " + strDst);
+        if (atChanges.empty())
+        {
+            EXPECT_NE(0, Git({"rev-parse", "--verify", "--quiet", "refs/heads/" + strName}).nStatus);
+            continue;
+        }
+        const TResult r = Git({"rev-list", "--first-parent", "--reverse", "refs/heads/" + strName});
+        ASSERT_EQ(0, r.nStatus) << r.strErr;
+        std::vector<std::string> astrCommits;
+        std::istringstream in(r.strOut);
+        for (std::string s; std::getline(in, s);)
+            astrCommits.push_back(s);
+        ASSERT_GE(astrCommits.size(), atChanges.size());
+        // The branch's own commits are its last ones; before them comes the
+        // parent stream's history, if any.
+        const size_t nFirst = astrCommits.size() - atChanges.size();
+        if (j["parent"] == 0)
+        {
+            EXPECT_EQ(0u, nFirst);
+        }
+        for (size_t i = 0; i < atChanges.size(); ++i)
+        {
+            const std::string& strCommit = astrCommits[nFirst + i];
+            SCOPED_TRACE("change " + std::to_string(atChanges[i].first) + " commit " + strCommit);
+            const TFiles tDepot = DepotTree(strDst, atChanges[i].first);
+            const TFiles tGit = CommitTree(strCommit);
+            EXPECT_EQ(tDepot.size(), tGit.size());
+            for (const auto& kv : tDepot)
+            {
+                auto it = tGit.find(kv.first);
+                if (it == tGit.end())
+                {
+                    ADD_FAILURE() << kv.first << " is missing from git";
+                    continue;
+                }
+                EXPECT_EQ(kv.second.nMode, it->second.nMode) << kv.first;
+                EXPECT_TRUE(kv.second.strContent == it->second.strContent) << kv.first << " differs";
+            }
+            for (const auto& kv : tGit)
+                EXPECT_TRUE(tDepot.count(kv.first)) << kv.first << " is in git but not in the depot";
+            const std::string& strUser = atChanges[i].second;
+            const TResult a = Git({"log", "-1", "--format=%an <%ae>|%cn <%ce>", strCommit});
+            const std::string strIdent = strUser.substr(0, strUser.find('@')) + " <" + strUser + ">";
+            EXPECT_EQ(strIdent + "|" + strIdent + "\n", a.strOut);
+        }
+    }
+    const TResult f = Git({"fsck", "--strict", "--no-dangling"});
+    EXPECT_EQ(0, f.nStatus) << f.strOut << f.strErr;
+}
+
+void CEngineTest::ExpectCleanedUp(pid_t nEnginePid, const std::string& strWorkspace) const
+{
+    const TResult c = P4({"clients"});
+    EXPECT_EQ(0, c.nStatus) << c.strErr;
+    EXPECT_EQ(std::string::npos, c.strOut.find("Orvane_Temp_Client")) << c.strOut;
+    const std::string strBase = "/tmp/orvane-em-" + std::to_string(nEnginePid);
+    EXPECT_FALSE(Exists(strBase + ".tdf"));
+    EXPECT_FALSE(Exists(strBase + ".tlf"));
+    if (!strWorkspace.empty())
+    {
+        EXPECT_FALSE(Exists(strWorkspace)) << strWorkspace;
+    }
+}
+
+} // namespace enginetest

@@ -1,0 +1,84 @@
+// End-to-end tests of orvane-import: a p4sim server per test in a temporary
+// folder, the engine run as a child process, and the depot's own view of
+// each stream read back with p4sim, independently of the module.
+#pragma once
+
+#include <sys/types.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace enginetest {
+
+struct TResult
+{
+    int nStatus = -1; // exit status, or 128 + signal
+    std::string strOut;
+    std::string strErr;
+};
+
+std::string ReadWholeFile(const std::string& strPath);
+void WriteWholeFile(const std::string& strPath, const std::string& strData);
+bool Exists(const std::string& strPath);
+
+// Runs a program directly with the test's environment plus the overrides
+// (a value of "\x01" removes the variable).
+TResult RunProgram(const std::vector<std::string>& astrArgv, const std::map<std::string, std::string>& mapEnv = {},
+            const std::string& strInput = std::string());
+// Starts it with its output going to files; the child's pid.
+pid_t Start(const std::vector<std::string>& astrArgv, const std::map<std::string, std::string>& mapEnv,
+            const std::string& strOutFile, const std::string& strErrFile);
+int Wait(pid_t nPid);
+
+// One file of a tree: git mode and content.
+struct TFile
+{
+    unsigned nMode = 0;
+    std::string strContent;
+    bool operator==(const TFile& o) const { return nMode == o.nMode && strContent == o.strContent; }
+};
+typedef std::map<std::string, TFile> TFiles;
+
+class CEngineTest : public ::testing::Test
+{
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    void LoadHistory(const std::string& strJsonFile);
+    void Generate(const std::vector<std::string>& astrOptions);
+    // The engine with the test server's environment; P4Path is p4sim and the
+    // log goes into the test folder.
+    TResult Import(const std::vector<std::string>& astrArgs, const std::map<std::string, std::string>& mapEnv = {});
+    std::vector<std::string> EngineArgs(const std::vector<std::string>& astrArgs) const;
+    std::map<std::string, std::string> Env(const std::map<std::string, std::string>& mapExtra = {}) const;
+    TResult P4(const std::vector<std::string>& astrArgs) const;
+    TResult Git(const std::vector<std::string>& astrArgs) const;
+
+    // The depot's files below the path at the change: path below it -> file.
+    TFiles DepotTree(const std::string& strDepotPath, unsigned nChange);
+    // The change numbers that touched the path, oldest first, with their
+    // "user@client".
+    std::vector<std::pair<unsigned, std::string>> DepotChanges(const std::string& strDepotPath) const;
+    // The tree of a commit.
+    TFiles CommitTree(const std::string& strCommit) const;
+    // Checks every commit of every branch against the depot; the streams
+    // come from the dump's stream lines.
+    void ExpectBranchesMatchDepot(const std::vector<nlohmann::json>& aStreams);
+    std::vector<nlohmann::json> ReadDump(const std::string& strFile) const;
+    // No temporary client on the server, no staging file of the engine and
+    // no workspace.
+    void ExpectCleanedUp(pid_t nEnginePid, const std::string& strWorkspace) const;
+
+    std::string m_strTemp;
+    std::string m_strServer;
+    std::string m_strGit;
+    std::string m_strLog;
+    std::map<std::string, std::string> m_mapPrint; // "path#rev" -> content
+};
+
+} // namespace enginetest
