@@ -266,6 +266,7 @@ private:
     TTree m_tTree;
     unsigned m_nTotalChanges = 0;
     unsigned m_nDoneChanges = 0;
+    unsigned m_nShownChanges = ~0u;
     std::chrono::steady_clock::time_point m_tStart;
     std::chrono::steady_clock::time_point m_tLastProgress;
     bool m_bShowProgress = false;
@@ -535,6 +536,9 @@ void CImport::Progress(const TStream& tStream, bool bFinal)
     const double fInterval = m_bProgressOnTerminal ? 0.1 : 1.0;
     if (!bFinal && std::chrono::duration<double>(tNow - m_tLastProgress).count() < fInterval)
         return;
+    if (bFinal && m_nShownChanges == m_nDoneChanges && !m_bProgressLineOpen)
+        return;
+    m_nShownChanges = m_nDoneChanges;
     m_tLastProgress = tNow;
     const double fSeconds = std::chrono::duration<double>(tNow - m_tStart).count();
     const double fRate = fSeconds > 0 ? m_nDoneChanges / fSeconds : 0;
