@@ -250,3 +250,29 @@ TEST_P(CSignalTest, StopsBetweenCallsAndCleansUp)
 }
 
 INSTANTIATE_TEST_SUITE_P(Signals, CSignalTest, ::testing::Values(SIGINT, SIGTERM));
+
+TEST_F(CEngineTest, NonAsciiNamesSurviveALocaleThatIsNotUtf8)
+{
+    LoadHistory(ENGINETEST_DEMO_HISTORY);
+    const TResult r = Import({"--git", m_strGit, "--verify", "--quiet"}, {{"LC_ALL", "C"}, {"LANG", "C"}});
+    ASSERT_EQ(0, r.nStatus) << r.strErr;
+    const TResult t = Git({"ls-tree", "-r", "--name-only", "-z", "rel2"});
+    EXPECT_NE(std::string::npos, t.strOut.find("docs/R\xC3\xA9sum\xC3\xA9 des \xC3\xA9tapes.txt")) << t.strOut;
+}
+
+TEST_F(CEngineTest, KeptWorkspaceHoldsEachStreamsLastState)
+{
+    LoadHistory(ENGINETEST_DATA "/small-history.json");
+    const std::string strWorkspace = m_strTemp + "/ws";
+    const TResult r = Import({"--dump", m_strTemp + "/dump", "--workspace", strWorkspace, "--keep-workspace",
+                              "--log-to-console", "--quiet"});
+    ASSERT_EQ(0, r.nStatus) << r.strErr;
+    EXPECT_EQ("one\ntwo\n", ReadWholeFile(strWorkspace + "/depot_main/a.txt"));
+    EXPECT_EQ("last\n", ReadWholeFile(strWorkspace + "/depot_main/z.txt"));
+    EXPECT_FALSE(Exists(strWorkspace + "/depot_main/bin/run.sh"));
+    EXPECT_EQ("one\ntwo\nthree\n", ReadWholeFile(strWorkspace + "/rel1/a.txt"));
+    // The import log went to standard error as well as to its file.
+    EXPECT_NE(std::string::npos, r.strErr.find("Proposing stream 'rel1'")) << r.strErr;
+    EXPECT_NE(std::string::npos, ReadWholeFile(m_strLog).find("Proposing stream 'rel1'"));
+    ExpectCleanedUp(0, std::string());
+}
