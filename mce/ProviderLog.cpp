@@ -34,6 +34,10 @@ void CProviderBase::OpenLog(bool bOpen)
         cLogName.AssignTempFileName(L"Orvane");
     }
     m_strLogPath = cLogName.GetFullPath();
+    // A log switched off with OpenLog(false) still has its streams: close
+    // that file (every line of it was flushed) before starting the new one.
+    delete m_pLogText;
+    delete m_pLogFile;
     {
         wxLogNull cNoMessages;
         m_pLogFile = new wxFFileOutputStream(m_strLogPath, L"wb");

@@ -1,6 +1,8 @@
 // The import log.
 #include <gtest/gtest.h>
 
+#include <dirent.h>
+
 #include "TestProvider.h"
 
 using namespace test;
@@ -120,6 +122,69 @@ TEST(ImportLog, OpenLogFalseSilencesEvenTheConnection)
     const CString strPath = t.c.GetLogPath();
     EXPECT_EQ("1: Beginning Import with Test Source\n", ReadFile(strPath));
     wxRemoveFile(strPath);
+}
+
+TEST(ImportLog, EachOpeningAfterGetLogPathStartsANewFile)
+{
+    TFixedClock tClock(2);
+    TLogged t;
+    t.c.OpenLog(true);
+    t.c.WriteLog(L"first file");
+    const std::string strFirst = Utf8(t.c.GetLogPath()); // closes it; reopen by switching off and on
+    t.c.OpenLog(true);
+    t.c.WriteLog(L"second file");
+    t.c.OpenLog(false);
+    t.c.WriteLog(L"silenced");
+    const std::string strSecondPath = Utf8(t.c.GetLogPath()); // still the second file's path
+    t.c.OpenLog(true);
+    t.c.WriteLog(L"third file");
+    const std::string strThird = Utf8(t.c.GetLogPath());
+    EXPECT_NE(strFirst, strSecondPath);
+    EXPECT_NE(strSecondPath, strThird);
+    EXPECT_EQ("2: Beginning Import with Test Source\n2: first file\n", ReadFile(strFirst));
+    EXPECT_EQ("2: Beginning Import with Test Source\n2: second file\n", ReadFile(strSecondPath));
+    EXPECT_EQ("2: Beginning Import with Test Source\n2: third file\n", ReadFile(strThird));
+    for (const std::string& str : {strFirst, strSecondPath, strThird})
+        unlink(str.c_str());
+}
+
+TEST(ImportLog, OpenLogAfterSwitchingOffStartsANewFileAndClosesTheEarlierOne)
+{
+    // Temporary files go to a folder of this test's own.
+    char szDir[] = "/tmp/orvane-logtest-XXXXXX";
+    ASSERT_NE(nullptr, mkdtemp(szDir));
+    const char* pszOldTmp = getenv("TMPDIR");
+    const std::string strOldTmp = pszOldTmp ? pszOldTmp : "";
+    setenv("TMPDIR", szDir, 1);
+
+    TFixedClock tClock(2);
+    {
+        TLogged t;
+        t.c.OpenLog(true);
+        t.c.WriteLog(L"old");
+        t.c.OpenLog(false);
+        t.c.OpenLog(true); // the first file's streams are released here
+        t.c.WriteLog(L"new");
+        const std::string strNew = Utf8(t.c.GetLogPath());
+        EXPECT_EQ("2: Beginning Import with Test Source\n2: new\n", ReadFile(strNew));
+
+        std::vector<std::string> astrFiles;
+        DIR* pDir = opendir(szDir);
+        while (dirent* pEntry = readdir(pDir))
+            if (std::string(pEntry->d_name).compare(0, 6, "Orvane") == 0)
+                astrFiles.push_back(std::string(szDir) + "/" + pEntry->d_name);
+        closedir(pDir);
+        ASSERT_EQ(2u, astrFiles.size());
+        const std::string strOld = astrFiles[0] == strNew ? astrFiles[1] : astrFiles[0];
+        EXPECT_EQ("2: Beginning Import with Test Source\n2: old\n", ReadFile(strOld));
+        for (const std::string& str : astrFiles)
+            unlink(str.c_str());
+    }
+    rmdir(szDir);
+    if (pszOldTmp)
+        setenv("TMPDIR", strOldTmp.c_str(), 1);
+    else
+        unsetenv("TMPDIR");
 }
 
 TEST(ImportLog, GetLogPathTwiceReturnsTheSamePath)
