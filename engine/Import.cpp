@@ -782,11 +782,8 @@ void CImport::Cleanup(int nStatus)
         m_pProvider->Destroy();
         m_pProvider = nullptr;
     }
-    if (m_pModule)
-    {
-        dlclose(m_pModule);
-        m_pModule = nullptr;
-    }
+    // The module stays loaded until the process ends: whatever it registered
+    // to run at exit (static destructors) must find its code in place.
     if (!m_strWorkspace.empty() && !m_tOptions.bKeepWorkspace)
     {
         if (m_bWorkspaceMade)

@@ -23,6 +23,10 @@ extern "C" const char* __lsan_default_suppressions()
 {
     return "leak:ORVANE::MP4::CProvider::InitialiseClients\n";
 }
+extern "C" const char* __lsan_default_options()
+{
+    return "print_suppressions=0";
+}
 #endif
 
 namespace {

@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <regex>
 #include <sstream>
 
 extern char** environ;
@@ -290,22 +289,28 @@ TFiles CEngineTest::DepotTree(const std::string& strDepotPath, unsigned nChange)
     TFiles tFiles;
     const TResult r = P4({"files", strDepotPath + "/...@" + std::to_string(nChange)});
     EXPECT_TRUE(r.nStatus == 0 || r.strErr.find("no such file") != std::string::npos) << r.strErr;
-    static const std::regex s_reLine(R"(^(.*)#([0-9]+) - (\S+) change ([0-9]+) \((\S+)\)$)");
     std::istringstream in(r.strOut);
     std::string strLine;
     while (std::getline(in, strLine))
     {
-        std::smatch m;
-        if (!std::regex_match(strLine, m, s_reLine))
+        // PATH#REV - ACTION change N (TYPE); a path holds no '#' of its own.
+        const size_t nHash = strLine.rfind('#');
+        const size_t nDash = strLine.find(" - ", nHash == std::string::npos ? 0 : nHash);
+        const size_t nChange = strLine.find(" change ", nDash == std::string::npos ? 0 : nDash);
+        const size_t nOpen = strLine.rfind(" (");
+        if (nHash == std::string::npos || nDash == std::string::npos || nChange == std::string::npos ||
+            nOpen == std::string::npos || strLine.back() != ')')
         {
             ADD_FAILURE() << "unexpected files line: " << strLine;
             continue;
         }
-        const std::string strAction = m[3];
+        const std::string strPath = strLine.substr(0, nHash);
+        const std::string strRevision = strLine.substr(nHash + 1, nDash - nHash - 1);
+        const std::string strAction = strLine.substr(nDash + 3, nChange - nDash - 3);
+        const std::string strType = strLine.substr(nOpen + 2, strLine.size() - nOpen - 3);
         if (strAction == "delete" || strAction == "move/delete")
             continue;
-        const std::string strPath = m[1];
-        const std::string strKey = strPath + "#" + std::string(m[2]);
+        const std::string strKey = strPath + "#" + strRevision;
         auto it = m_mapPrint.find(strKey);
         if (it == m_mapPrint.end())
         {
@@ -315,7 +320,6 @@ TFiles CEngineTest::DepotTree(const std::string& strDepotPath, unsigned nChange)
         }
         TFile tFile;
         tFile.strContent = it->second;
-        const std::string strType = m[5];
         tFile.nMode = strType.find("+x") != std::string::npos ? 0100755 : 0100644;
         tFiles[Unescape(strPath.substr(strDepotPath.size() + 1))] = tFile;
     }
@@ -327,14 +331,16 @@ std::vector<std::pair<unsigned, std::string>> CEngineTest::DepotChanges(const st
     std::vector<std::pair<unsigned, std::string>> at;
     const TResult r = P4({"changes", strDepotPath + "/..."});
     EXPECT_EQ(0, r.nStatus) << r.strErr;
-    static const std::regex s_reLine(R"(^Change ([0-9]+) on \S+ by (\S+) .*$)");
     std::istringstream in(r.strOut);
     std::string strLine;
     while (std::getline(in, strLine))
     {
-        std::smatch m;
-        if (std::regex_match(strLine, m, s_reLine))
-            at.insert(at.begin(), {unsigned(std::stoul(m[1])), m[2]});
+        // Change N on DATE by USER@CLIENT 'DESCRIPTION'
+        std::istringstream words(strLine);
+        std::string strWord, strNumber, strOn, strDate, strBy, strUser;
+        words >> strWord >> strNumber >> strOn >> strDate >> strBy >> strUser;
+        if (strWord == "Change" && strOn == "on" && strBy == "by" && !strNumber.empty())
+            at.insert(at.begin(), {unsigned(std::stoul(strNumber)), strUser});
         else
             ADD_FAILURE() << "unexpected changes line: " << strLine;
     }

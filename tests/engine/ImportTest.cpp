@@ -216,7 +216,10 @@ TEST_P(CFailureTest, EndsWithStatusOneAndLeavesNothingBehind)
 INSTANTIATE_TEST_SUITE_P(Injected, CFailureTest,
                          ::testing::Values(TFailureCase{"branches", "EstablishStreams"},
                                            TFailureCase{"^client -i", "InitialiseClients"},
-                                           TFailureCase{"^sync .*rel1", ""}));
+                                           TFailureCase{"^sync .*rel1", ""}),
+                         [](const ::testing::TestParamInfo<TFailureCase>& tInfo) {
+                             return std::string(*tInfo.param.pszCall ? tInfo.param.pszCall : "IncompleteSync");
+                         });
 
 class CSignalTest : public CEngineTest, public ::testing::WithParamInterface<int>
 {
@@ -249,7 +252,10 @@ TEST_P(CSignalTest, StopsBetweenCallsAndCleansUp)
     ExpectCleanedUp(nPid, strWorkspace);
 }
 
-INSTANTIATE_TEST_SUITE_P(Signals, CSignalTest, ::testing::Values(SIGINT, SIGTERM));
+INSTANTIATE_TEST_SUITE_P(Signals, CSignalTest, ::testing::Values(SIGINT, SIGTERM),
+                         [](const ::testing::TestParamInfo<int>& tInfo) {
+                             return std::string(tInfo.param == SIGINT ? "SIGINT" : "SIGTERM");
+                         });
 
 TEST_F(CEngineTest, NonAsciiNamesSurviveALocaleThatIsNotUtf8)
 {
