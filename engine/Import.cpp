@@ -160,7 +160,7 @@ size_t Width(const std::string& str)
     return n;
 }
 
-void PrintTable(const std::vector<std::vector<std::string>>& aastrRows)
+void PrintTable(const std::vector<std::vector<std::string>>& aastrRows, std::FILE* pOut = stdout)
 {
     std::vector<size_t> anWidths;
     for (const auto& astrRow : aastrRows)
@@ -179,9 +179,9 @@ void PrintTable(const std::vector<std::vector<std::string>>& aastrRows)
             if (i + 1 < astrRow.size())
                 strLine += std::string(anWidths[i] - Width(astrRow[i]) + 2, ' ');
         }
-        std::printf("%s\n", strLine.c_str());
+        std::fprintf(pOut, "%s\n", strLine.c_str());
     }
-    std::fflush(stdout);
+    std::fflush(pOut);
 }
 
 std::string DotText(const std::string& str)
@@ -476,7 +476,8 @@ void CImport::PrintStreams(bool bWithCommits)
         }
         aastrRows.push_back(astrRow);
     }
-    PrintTable(aastrRows);
+    // The dump may own standard output.
+    PrintTable(aastrRows, m_pDump == stdout ? stderr : stdout);
 }
 
 void CImport::MakeWorkspace()
