@@ -13,8 +13,8 @@ scripts/install-deps.sh
 build=${ORVANE_DEMO_BUILD:-$root/build}
 echo "== build ($build)"
 mkdir -p "$build"
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >"$build.demo-configure.log" 2>&1 ||
-    { cat "$build.demo-configure.log"; exit 1; }
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >"$build/demo-configure.log" 2>&1 ||
+    { cat "$build/demo-configure.log"; exit 1; }
 cmake --build "$build" -j2 --target orvane-import orvane-em-p4 p4sim
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/orvane-demo-XXXXXX")
