@@ -83,6 +83,9 @@ public:
     void Begin(bool write);
     void Commit();
     void Rollback();
+    // Folds the write-ahead log into the database file and empties the log
+    // (outside a transaction).
+    void Checkpoint();
 
     Stmt Prep(const char* sql);
     void Exec(const char* sql);
