@@ -16,19 +16,6 @@
 #define ORVANE_IMPORT_VERSION "0"
 #endif
 
-#if defined(__SANITIZE_ADDRESS__)
-// The Perforce module keeps one client command object for the life of the
-// process on purpose (it is never released): not a leak of this program.
-extern "C" const char* __lsan_default_suppressions()
-{
-    return "leak:ORVANE::MP4::CProvider::InitialiseClients\n";
-}
-extern "C" const char* __lsan_default_options()
-{
-    return "print_suppressions=0";
-}
-#endif
-
 namespace {
 
 void OnStopSignal(int nSignal)
