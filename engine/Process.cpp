@@ -1,8 +1,9 @@
 #include "Process.h"
 
+#include "host/ProcessCapture.h"
+
 #include <errno.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <string.h>
@@ -61,111 +62,36 @@ void DefaultSignals(posix_spawnattr_t& attr, bool bOwnGroup)
 
 } // namespace
 
+namespace {
+
+// Everything left in a captured stream.
+std::string ReadAll(wxInputStream& rStream)
+{
+    std::string str;
+    char ach[65536];
+    while (!rStream.Eof())
+    {
+        const size_t nRead = rStream.Read(ach, sizeof(ach)).LastRead();
+        if (nRead == 0)
+            break;
+        str.append(ach, nRead);
+    }
+    return str;
+}
+
+} // namespace
+
 int RunProcess(const std::vector<std::string>& astrArgv, const std::string& strInput, std::string* pstrOutput,
                std::string* pstrError)
 {
-    int afdIn[2], afdOut[2], afdErr[2];
-    if (pipe2(afdIn, O_CLOEXEC) != 0)
-        return 127;
-    if (pipe2(afdOut, O_CLOEXEC) != 0)
-    {
-        close(afdIn[0]), close(afdIn[1]);
-        return 127;
-    }
-    if (pipe2(afdErr, O_CLOEXEC) != 0)
-    {
-        close(afdIn[0]), close(afdIn[1]), close(afdOut[0]), close(afdOut[1]);
-        return 127;
-    }
-    posix_spawn_file_actions_t fa;
-    posix_spawn_file_actions_init(&fa);
-    posix_spawn_file_actions_adddup2(&fa, afdIn[0], 0);
-    posix_spawn_file_actions_adddup2(&fa, afdOut[1], 1);
-    posix_spawn_file_actions_adddup2(&fa, afdErr[1], 2);
-    const std::vector<std::string>& astrUse = astrArgv;
-    posix_spawnattr_t attr;
-    posix_spawnattr_init(&attr);
-    DefaultSignals(attr, false);
-    std::vector<char*> ap = Argv(astrUse);
-    pid_t nPid = -1;
-    const int nError = posix_spawnp(&nPid, ap[0], &fa, &attr, ap.data(), environ);
-    posix_spawn_file_actions_destroy(&fa);
-    posix_spawnattr_destroy(&attr);
-    close(afdIn[0]);
-    close(afdOut[1]);
-    close(afdErr[1]);
-    if (nError != 0)
-    {
-        close(afdIn[1]), close(afdOut[0]), close(afdErr[0]);
-        if (pstrError)
-            *pstrError = "cannot run " + astrUse[0] + ": " + strerror(nError);
-        return 127;
-    }
-    size_t nWritten = 0;
-    int fdIn = afdIn[1];
-    if (strInput.empty())
-    {
-        close(fdIn);
-        fdIn = -1;
-    }
-    else
-        fcntl(fdIn, F_SETFL, O_NONBLOCK);
-    int fdOut = afdOut[0], fdErr = afdErr[0];
-    std::string strOut, strErr;
-    while (fdIn >= 0 || fdOut >= 0 || fdErr >= 0)
-    {
-        pollfd apfd[3];
-        int n = 0;
-        if (fdIn >= 0)
-            apfd[n++] = {fdIn, POLLOUT, 0};
-        if (fdOut >= 0)
-            apfd[n++] = {fdOut, POLLIN, 0};
-        if (fdErr >= 0)
-            apfd[n++] = {fdErr, POLLIN, 0};
-        if (poll(apfd, n, -1) < 0)
-        {
-            if (errno == EINTR)
-                continue;
-            break;
-        }
-        for (int i = 0; i < n; ++i)
-        {
-            if (!apfd[i].revents)
-                continue;
-            if (apfd[i].fd == fdIn)
-            {
-                const ssize_t w = write(fdIn, strInput.data() + nWritten, strInput.size() - nWritten);
-                if (w > 0)
-                    nWritten += size_t(w);
-                if ((w < 0 && errno != EAGAIN && errno != EINTR) || nWritten == strInput.size())
-                {
-                    close(fdIn);
-                    fdIn = -1;
-                }
-                continue;
-            }
-            char ach[65536];
-            const ssize_t r = read(apfd[i].fd, ach, sizeof(ach));
-            if (r > 0)
-                (apfd[i].fd == fdOut ? strOut : strErr).append(ach, size_t(r));
-            else if (r == 0 || (errno != EINTR && errno != EAGAIN))
-            {
-                close(apfd[i].fd);
-                (apfd[i].fd == fdOut ? fdOut : fdErr) = -1;
-            }
-        }
-    }
-    if (fdIn >= 0)
-        close(fdIn);
-    if (fdOut >= 0)
-        close(fdOut);
-    if (fdErr >= 0)
-        close(fdErr);
-    const int nStatus = WaitFor(nPid);
+    VCM::CProcessCapture cCapture;
+    if (!strInput.empty())
+        cCapture.GetStdInputStream()->Write(strInput.data(), strInput.size());
+    const int nStatus = cCapture.Execute(astrArgv);
     if (pstrOutput)
-        *pstrOutput = std::move(strOut);
+        *pstrOutput = ReadAll(*cCapture.GetStdOutputStream());
     if (pstrError)
-        *pstrError = std::move(strErr);
+        *pstrError = ReadAll(*cCapture.GetStdErrorStream());
     return nStatus;
 }
 

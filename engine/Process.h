@@ -10,9 +10,10 @@ namespace ORVANE {
 namespace IMP {
 
 // Runs argv[0] (found through PATH) with the arguments, feeds it strInput on
-// its standard input and collects its standard output and error. Returns
-// the exit status, 128 + N when it was killed by signal N, 127 when it could
-// not be started (with the reason in *pstrError).
+// its standard input and collects its standard output and error, through
+// the host's process capture. Returns the exit status, 128 + N when it was
+// killed by signal N, 127 when it could not be started (with the reason in
+// *pstrError).
 int RunProcess(const std::vector<std::string>& astrArgv, const std::string& strInput, std::string* pstrOutput,
                std::string* pstrError);
 

@@ -508,6 +508,8 @@ struct CProcessCapture::TImpl
     TImpl() : m_cOutStream(m_cOut), m_cErrStream(m_cErr) {}
 
     int Run(const CString& strCommandLine);
+    int RunArguments(const std::vector<std::string>& astrArgs);
+    void Reset();
     int Spawn(const std::vector<std::string>& astrArgs, int nIn, int nOut, int nErr, pid_t& nPid);
     void Pump(int nIn, int nOut, int nErr);
     void ReportStartFailure(const std::string& strMessage);
@@ -674,14 +676,16 @@ void CProcessCapture::TImpl::Pump(int nIn, int nOut, int nErr)
     }
 }
 
-int CProcessCapture::TImpl::Run(const CString& strCommandLine)
+void CProcessCapture::TImpl::Reset()
 {
     m_cOut.Clear();
     m_cErr.Clear();
     m_cOutStream.Rewind();
     m_cErrStream.Rewind();
+}
 
-    int nStatus = 0;
+int CProcessCapture::TImpl::Run(const CString& strCommandLine)
+{
     const std::vector<wxString> astrWide = SplitCommandLine(strCommandLine);
     std::vector<std::string> astrArgs;
     astrArgs.reserve(astrWide.size());
@@ -693,6 +697,7 @@ int CProcessCapture::TImpl::Run(const CString& strCommandLine)
             std::string strProgram;
             if (!ToLibcBytes(astrWide[0], strProgram))
                 strProgram = "?";
+            Reset();
             ReportStartFailure("cannot run '" + strProgram +
                                "': the command line cannot be represented in the current locale");
             m_cIn.Clear();
@@ -700,6 +705,13 @@ int CProcessCapture::TImpl::Run(const CString& strCommandLine)
         }
         astrArgs.push_back(strArg);
     }
+    return RunArguments(astrArgs);
+}
+
+int CProcessCapture::TImpl::RunArguments(const std::vector<std::string>& astrArgs)
+{
+    Reset();
+    int nStatus = 0;
     if (astrArgs.empty())
     {
         ReportStartFailure("cannot run '': empty command line");
@@ -777,6 +789,11 @@ CProcessCapture::~CProcessCapture() = default;
 int CProcessCapture::Execute(const CString& strCommandLine)
 {
     return m_pImpl->Run(strCommandLine);
+}
+
+int CProcessCapture::Execute(const std::vector<std::string>& astrArgs)
+{
+    return m_pImpl->RunArguments(astrArgs);
 }
 
 wxInputStream* CProcessCapture::GetStdOutputStream()

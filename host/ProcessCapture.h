@@ -2,6 +2,8 @@
 #pragma once
 
 #include <memory>
+#include <string>
+#include <vector>
 
 #include <wx/stream.h>
 
@@ -29,6 +31,10 @@ public:
     // exit status (0 for success); a child that cannot be started gives a
     // non-zero status and one line on the error stream saying why.
     int Execute(const CString& strCommandLine);
+    // The same with the program and its arguments given one by one, as
+    // bytes, passed exactly as they are: for arguments that no command line
+    // could carry (a double quote in a file name, say).
+    int Execute(const std::vector<std::string>& astrArgs);
 
     // What the last child wrote on standard output / error, from the first
     // byte to the end.

@@ -215,6 +215,32 @@ TEST(CProcessCapture, UnterminatedQuoteRunsToTheEnd)
     EXPECT_EQ("[a]\n[b c]\n", Out(cCapture));
 }
 
+TEST(CProcessCapture, ArgumentsGivenOneByOneArePassedExactly)
+{
+    CProcessCapture cCapture;
+    // Quotes, blanks, an empty argument and shell syntax: nothing is split,
+    // unquoted or interpreted.
+    ASSERT_EQ(0, cCapture.Execute(std::vector<std::string>{ORVANE_PROCESS_CHILD, "args", "a \"b\" c", "", "$(id)",
+                                                           "x;y"}));
+    EXPECT_EQ("[a \"b\" c]\n[]\n[$(id)]\n[x;y]\n", Out(cCapture));
+    EXPECT_EQ("", Err(cCapture));
+
+    // Input written before the call reaches the child, as with a command line.
+    cCapture.GetStdInputStream()->Write("piped\n", 6);
+    ASSERT_EQ(0, cCapture.Execute(std::vector<std::string>{ORVANE_PROCESS_CHILD, "cat"}));
+    EXPECT_EQ("piped\n", Out(cCapture));
+}
+
+TEST(CProcessCapture, NoArgumentsOrAMissingProgramGivenOneByOne)
+{
+    CProcessCapture cCapture;
+    EXPECT_EQ(127, cCapture.Execute(std::vector<std::string>{}));
+    EXPECT_EQ("cannot run '': empty command line\n", Err(cCapture));
+    EXPECT_EQ(127, cCapture.Execute(std::vector<std::string>{"/nonexistent-orvane-dir/p4", "-G", "info"}));
+    EXPECT_EQ("cannot run '/nonexistent-orvane-dir/p4': No such file or directory\n", Err(cCapture));
+    EXPECT_EQ("", Out(cCapture));
+}
+
 TEST(CProcessCapture, ProgramPathWithBlanksInQuotes)
 {
     CTempDir cDir;
