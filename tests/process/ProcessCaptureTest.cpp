@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -140,12 +141,9 @@ public:
     }
     ~CTempDir()
     {
-        if (!m_strPath.empty())
-        {
-            const std::string strCommand = "rm -rf '" + m_strPath + "'";
-            if (std::system(strCommand.c_str()) != 0)
-                std::fprintf(stderr, "could not remove %s\n", m_strPath.c_str());
-        }
+        std::error_code ec;
+        if (!m_strPath.empty() && std::filesystem::remove_all(m_strPath, ec) == static_cast<std::uintmax_t>(-1))
+            std::fprintf(stderr, "could not remove %s\n", m_strPath.c_str());
     }
     const std::string& Path() const { return m_strPath; }
 

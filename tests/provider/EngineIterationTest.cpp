@@ -24,21 +24,6 @@ std::vector<CProvider::TStreamInfo> FourStreams()
             Stream(2, 0, L"other", L"//other/trunk"), Stream(4, 3, L"rel1fix", L"//depot/rel1fix", L"//depot/rel1")};
 }
 
-struct TScratch
-{
-    std::string strPath;
-    TScratch()
-    {
-        char szTemplate[] = "/tmp/orvane-walk-test-XXXXXX";
-        strPath = mkdtemp(szTemplate);
-    }
-    ~TScratch()
-    {
-        const std::string strCommand = "rm -rf '" + strPath + "'";
-        if (std::system(strCommand.c_str()) != 0)
-            ADD_FAILURE() << "could not remove " << strPath;
-    }
-};
 
 } // namespace
 

@@ -40,22 +40,6 @@ std::vector<std::string> StagingFilesExpected()
     return {strPrefix + ".tdf", strPrefix + ".tlf"};
 }
 
-// A scratch folder, removed with everything in it.
-struct TScratch
-{
-    std::string strPath;
-    TScratch()
-    {
-        char szTemplate[] = "/tmp/orvane-provider-test-XXXXXX";
-        strPath = mkdtemp(szTemplate);
-    }
-    ~TScratch()
-    {
-        const std::string strCommand = "rm -rf '" + strPath + "'";
-        if (std::system(strCommand.c_str()) != 0)
-            ADD_FAILURE() << "could not remove " << strPath;
-    }
-};
 
 bool IsDir(const std::string& strPath)
 {

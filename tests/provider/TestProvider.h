@@ -5,6 +5,7 @@
 
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <sstream>
@@ -53,6 +54,24 @@ inline std::string StagingBase()
 {
     return "/tmp/orvane-em-" + std::to_string(getpid());
 }
+
+// A scratch folder of its own, removed with everything in it.
+struct TScratch
+{
+    std::string strPath;
+    TScratch()
+    {
+        char szTemplate[] = "/tmp/orvane-provider-test-XXXXXX";
+        const char* psz = mkdtemp(szTemplate);
+        strPath = psz ? psz : "";
+    }
+    ~TScratch()
+    {
+        std::error_code ec;
+        if (!strPath.empty())
+            std::filesystem::remove_all(strPath, ec);
+    }
+};
 
 class CTestProvider : public CProviderBase
 {
