@@ -7,6 +7,7 @@ packages=(
     build-essential cmake pkg-config git
     libwxgtk3.2-dev            # wxWidgets 3.2 (we link wxBase only)
     libsqlite3-dev sqlite3
+    nettle-dev                 # SHA-1, SHA-256, MD5 and base64
     libgtest-dev libgmock-dev
     nlohmann-json3-dev libcli11-dev libfmt-dev
     python3                    # independent decoder of marshalled output in tests
