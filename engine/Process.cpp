@@ -1,66 +1,12 @@
 #include "Process.h"
 
-#include "host/ProcessCapture.h"
-
 #include <errno.h>
-#include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
-#include <string.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-extern char** environ;
+#include "host/ProcessCapture.h"
 
 namespace ORVANE {
 namespace IMP {
-
-namespace {
-
-std::vector<char*> Argv(const std::vector<std::string>& astrArgv)
-{
-    std::vector<char*> ap;
-    for (const std::string& s : astrArgv)
-        ap.push_back(const_cast<char*>(s.c_str()));
-    ap.push_back(nullptr);
-    return ap;
-}
-
-int WaitFor(pid_t nPid)
-{
-    int nStatus = 0;
-    while (waitpid(nPid, &nStatus, 0) < 0)
-        if (errno != EINTR)
-            return 127;
-    if (WIFEXITED(nStatus))
-        return WEXITSTATUS(nStatus);
-    if (WIFSIGNALED(nStatus))
-        return 128 + WTERMSIG(nStatus);
-    return 127;
-}
-
-// The child starts with default signal handling and an empty mask, whatever
-// this program has installed.
-void DefaultSignals(posix_spawnattr_t& attr, bool bOwnGroup)
-{
-    sigset_t setDefault, setEmpty;
-    sigemptyset(&setDefault);
-    sigaddset(&setDefault, SIGINT);
-    sigaddset(&setDefault, SIGTERM);
-    sigaddset(&setDefault, SIGPIPE);
-    sigemptyset(&setEmpty);
-    posix_spawnattr_setsigdefault(&attr, &setDefault);
-    posix_spawnattr_setsigmask(&attr, &setEmpty);
-    short nFlags = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK;
-    if (bOwnGroup)
-    {
-        posix_spawnattr_setpgroup(&attr, 0);
-        nFlags |= POSIX_SPAWN_SETPGROUP;
-    }
-    posix_spawnattr_setflags(&attr, nFlags);
-}
-
-} // namespace
 
 namespace {
 
@@ -97,39 +43,32 @@ int RunProcess(const std::vector<std::string>& astrArgv, const std::string& strI
 
 CChild::~CChild()
 {
-    if (m_nPid > 0)
+    if (m_cProcess.IsRunning())
         Finish();
 }
 
 bool CChild::Start(const std::vector<std::string>& astrArgv, std::string* pstrError)
 {
     int afdIn[2], afdOut[2];
-    if (pipe2(afdIn, O_CLOEXEC) != 0)
+    if (!VCM::MakePipe(afdIn))
         return false;
-    if (pipe2(afdOut, O_CLOEXEC) != 0)
+    if (!VCM::MakePipe(afdOut))
     {
-        close(afdIn[0]), close(afdIn[1]);
+        VCM::CloseDescriptor(afdIn[0]), VCM::CloseDescriptor(afdIn[1]);
         return false;
     }
-    posix_spawn_file_actions_t fa;
-    posix_spawn_file_actions_init(&fa);
-    posix_spawn_file_actions_adddup2(&fa, afdIn[0], 0);
-    posix_spawn_file_actions_adddup2(&fa, afdOut[1], 1);
-    posix_spawnattr_t attr;
-    posix_spawnattr_init(&attr);
-    DefaultSignals(attr, true);
-    std::vector<char*> ap = Argv(astrArgv);
-    const int nError = posix_spawnp(&m_nPid, ap[0], &fa, &attr, ap.data(), environ);
-    posix_spawn_file_actions_destroy(&fa);
-    posix_spawnattr_destroy(&attr);
-    close(afdIn[0]);
-    close(afdOut[1]);
+    VCM::TSpawnOptions tOptions;
+    tOptions.nStdIn = afdIn[0];
+    tOptions.nStdOut = afdOut[1];
+    tOptions.bOwnProcessGroup = true;
+    const int nError = m_cProcess.Start(astrArgv, tOptions);
+    VCM::CloseDescriptor(afdIn[0]);
+    VCM::CloseDescriptor(afdOut[1]);
     if (nError != 0)
     {
-        m_nPid = -1;
-        close(afdIn[1]), close(afdOut[0]);
+        VCM::CloseDescriptor(afdIn[1]), VCM::CloseDescriptor(afdOut[0]);
         if (pstrError)
-            *pstrError = "cannot run " + astrArgv[0] + ": " + strerror(nError);
+            *pstrError = "cannot run " + astrArgv[0] + ": " + VCM::ErrorText(nError);
         return false;
     }
     m_fdIn = afdIn[1];
@@ -139,19 +78,7 @@ bool CChild::Start(const std::vector<std::string>& astrArgv, std::string* pstrEr
 
 bool CChild::Write(const char* p, size_t n)
 {
-    while (n > 0 && m_fdIn >= 0)
-    {
-        const ssize_t w = write(m_fdIn, p, n);
-        if (w < 0)
-        {
-            if (errno == EINTR)
-                continue;
-            return false;
-        }
-        p += w;
-        n -= size_t(w);
-    }
-    return n == 0;
+    return m_fdIn >= 0 && VCM::WriteAll(m_fdIn, p, n);
 }
 
 bool CChild::Write(const std::string& strData)
@@ -184,11 +111,9 @@ bool CChild::ReadLine(std::string& strLine)
 
 int CChild::Finish()
 {
-    if (m_fdIn >= 0)
-        close(m_fdIn);
-    m_fdIn = -1;
-    int nStatus = 127;
-    if (m_nPid > 0)
+    VCM::CloseDescriptor(m_fdIn);
+    int nStatus = VCM::eStatusNotFound;
+    if (m_cProcess.IsRunning())
     {
         // Drain what is left so that the child never blocks on a full pipe.
         if (m_fdOut >= 0)
@@ -203,12 +128,9 @@ int CChild::Finish()
                     break;
             }
         }
-        nStatus = WaitFor(m_nPid);
-        m_nPid = -1;
+        nStatus = m_cProcess.Wait();
     }
-    if (m_fdOut >= 0)
-        close(m_fdOut);
-    m_fdOut = -1;
+    VCM::CloseDescriptor(m_fdOut);
     return nStatus;
 }
 

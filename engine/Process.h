@@ -1,10 +1,13 @@
-// Child processes started directly (posix_spawnp), never through a shell.
+// Child processes started directly through the host's process primitives,
+// never through a shell.
 #pragma once
 
 #include <sys/types.h>
 
 #include <string>
 #include <vector>
+
+#include "host/ChildProcess.h"
 
 namespace ORVANE {
 namespace IMP {
@@ -36,10 +39,10 @@ public:
     bool ReadLine(std::string& strLine);
     // Closes the input and waits for the child: its exit status.
     int Finish();
-    pid_t Pid() const { return m_nPid; }
+    pid_t Pid() const { return m_cProcess.GetPid(); }
 
 private:
-    pid_t m_nPid = -1;
+    VCM::CChildProcess m_cProcess;
     int m_fdIn = -1;
     int m_fdOut = -1;
     std::string m_strPending;

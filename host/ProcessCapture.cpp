@@ -1,5 +1,7 @@
 #include "host/ProcessCapture.h"
 
+#include "host/ChildProcess.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
@@ -12,7 +14,6 @@
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/wait.h>
@@ -20,8 +21,6 @@
 #include <unistd.h>
 
 #include <wx/strconv.h>
-
-extern char** environ;
 
 namespace ORVANE
 {
@@ -36,57 +35,6 @@ namespace
 const size_t s_nMemoryLimit = 4u << 20;
 // Size of the chunks moved between the pipes, the spool file and the readers.
 const size_t s_nChunkSize = 64u << 10;
-
-// Exit statuses of a child that could not be started, as a shell gives them.
-const int s_nStatusNotFound = 127;
-const int s_nStatusCannotExecute = 126;
-
-std::string ErrorText(int nError)
-{
-    char acBuffer[256];
-    // GNU strerror_r: returns the text, not necessarily in acBuffer.
-    const char* psz = strerror_r(nError, acBuffer, sizeof(acBuffer));
-    return psz ? std::string(psz) : std::string("unknown error");
-}
-
-void CloseFd(int& nFd)
-{
-    if (nFd >= 0)
-    {
-        // Linux always releases the descriptor, even when close reports EINTR.
-        ::close(nFd);
-        nFd = -1;
-    }
-}
-
-// Moves a descriptor above the standard ones, so that it can never be
-// confused with 0, 1 or 2 when the child's streams are set up (this happens
-// when our own standard streams are closed).
-bool MoveAboveStandard(int& nFd)
-{
-    if (nFd > STDERR_FILENO)
-        return true;
-    const int nNew = ::fcntl(nFd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    const int nError = errno;
-    ::close(nFd);
-    nFd = nNew;
-    errno = nError;
-    return nNew >= 0;
-}
-
-bool MakePipe(int anFds[2])
-{
-    anFds[0] = anFds[1] = -1;
-    if (::pipe2(anFds, O_CLOEXEC) != 0)
-        return false;
-    if (!MoveAboveStandard(anFds[0]) || !MoveAboveStandard(anFds[1]))
-    {
-        CloseFd(anFds[0]);
-        CloseFd(anFds[1]);
-        return false;
-    }
-    return true;
-}
 
 bool SetNonBlocking(int nFd)
 {
@@ -128,28 +76,6 @@ int OpenSpoolFile()
     return -1;
 }
 
-bool WriteAll(int nFd, const char* p, size_t n)
-{
-    while (n > 0)
-    {
-        const ssize_t nDone = ::write(nFd, p, n);
-        if (nDone < 0)
-        {
-            if (errno == EINTR)
-                continue;
-            return false;
-        }
-        if (nDone == 0)
-        {
-            errno = ENOSPC;
-            return false;
-        }
-        p += nDone;
-        n -= static_cast<size_t>(nDone);
-    }
-    return true;
-}
-
 // Everything one child wrote on one of its streams: in memory while it is
 // small, in an unlinked temporary file once it grows beyond the limit.
 class CCaptureBuffer
@@ -158,11 +84,11 @@ public:
     CCaptureBuffer() = default;
     CCaptureBuffer(const CCaptureBuffer&) = delete;
     CCaptureBuffer& operator=(const CCaptureBuffer&) = delete;
-    ~CCaptureBuffer() { CloseFd(m_nFile); }
+    ~CCaptureBuffer() { CloseDescriptor(m_nFile); }
 
     void Clear()
     {
-        CloseFd(m_nFile);
+        CloseDescriptor(m_nFile);
         // Give back what a big capture held; a small one keeps its storage.
         if (m_acMemory.capacity() > s_nChunkSize)
             std::vector<char>().swap(m_acMemory);
@@ -248,7 +174,7 @@ private:
     bool Fail(int nFile)
     {
         m_nError = errno ? errno : EIO;
-        CloseFd(nFile);
+        CloseDescriptor(nFile);
         m_bFailed = true;
         return false;
     }
@@ -508,9 +434,8 @@ struct CProcessCapture::TImpl
     TImpl() : m_cOutStream(m_cOut), m_cErrStream(m_cErr) {}
 
     int Run(const CString& strCommandLine);
-    int RunArguments(const std::vector<std::string>& astrArgs);
+    int RunArguments(const std::vector<std::string>& astrArgs, const TSpawnOptions& tOptions);
     void Reset();
-    int Spawn(const std::vector<std::string>& astrArgs, int nIn, int nOut, int nErr, pid_t& nPid);
     void Pump(int nIn, int nOut, int nErr);
     void ReportStartFailure(const std::string& strMessage);
 
@@ -519,67 +444,12 @@ struct CProcessCapture::TImpl
     CCaptureInputStream m_cOutStream;
     CCaptureInputStream m_cErrStream;
     CInputCollector m_cIn;
+    struct rusage m_tUsage = {};
 };
 
 void CProcessCapture::TImpl::ReportStartFailure(const std::string& strMessage)
 {
     m_cErr.AppendNote(strMessage + "\n");
-}
-
-int CProcessCapture::TImpl::Spawn(const std::vector<std::string>& astrArgs, int nIn, int nOut, int nErr, pid_t& nPid)
-{
-    std::vector<char*> apszArgv;
-    apszArgv.reserve(astrArgs.size() + 1);
-    for (const std::string& strArg : astrArgs)
-        apszArgv.push_back(const_cast<char*>(strArg.c_str()));
-    apszArgv.push_back(nullptr);
-
-    posix_spawn_file_actions_t cActions;
-    posix_spawnattr_t cAttr;
-    int nResult = posix_spawn_file_actions_init(&cActions);
-    if (nResult != 0)
-        return nResult;
-    nResult = posix_spawnattr_init(&cAttr);
-    if (nResult != 0)
-    {
-        posix_spawn_file_actions_destroy(&cActions);
-        return nResult;
-    }
-
-    // The child's streams; every other descriptor of ours is close-on-exec,
-    // and whatever someone else left open is closed as well.
-    if (nResult == 0)
-        nResult = posix_spawn_file_actions_adddup2(&cActions, nIn, STDIN_FILENO);
-    if (nResult == 0)
-        nResult = posix_spawn_file_actions_adddup2(&cActions, nOut, STDOUT_FILENO);
-    if (nResult == 0)
-        nResult = posix_spawn_file_actions_adddup2(&cActions, nErr, STDERR_FILENO);
-#if defined(__GLIBC__) && (__GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 34))
-    if (nResult == 0)
-        nResult = posix_spawn_file_actions_addclosefrom_np(&cActions, STDERR_FILENO + 1);
-#endif
-
-    // Default dispositions for every signal and nothing blocked, whatever the
-    // caller's thread has set up (we block SIGPIPE ourselves meanwhile).
-    sigset_t cAll;
-    sigset_t cNone;
-    sigfillset(&cAll);
-    sigemptyset(&cNone);
-    if (nResult == 0)
-        nResult = posix_spawnattr_setsigdefault(&cAttr, &cAll);
-    if (nResult == 0)
-        nResult = posix_spawnattr_setsigmask(&cAttr, &cNone);
-    if (nResult == 0)
-        nResult = posix_spawnattr_setflags(&cAttr, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
-
-    // The environment as it is now, so that changes made just before the
-    // call are seen; the program is looked up along PATH like execvp.
-    if (nResult == 0)
-        nResult = posix_spawnp(&nPid, apszArgv[0], &cActions, &cAttr, apszArgv.data(), environ);
-
-    posix_spawnattr_destroy(&cAttr);
-    posix_spawn_file_actions_destroy(&cActions);
-    return nResult;
 }
 
 void CProcessCapture::TImpl::Pump(int nIn, int nOut, int nErr)
@@ -590,7 +460,7 @@ void CProcessCapture::TImpl::Pump(int nIn, int nOut, int nErr)
     std::vector<char> acChunk(s_nChunkSize);
 
     if (nIn >= 0 && acInput.empty())
-        CloseFd(nIn);
+        CloseDescriptor(nIn);
 
     while (nIn >= 0 || nOut >= 0 || nErr >= 0)
     {
@@ -619,9 +489,9 @@ void CProcessCapture::TImpl::Pump(int nIn, int nOut, int nErr)
                 continue;
             // Cannot wait any more: stop feeding and reading; the child sees
             // its pipes closed.
-            CloseFd(nIn);
-            CloseFd(nOut);
-            CloseFd(nErr);
+            CloseDescriptor(nIn);
+            CloseDescriptor(nOut);
+            CloseDescriptor(nErr);
             break;
         }
 
@@ -637,7 +507,7 @@ void CProcessCapture::TImpl::Pump(int nIn, int nOut, int nErr)
                 {
                     nInputPos += static_cast<size_t>(nDone);
                     if (nInputPos == acInput.size())
-                        CloseFd(nFd);
+                        CloseDescriptor(nFd);
                 }
                 else if (nDone < 0 && errno != EINTR && errno != EAGAIN)
                 {
@@ -645,7 +515,7 @@ void CProcessCapture::TImpl::Pump(int nIn, int nOut, int nErr)
                     // the rest of the input is dropped.
                     if (errno == EPIPE)
                         cGuard.NoteBrokenPipe();
-                    CloseFd(nFd);
+                    CloseDescriptor(nFd);
                 }
                 continue;
             }
@@ -669,7 +539,7 @@ void CProcessCapture::TImpl::Pump(int nIn, int nOut, int nErr)
                 if (nDone < 0 && errno == EAGAIN)
                     break;
                 // End of output (or a broken pipe).
-                CloseFd(nFd);
+                CloseDescriptor(nFd);
                 break;
             }
         }
@@ -701,22 +571,21 @@ int CProcessCapture::TImpl::Run(const CString& strCommandLine)
             ReportStartFailure("cannot run '" + strProgram +
                                "': the command line cannot be represented in the current locale");
             m_cIn.Clear();
-            return s_nStatusNotFound;
+            return eStatusNotFound;
         }
         astrArgs.push_back(strArg);
     }
-    return RunArguments(astrArgs);
+    return RunArguments(astrArgs, TSpawnOptions());
 }
 
-int CProcessCapture::TImpl::RunArguments(const std::vector<std::string>& astrArgs)
+int CProcessCapture::TImpl::RunArguments(const std::vector<std::string>& astrArgs, const TSpawnOptions& tOptions)
 {
     Reset();
-    int nStatus = 0;
     if (astrArgs.empty())
     {
         ReportStartFailure("cannot run '': empty command line");
         m_cIn.Clear();
-        return s_nStatusNotFound;
+        return eStatusNotFound;
     }
 
     int anIn[2] = {-1, -1};
@@ -727,46 +596,37 @@ int CProcessCapture::TImpl::RunArguments(const std::vector<std::string>& astrArg
     {
         const int nError = errno;
         for (int* pnFd : {&anIn[0], &anIn[1], &anOut[0], &anOut[1], &anErr[0], &anErr[1]})
-            CloseFd(*pnFd);
+            CloseDescriptor(*pnFd);
         ReportStartFailure("cannot run '" + astrArgs[0] + "': " + ErrorText(nError));
         m_cIn.Clear();
-        return s_nStatusCannotExecute;
+        return eStatusCannotExecute;
     }
 
-    pid_t nPid = -1;
-    const int nSpawnError = Spawn(astrArgs, anIn[0], anOut[1], anErr[1], nPid);
+    TSpawnOptions tSpawn = tOptions;
+    tSpawn.nStdIn = anIn[0];
+    tSpawn.nStdOut = anOut[1];
+    tSpawn.nStdErr = anErr[1];
+    CChildProcess cChild;
+    const int nSpawnError = cChild.Start(astrArgs, tSpawn);
     // The child's ends belong to the child now (or to nobody).
-    CloseFd(anIn[0]);
-    CloseFd(anOut[1]);
-    CloseFd(anErr[1]);
+    CloseDescriptor(anIn[0]);
+    CloseDescriptor(anOut[1]);
+    CloseDescriptor(anErr[1]);
 
     if (nSpawnError != 0)
     {
-        CloseFd(anIn[1]);
-        CloseFd(anOut[0]);
-        CloseFd(anErr[0]);
+        CloseDescriptor(anIn[1]);
+        CloseDescriptor(anOut[0]);
+        CloseDescriptor(anErr[0]);
         ReportStartFailure("cannot run '" + astrArgs[0] + "': " + ErrorText(nSpawnError));
         m_cIn.Clear();
-        return nSpawnError == ENOENT || nSpawnError == ENOTDIR ? s_nStatusNotFound : s_nStatusCannotExecute;
+        return StartFailureStatus(nSpawnError);
     }
 
     Pump(anIn[1], anOut[0], anErr[0]);
     m_cIn.Clear();
-
-    int nWaitStatus = 0;
-    pid_t nWaited;
-    do
-        nWaited = ::waitpid(nPid, &nWaitStatus, 0);
-    while (nWaited < 0 && errno == EINTR);
-
-    if (nWaited != nPid)
-        nStatus = -1; // reaped behind our back (SIGCHLD ignored): status unknown
-    else if (WIFEXITED(nWaitStatus))
-        nStatus = WEXITSTATUS(nWaitStatus);
-    else if (WIFSIGNALED(nWaitStatus))
-        nStatus = 128 + WTERMSIG(nWaitStatus);
-    else
-        nStatus = -1;
+    int nStatus = cChild.Wait();
+    m_tUsage = cChild.GetUsage();
 
     // Output that could not be kept completely must not pass for a success.
     for (const CCaptureBuffer* pCapture : {&m_cOut, &m_cErr})
@@ -793,7 +653,17 @@ int CProcessCapture::Execute(const CString& strCommandLine)
 
 int CProcessCapture::Execute(const std::vector<std::string>& astrArgs)
 {
-    return m_pImpl->RunArguments(astrArgs);
+    return m_pImpl->RunArguments(astrArgs, TSpawnOptions());
+}
+
+int CProcessCapture::Execute(const std::vector<std::string>& astrArgs, const TSpawnOptions& tOptions)
+{
+    return m_pImpl->RunArguments(astrArgs, tOptions);
+}
+
+const struct rusage& CProcessCapture::GetUsage() const
+{
+    return m_pImpl->m_tUsage;
 }
 
 wxInputStream* CProcessCapture::GetStdOutputStream()

@@ -7,6 +7,7 @@
 
 #include <wx/stream.h>
 
+#include "host/ChildProcess.h"
 #include "host/String.h"
 
 namespace ORVANE {
@@ -35,6 +36,11 @@ public:
     // bytes, passed exactly as they are: for arguments that no command line
     // could carry (a double quote in a file name, say).
     int Execute(const std::vector<std::string>& astrArgs);
+    // The same with a given environment, working directory or process group
+    // (the descriptors of the options are ignored: the capture owns them).
+    int Execute(const std::vector<std::string>& astrArgs, const TSpawnOptions& tOptions);
+    // The resources the last child used (CPU times, peak memory).
+    const struct rusage& GetUsage() const;
 
     // What the last child wrote on standard output / error, from the first
     // byte to the end.

@@ -24,6 +24,7 @@
 #include <wx/utils.h>
 
 #include "ProcessPattern.h"
+#include "Scratch.h"
 #include "host/ProcessCapture.h"
 
 using ORVANE::VCM::CProcessCapture;
@@ -126,31 +127,6 @@ std::string Unique(const char* pszTag)
     return std::string(pszTag) + "-" + std::to_string(getpid());
 }
 
-// A private temporary folder, removed with its contents at the end.
-class CTempDir
-{
-public:
-    CTempDir()
-    {
-        const char* pszTmp = std::getenv("TMPDIR");
-        std::string strTemplate = std::string(pszTmp && *pszTmp ? pszTmp : "/tmp") + "/orvane-proctest-XXXXXX";
-        std::vector<char> ac(strTemplate.begin(), strTemplate.end());
-        ac.push_back('\0');
-        if (mkdtemp(ac.data()))
-            m_strPath = ac.data();
-    }
-    ~CTempDir()
-    {
-        std::error_code ec;
-        if (!m_strPath.empty() && std::filesystem::remove_all(m_strPath, ec) == static_cast<std::uintmax_t>(-1))
-            std::fprintf(stderr, "could not remove %s\n", m_strPath.c_str());
-    }
-    const std::string& Path() const { return m_strPath; }
-
-private:
-    std::string m_strPath;
-};
-
 bool CopyFile(const std::string& strFrom, const std::string& strTo, mode_t nMode)
 {
     std::ifstream cIn(strFrom, std::ios::binary);
@@ -241,7 +217,7 @@ TEST(CProcessCapture, NoArgumentsOrAMissingProgramGivenOneByOne)
 
 TEST(CProcessCapture, ProgramPathWithBlanksInQuotes)
 {
-    CTempDir cDir;
+    ORVANE::TEST::CScratchFolder cDir("orvane-proctest");
     ASSERT_FALSE(cDir.Path().empty());
     const std::string strFolder = cDir.Path() + "/my tools";
     ASSERT_EQ(0, mkdir(strFolder.c_str(), 0700));
@@ -315,7 +291,7 @@ TEST(CProcessCapture, ProgramNotFound)
 
 TEST(CProcessCapture, ProgramNotExecutable)
 {
-    CTempDir cDir;
+    ORVANE::TEST::CScratchFolder cDir("orvane-proctest");
     ASSERT_FALSE(cDir.Path().empty());
     const std::string strFile = cDir.Path() + "/plain";
     ASSERT_TRUE(CopyFile(ORVANE_PROCESS_CHILD, strFile, 0644));
@@ -388,7 +364,7 @@ TEST(CProcessCapture, ChildSeesEnvironmentSetJustBefore)
 
 TEST(CProcessCapture, ChildRunsInTheCallersWorkingDirectory)
 {
-    CTempDir cDir;
+    ORVANE::TEST::CScratchFolder cDir("orvane-proctest");
     ASSERT_FALSE(cDir.Path().empty());
     std::vector<char> acOld(4096);
     ASSERT_NE(nullptr, getcwd(acOld.data(), acOld.size()));
@@ -885,7 +861,7 @@ TEST(CProcessCapture, SpooledOutputLeavesNoDescriptorBehind)
 
 TEST(CProcessCapture, SpoolFileIsUnlinkedAndInTmpDir)
 {
-    CTempDir cDir;
+    ORVANE::TEST::CScratchFolder cDir("orvane-proctest");
     ASSERT_FALSE(cDir.Path().empty());
     wxString strOldTmp;
     const bool bHadTmp = wxGetEnv("TMPDIR", &strOldTmp);
