@@ -1,25 +1,25 @@
 // A stand-in for the p4 client that answers with prepared bytes.
 //
 // MP4CMD_FEED names a folder. For the argument text "A B C" the files
-// "A_B_C.out", ".err" and ".exit" of that folder (every character other than
-// a letter, a digit, '.' or '-' becomes '_') give the bytes for standard
+// "A_B_C.out", ".err" and ".exit" of that folder (named by FeedName) give the bytes for standard
 // output, standard error and the exit status; "default.out" and so on are
 // used when there is no file for the arguments. Every invocation appends its
 // argument text and a line end to "args.log".
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <string>
+
+#include "Files.h"
+#include "Text.h"
 
 namespace {
 
 bool ReadFile(const std::string& strPath, std::string& strData)
 {
-    std::ifstream cFile(strPath, std::ios::binary);
-    if (!cFile)
+    if (!ORVANE::TEST::Exists(strPath))
         return false;
-    strData.assign(std::istreambuf_iterator<char>(cFile), std::istreambuf_iterator<char>());
+    strData = ORVANE::TEST::ReadWholeFile(strPath);
     return true;
 }
 
@@ -53,14 +53,7 @@ int main(int argc, char** argv)
         cLog << strArgs << '\n';
     }
 
-    std::string strName = strArgs;
-    for (char& c : strName)
-    {
-        const bool bKeep = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-                           c == '-';
-        if (!bKeep)
-            c = '_';
-    }
+    const std::string strName = ORVANE::TEST::FeedName(strArgs);
 
     std::string strData;
     if (ReadAnswer(strFolder, strName, ".out", strData))

@@ -3,8 +3,6 @@
 #include <clocale>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include <wx/strconv.h>
@@ -75,24 +73,9 @@ CFilePath Path(const wchar_t* psz)
     return cPath;
 }
 
-std::string ReadWholeFile(const std::string& strPath)
-{
-    std::ifstream cFile(strPath, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(cFile), std::istreambuf_iterator<char>());
-}
-
 void WriteWholeFile(const std::string& strPath, const std::string& strData)
 {
-    std::ofstream cFile(strPath, std::ios::binary | std::ios::trunc);
-    cFile.write(strData.data(), static_cast<std::streamsize>(strData.size()));
-    ASSERT_TRUE(cFile.good()) << strPath;
-}
-
-std::string Utf8(const std::wstring& str)
-{
-    const wxString strText(str);
-    const wxScopedCharBuffer cBytes = strText.utf8_str();
-    return std::string(cBytes.data(), cBytes.length());
+    ASSERT_TRUE(ORVANE::TEST::WriteWholeFile(strPath, strData)) << strPath;
 }
 
 bool UseUtf8Locale()
@@ -107,9 +90,9 @@ void CCommandTest::SetUp()
         ::unsetenv(pszName);
     ::setenv("P4USER", "tester", 1);
 
-    char acTemplate[] = "/tmp/mp4cmd-XXXXXX";
-    ASSERT_NE(::mkdtemp(acTemplate), nullptr);
-    m_strTemp = acTemplate;
+    m_pScratch.reset(new ORVANE::TEST::CScratchFolder("mp4cmd"));
+    m_strTemp = m_pScratch->Path();
+    ASSERT_FALSE(m_strTemp.empty());
     m_strServer = m_strTemp + "/server";
     m_strFeed = m_strTemp + "/feed";
     m_strJournal = m_strTemp + "/journal.jsonl";
@@ -129,11 +112,7 @@ void CCommandTest::TearDown()
     for (const char* pszName : s_apszClearedVariables)
         ::unsetenv(pszName);
     std::setlocale(LC_ALL, "C");
-    if (!m_strTemp.empty())
-    {
-        std::error_code cError;
-        std::filesystem::remove_all(m_strTemp, cError);
-    }
+    m_pScratch.reset();
 }
 
 std::string CCommandTest::Log()
@@ -152,14 +131,7 @@ std::string CCommandTest::Log()
 void CCommandTest::Feed(const std::string& strArgs, const std::string& strOut, const std::string& strErr, int nExit)
 {
     std::filesystem::create_directories(m_strFeed);
-    std::string strName = strArgs;
-    for (char& c : strName)
-    {
-        const bool bKeep = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-                           c == '-';
-        if (!bKeep)
-            c = '_';
-    }
+    const std::string strName = ORVANE::TEST::FeedName(strArgs);
     WriteWholeFile(m_strFeed + "/" + strName + ".out", strOut);
     WriteWholeFile(m_strFeed + "/" + strName + ".err", strErr);
     WriteWholeFile(m_strFeed + "/" + strName + ".exit", std::to_string(nExit));

@@ -2,6 +2,7 @@
 // log, a prepared-bytes stand-in for p4, p4sim servers and their journal.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -9,6 +10,9 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "Files.h"
+#include "Scratch.h"
+#include "Text.h"
 #include "host/VCM.h"
 #include "mce/ProviderBase.h"
 #include "mp4/MP4.h"
@@ -52,10 +56,10 @@ std::string Le32(uint32_t n);
 
 std::wstring W(const CString& str);
 CFilePath Path(const wchar_t* psz);
-std::string ReadWholeFile(const std::string& strPath);
+using ORVANE::TEST::ReadWholeFile;
+using ORVANE::TEST::Utf8;
+// Replaces the file's content; the test fails when it cannot.
 void WriteWholeFile(const std::string& strPath, const std::string& strData);
-// UTF-8 of a wide text.
-std::string Utf8(const std::wstring& str);
 
 // Every test: a temporary folder, a provider with an open log whose prefix
 // is always "42: ", the p4 executable put back afterwards, and no p4 or
@@ -90,6 +94,7 @@ protected:
     // Runs a program with arguments through the host's capture; its status.
     int Run(const std::string& strCommandLine, std::string* pstrOut = nullptr, std::string* pstrErr = nullptr);
 
+    std::unique_ptr<ORVANE::TEST::CScratchFolder> m_pScratch;
     std::string m_strTemp;
     std::string m_strServer;
     std::string m_strFeed;

@@ -22,14 +22,14 @@ time_t FixedClock(time_t* pt)
 }
 
 // Runs a command line directly; its status, and its standard output.
-int RunCommand(const std::string& strCommandLine, std::string* pstrOut, bool bErrorToo = false)
+int RunCommand(const std::string& strCommandLine, std::string* pstrOut)
 {
     ORVANE::VCM::CProcessCapture cCapture;
     const int nStatus = cCapture.Execute(wxString::FromUTF8(strCommandLine.c_str()));
     if (pstrOut)
     {
         pstrOut->clear();
-        wxInputStream* pOut = bErrorToo && nStatus != 0 ? cCapture.GetStdErrorStream() : cCapture.GetStdOutputStream();
+        wxInputStream* pOut = cCapture.GetStdOutputStream();
         char ach[4096];
         while (!pOut->Eof())
         {
@@ -48,19 +48,6 @@ std::string Utf8(const wxString& str)
     return std::string(str.utf8_str().data());
 }
 
-std::string ReadWholeFile(const std::string& strPath)
-{
-    std::ifstream in(strPath, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-void WriteWholeFile(const std::string& strPath, const std::string& strData)
-{
-    std::ofstream out(strPath, std::ios::binary | std::ios::trunc);
-    out << strData;
-}
 
 CFilePath Path(const wchar_t* psz)
 {
@@ -84,13 +71,14 @@ std::vector<std::string> Describe(const ORVANE::VCM::CArray<TStreamInfo>& atStre
 
 void CProviderTest::SetUp()
 {
-    char szTemplate[] = "/tmp/orvane-p4provider-XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(szTemplate));
-    m_strTemp = szTemplate;
+    m_pScratch.reset(new ORVANE::TEST::CScratchFolder("orvane-p4provider"));
+    m_strTemp = m_pScratch->Path();
+    ASSERT_FALSE(m_strTemp.empty());
     m_strServer = m_strTemp + "/server";
     m_strJournal = m_strTemp + "/journal.jsonl";
     m_strWorkspace = m_strTemp + "/ws";
-    ASSERT_EQ(0, RunCommand(std::string(g_pszP4Sim) + " admin init " + m_strServer, nullptr));
+    const ORVANE::TEST::TRunResult tInit = ORVANE::TEST::RunProgram({g_pszP4Sim, "admin", "init", m_strServer});
+    ASSERT_EQ(0, tInit.nStatus) << tInit.strErr;
     setenv("P4PORT", ("sim:" + m_strServer).c_str(), 1);
     setenv("P4USER", "tester", 1);
     setenv("P4SIM_JOURNAL", m_strJournal.c_str(), 1);
@@ -116,8 +104,7 @@ void CProviderTest::TearDown()
     ORVANE::MP4::CCommandBase::SetP4Executable(L"p4");
     for (const char* psz : {"P4PORT", "P4USER", "P4SIM_JOURNAL", "P4CLIENT", "P4HOST", "P4SIM_FAIL"})
         unsetenv(psz);
-    std::error_code ec;
-    std::filesystem::remove_all(m_strTemp, ec);
+    m_pScratch.reset();
 }
 
 void CProviderTest::Load(const std::string& strHistory)
@@ -125,11 +112,9 @@ void CProviderTest::Load(const std::string& strHistory)
     const std::string strFile = m_strTemp + "/history.json";
     WriteWholeFile(strFile, strHistory);
     unsetenv("P4SIM_JOURNAL");
-    std::string strOut;
-    const int nStatus =
-        RunCommand(std::string(g_pszP4Sim) + " admin load " + m_strServer + " " + strFile, &strOut, true);
+    const ORVANE::TEST::TRunResult tLoad = ORVANE::TEST::RunProgram({g_pszP4Sim, "admin", "load", m_strServer, strFile});
     setenv("P4SIM_JOURNAL", m_strJournal.c_str(), 1);
-    ASSERT_EQ(0, nStatus) << strOut;
+    ASSERT_EQ(0, tLoad.nStatus) << tLoad.strErr;
 }
 
 void CProviderTest::Settings(const std::vector<std::pair<std::wstring, std::wstring>>& atOverrides)

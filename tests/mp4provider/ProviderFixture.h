@@ -3,12 +3,16 @@
 // prefix is fixed.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "Files.h"
+#include "Run.h"
+#include "Scratch.h"
 #include "host/VCM.h"
 #include "mp4/MP4Provider.h"
 
@@ -21,8 +25,8 @@ using TStreamInfo = ORVANE::MCE::CProvider::TStreamInfo;
 extern const char* const g_pszP4Sim;
 
 std::string Utf8(const wxString& str);
-std::string ReadWholeFile(const std::string& strPath);
-void WriteWholeFile(const std::string& strPath, const std::string& strData);
+using ORVANE::TEST::ReadWholeFile;
+using ORVANE::TEST::WriteWholeFile;
 CFilePath Path(const wchar_t* psz);
 
 // The provider with its protected state open for inspection.
@@ -66,6 +70,7 @@ protected:
     // Environment variable, or "(unset)".
     static std::string Env(const char* pszName);
 
+    std::unique_ptr<ORVANE::TEST::CScratchFolder> m_pScratch;
     std::string m_strTemp;
     std::string m_strServer;
     std::string m_strJournal;

@@ -151,8 +151,9 @@ TEST(ImportLog, EachOpeningAfterGetLogPathStartsANewFile)
 TEST(ImportLog, OpenLogAfterSwitchingOffStartsANewFileAndClosesTheEarlierOne)
 {
     // Temporary files go to a folder of this test's own.
-    char szDir[] = "/tmp/orvane-logtest-XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(szDir));
+    ORVANE::TEST::CScratchFolder cDir("orvane-logtest");
+    ASSERT_FALSE(cDir.Path().empty());
+    const char* szDir = cDir.Path().c_str();
     const char* pszOldTmp = getenv("TMPDIR");
     const std::string strOldTmp = pszOldTmp ? pszOldTmp : "";
     setenv("TMPDIR", szDir, 1);
@@ -180,7 +181,7 @@ TEST(ImportLog, OpenLogAfterSwitchingOffStartsANewFileAndClosesTheEarlierOne)
         for (const std::string& str : astrFiles)
             unlink(str.c_str());
     }
-    rmdir(szDir);
+    EXPECT_TRUE(cDir.List().empty());
     if (pszOldTmp)
         setenv("TMPDIR", strOldTmp.c_str(), 1);
     else

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "Files.h"
+#include "Scratch.h"
 #include "mce/MCE.h"
 #include "mce/ProviderBase.h"
 
@@ -38,10 +40,7 @@ inline std::string Utf8(const wxString& str)
 
 inline std::string ReadFile(const wxString& strPath)
 {
-    std::ifstream in(Utf8(strPath), std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
+    return ORVANE::TEST::ReadWholeFile(Utf8(strPath));
 }
 
 inline bool FileExists(const std::string& strPath)
@@ -58,19 +57,8 @@ inline std::string StagingBase()
 // A scratch folder of its own, removed with everything in it.
 struct TScratch
 {
-    std::string strPath;
-    TScratch()
-    {
-        char szTemplate[] = "/tmp/orvane-provider-test-XXXXXX";
-        const char* psz = mkdtemp(szTemplate);
-        strPath = psz ? psz : "";
-    }
-    ~TScratch()
-    {
-        std::error_code ec;
-        if (!strPath.empty())
-            std::filesystem::remove_all(strPath, ec);
-    }
+    ORVANE::TEST::CScratchFolder cFolder{"orvane-provider-test"};
+    const std::string strPath = cFolder.Path();
 };
 
 class CTestProvider : public CProviderBase

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "DatabaseFixture.h"
 #include "mce/MCE.h"
 
 using namespace ORVANE;
@@ -180,20 +181,12 @@ TEST(StagingBindings, EachFieldIsBoundToItsMember)
 
 namespace {
 
-class StagingDatabase : public ::testing::Test
+class StagingDatabase : public ORVANE::TEST::CDatabaseFixture
 {
 protected:
     void SetUp() override
     {
-        char szTemplate[] = "/tmp/stagingtest-XXXXXX";
-        ASSERT_NE(::mkdtemp(szTemplate), nullptr);
-        m_strFolder = szTemplate;
-        CString strConnection;
-        strConnection.Format(L"type=native;path=%s;create=1;nobinaries=1",
-                             wxString(m_strFolder + "/orvane-em-1").wc_str());
-        m_pDb = CDatabaseFactory::Create(strConnection);
-        ASSERT_NE(m_pDb, nullptr);
-        m_pTx = new CTransaction(m_pDb, 60000);
+        OpenDatabase("orvane-em-1");
         m_cChanges.Open(m_pDb, nullptr, m_pTx, false);
         m_cItems.Open(m_pDb, nullptr, m_pTx, false);
         ASSERT_TRUE(m_cChanges.IsOpen());
@@ -202,13 +195,13 @@ protected:
     void TearDown() override
     {
         delete m_pTx;
+        m_pTx = nullptr;
         m_cChanges.Close();
         m_cItems.Close();
-        if (m_pDb)
-            m_pDb->Release();
-        for (const char* pszSuffix : {"/orvane-em-1.tdf", "/orvane-em-1.tlf"})
-            ::unlink((m_strFolder + pszSuffix).c_str());
-        EXPECT_EQ(::rmdir(m_strFolder.c_str()), 0); // nothing else was left
+        CloseDatabase();
+        for (const char* pszSuffix : {"orvane-em-1.tdf", "orvane-em-1.tlf"})
+            ::unlink(m_cFolder.File(pszSuffix).c_str());
+        EXPECT_TRUE(m_cFolder.List().empty()); // nothing else was left
     }
 
     unsigned AddChange(unsigned nStream, long tTime, const wchar_t* pszComment)
@@ -222,9 +215,6 @@ protected:
         return t.nID;
     }
 
-    std::string m_strFolder;
-    CDatabase* m_pDb = nullptr;
-    CTransaction* m_pTx = nullptr;
     CChangeTable m_cChanges{nullptr};
     CChangeItemTable m_cItems{nullptr};
 };

@@ -15,16 +15,19 @@ namespace ORVANE
 namespace TEST
 {
 
+// The connection string that creates the database at the base path.
+inline VCM::CString DatabaseConnection(const std::string& strBasePath)
+{
+    VCM::CString str;
+    str.Format(L"type=native;path=%s;create=1;nobinaries=1", wxString(strBasePath).wc_str());
+    return str;
+}
+
 class CDatabaseFixture : public ::testing::Test
 {
 protected:
     // The connection string for the base path "<folder>/<name>".
-    VCM::CString Connection(const std::string& strName = "db") const
-    {
-        VCM::CString str;
-        str.Format(L"type=native;path=%s;create=1;nobinaries=1", wxString(m_cFolder.File(strName)).wc_str());
-        return str;
-    }
+    VCM::CString Connection(const std::string& strName = "db") const { return DatabaseConnection(m_cFolder.File(strName)); }
 
     // Creates the database "<folder>/<name>" and starts a transaction.
     void OpenDatabase(const std::string& strName = "db")

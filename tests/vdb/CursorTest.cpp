@@ -7,24 +7,22 @@ using namespace VdbTest;
 
 namespace {
 
-class VdbCursor : public ::testing::Test
+class VdbCursor : public ORVANE::TEST::CDatabaseFixture
 {
 protected:
     void SetUp() override
     {
-        m_pDb = CDatabaseFactory::Create(m_cFolder.Connection());
-        ASSERT_NE(m_pDb, nullptr);
-        m_pTx = new CTransaction(m_pDb, 60000);
+        OpenDatabase();
         ASSERT_TRUE(m_cSamples.Open(m_pDb, nullptr, m_pTx, false));
         ASSERT_TRUE(m_cPairs.Open(m_pDb, nullptr, m_pTx, false));
     }
     void TearDown() override
     {
         delete m_pTx;
+        m_pTx = nullptr;
         m_cSamples.Close();
         m_cPairs.Close();
-        if (m_pDb)
-            m_pDb->Release();
+        CloseDatabase();
     }
 
     CIterator<TSampleRecord> Samples(int nIndex) { return CIterator<TSampleRecord>(&m_cSamples, nIndex, m_pTx); }
@@ -61,9 +59,6 @@ protected:
         return astr;
     }
 
-    CTempFolder m_cFolder;
-    CDatabase* m_pDb = nullptr;
-    CTransaction* m_pTx = nullptr;
     CSampleTable m_cSamples;
     CPairTable m_cPairs;
 };

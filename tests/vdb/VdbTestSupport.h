@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "DatabaseFixture.h"
+#include "Scratch.h"
 #include "host/VDB.h"
 
 namespace VdbTest {
@@ -136,50 +138,15 @@ inline TPairRecord Pair(unsigned nMajor, unsigned nMinor, const wchar_t* pszValu
 }
 
 // A private folder for one test, removed with everything in it.
-class CTempFolder
+class CTempFolder : public ORVANE::TEST::CScratchFolder
 {
 public:
-    CTempFolder()
-    {
-        char szTemplate[] = "/tmp/vdbtest-XXXXXX";
-        const char* psz = ::mkdtemp(szTemplate);
-        m_strPath = psz ? psz : "";
-    }
-    ~CTempFolder()
-    {
-        for (const std::string& strName : List())
-            ::unlink((m_strPath + "/" + strName).c_str());
-        ::rmdir(m_strPath.c_str());
-    }
-    const std::string& Path() const { return m_strPath; }
-    std::string File(const std::string& strName) const { return m_strPath + "/" + strName; }
-    // The names in the folder, sorted.
-    std::vector<std::string> List() const
-    {
-        std::vector<std::string> astr;
-        if (DIR* pDir = ::opendir(m_strPath.c_str()))
-        {
-            while (dirent* pEntry = ::readdir(pDir))
-            {
-                const std::string strName = pEntry->d_name;
-                if (strName != "." && strName != "..")
-                    astr.push_back(strName);
-            }
-            ::closedir(pDir);
-        }
-        std::sort(astr.begin(), astr.end());
-        return astr;
-    }
+    CTempFolder() : CScratchFolder("vdbtest") {}
     // The connection string for the base path "<folder>/<name>".
     CString Connection(const std::string& strName = "db") const
     {
-        CString str;
-        str.Format(L"type=native;path=%s;create=1;nobinaries=1", wxString(File(strName)).wc_str());
-        return str;
+        return ORVANE::TEST::DatabaseConnection(File(strName));
     }
-
-private:
-    std::string m_strPath;
 };
 
 inline std::vector<std::string> TwoFiles(const std::string& strName = "db")
