@@ -12,13 +12,10 @@
 
 extern char** environ;
 
-namespace ORVANE
-{
-namespace VCM
-{
+namespace ORVANE {
+namespace VCM {
 
-namespace
-{
+namespace {
 
 // The file actions and attributes of one start, released with the object.
 class CSpawnSetup

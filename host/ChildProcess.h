@@ -11,10 +11,8 @@
 #include <string>
 #include <vector>
 
-namespace ORVANE
-{
-namespace VCM
-{
+namespace ORVANE {
+namespace VCM {
 
 // How a child starts. Descriptors that are -1 are inherited from this
 // process; the others become the child's standard input, output and error.

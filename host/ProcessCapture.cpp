@@ -22,13 +22,10 @@
 
 #include <wx/strconv.h>
 
-namespace ORVANE
-{
-namespace VCM
-{
+namespace ORVANE {
+namespace VCM {
 
-namespace
-{
+namespace {
 
 // Output kept in memory up to this size per stream; beyond it the whole
 // stream moves to an unlinked temporary file.

@@ -9,7 +9,8 @@ packages=(
     libsqlite3-dev sqlite3
     nettle-dev                 # SHA-1, SHA-256, MD5 and base64
     libgtest-dev libgmock-dev
-    nlohmann-json3-dev libcli11-dev libfmt-dev
+    nlohmann-json3-dev libcli11-dev
+    clang-format               # scripts/check-format.sh
     python3                    # independent decoder of marshalled output in tests
     graphviz                   # stream graphs as SVG
 )

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# The test command: installs the dependencies, builds, and runs every test,
+# The test command: installs the dependencies, checks the formatting of the
+# changed lines, builds with every warning an error, and runs every test,
 # first in a plain build, then again with AddressSanitizer and
-# UndefinedBehaviorSanitizer. Exits non-zero on any failure in either.
+# UndefinedBehaviorSanitizer. Exits non-zero on any failure.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -9,14 +10,17 @@ cd "$root"
 
 scripts/install-deps.sh
 
-jobs=$(nproc 2>/dev/null || echo 2)
 status=0
+echo "== format"
+scripts/check-format.sh || status=1
+
+jobs=$(nproc 2>/dev/null || echo 2)
 
 run_build() {
     local dir=$1
     shift
     echo "== configure $dir"
-    cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >"$dir.configure.log" 2>&1 ||
+    cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORVANE_WERROR=ON "$@" >"$dir.configure.log" 2>&1 ||
         { cat "$dir.configure.log"; return 1; }
     echo "== build $dir"
     cmake --build "$dir" -j "$jobs" || return 1

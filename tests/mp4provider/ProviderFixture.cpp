@@ -48,7 +48,6 @@ std::string Utf8(const wxString& str)
     return std::string(str.utf8_str().data());
 }
 
-
 CFilePath Path(const wchar_t* psz)
 {
     CFilePath c;
@@ -112,7 +111,8 @@ void CProviderTest::Load(const std::string& strHistory)
     const std::string strFile = m_strTemp + "/history.json";
     WriteWholeFile(strFile, strHistory);
     unsetenv("P4SIM_JOURNAL");
-    const ORVANE::TEST::TRunResult tLoad = ORVANE::TEST::RunProgram({g_pszP4Sim, "admin", "load", m_strServer, strFile});
+    const ORVANE::TEST::TRunResult tLoad =
+        ORVANE::TEST::RunProgram({g_pszP4Sim, "admin", "load", m_strServer, strFile});
     setenv("P4SIM_JOURNAL", m_strJournal.c_str(), 1);
     ASSERT_EQ(0, tLoad.nStatus) << tLoad.strErr;
 }

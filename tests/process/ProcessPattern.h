@@ -5,10 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace ORVANE
-{
-namespace TEST
-{
+namespace ORVANE {
+namespace TEST {
 
 inline unsigned char PatternByte(uint64_t nIndex)
 {

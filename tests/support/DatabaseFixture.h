@@ -10,10 +10,8 @@
 #include "Scratch.h"
 #include "host/VDB.h"
 
-namespace ORVANE
-{
-namespace TEST
-{
+namespace ORVANE {
+namespace TEST {
 
 // The connection string that creates the database at the base path.
 inline VCM::CString DatabaseConnection(const std::string& strBasePath)
@@ -27,7 +25,10 @@ class CDatabaseFixture : public ::testing::Test
 {
 protected:
     // The connection string for the base path "<folder>/<name>".
-    VCM::CString Connection(const std::string& strName = "db") const { return DatabaseConnection(m_cFolder.File(strName)); }
+    VCM::CString Connection(const std::string& strName = "db") const
+    {
+        return DatabaseConnection(m_cFolder.File(strName));
+    }
 
     // Creates the database "<folder>/<name>" and starts a transaction.
     void OpenDatabase(const std::string& strName = "db")

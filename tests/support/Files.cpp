@@ -5,10 +5,8 @@
 
 #include <sys/stat.h>
 
-namespace ORVANE
-{
-namespace TEST
-{
+namespace ORVANE {
+namespace TEST {
 
 std::string ReadWholeFile(const std::string& strPath)
 {

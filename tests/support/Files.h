@@ -3,10 +3,8 @@
 
 #include <string>
 
-namespace ORVANE
-{
-namespace TEST
-{
+namespace ORVANE {
+namespace TEST {
 
 // The file's bytes; empty when it cannot be read.
 std::string ReadWholeFile(const std::string& strPath);

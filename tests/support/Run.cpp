@@ -7,15 +7,12 @@
 
 extern char** environ;
 
-namespace ORVANE
-{
-namespace TEST
-{
+namespace ORVANE {
+namespace TEST {
 
 const char* const g_pszUnset = "\x01";
 
-namespace
-{
+namespace {
 
 std::string Drain(wxInputStream& rStream)
 {

@@ -7,10 +7,8 @@
 
 #include "host/ChildProcess.h"
 
-namespace ORVANE
-{
-namespace TEST
-{
+namespace ORVANE {
+namespace TEST {
 
 // What a program did.
 struct TRunResult
@@ -31,9 +29,8 @@ std::vector<std::string> Environment(const std::map<std::string, std::string>& m
 // text, its output and error are collected. The environment is this
 // process's with the overrides; the working directory is ours unless one is
 // given.
-TRunResult RunProgram(const std::vector<std::string>& astrArgv,
-                      const std::map<std::string, std::string>& mapEnv = {}, const std::string& strInput = "",
-                      const std::string& strWorkingDirectory = "");
+TRunResult RunProgram(const std::vector<std::string>& astrArgv, const std::map<std::string, std::string>& mapEnv = {},
+                      const std::string& strInput = "", const std::string& strWorkingDirectory = "");
 
 // Starts the program with no input and its output and error going to
 // files; the child is ended and reaped if it is still running when the

@@ -8,13 +8,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace ORVANE
-{
-namespace TEST
-{
+namespace ORVANE {
+namespace TEST {
 
-namespace
-{
+namespace {
 
 int RemoveEntry(const char* pszPath, const struct stat*, int nFlag, struct FTW*)
 {

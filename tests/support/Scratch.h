@@ -5,10 +5,8 @@
 #include <string>
 #include <vector>
 
-namespace ORVANE
-{
-namespace TEST
-{
+namespace ORVANE {
+namespace TEST {
 
 class CScratchFolder
 {

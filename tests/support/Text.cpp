@@ -2,13 +2,10 @@
 
 #include <type_traits>
 
-namespace ORVANE
-{
-namespace TEST
-{
+namespace ORVANE {
+namespace TEST {
 
-namespace
-{
+namespace {
 
 const char32_t s_cReplacement = 0xFFFD;
 
@@ -91,8 +88,8 @@ std::string FeedName(const std::string& strArgs)
     std::string strName = strArgs;
     for (char& c : strName)
     {
-        const bool bKeep = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-                           c == '-';
+        const bool bKeep =
+            (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '-';
         if (!bKeep)
             c = '_';
     }

@@ -3,10 +3,8 @@
 
 #include <string>
 
-namespace ORVANE
-{
-namespace TEST
-{
+namespace ORVANE {
+namespace TEST {
 
 // UTF-8 of a wide text (one wchar_t a code point); code points that UTF-8
 // cannot carry become U+FFFD.
