@@ -21,8 +21,7 @@ using ORVANE::TEST::ReadWholeFile;
 using ORVANE::VCM::CChildProcess;
 using ORVANE::VCM::TSpawnOptions;
 
-namespace
-{
+namespace {
 
 const std::string s_strChild = ORVANE_PROCESS_CHILD;
 
