@@ -26,4 +26,4 @@ set_target_properties(orvane-em-p4 PROPERTIES
     VISIBILITY_INLINES_HIDDEN ON
     LINK_DEPENDS ${CMAKE_CURRENT_LIST_DIR}/module.map
     INSTALL_RPATH "$ORIGIN/..")
-install(TARGETS orvane-em-p4 LIBRARY DESTINATION lib/orvane)
+install(TARGETS orvane-em-p4 LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/orvane)
