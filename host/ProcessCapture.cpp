@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -430,8 +431,11 @@ struct CProcessCapture::TImpl
 {
     TImpl() : m_cOutStream(m_cOut), m_cErrStream(m_cErr) {}
 
-    int Run(const CString& strCommandLine);
+    int Run(const CProcessCapture& cOwner, const CString& strCommandLine);
     int RunArguments(const std::vector<std::string>& astrArgs, const TSpawnOptions& tOptions);
+    // The same, told to the observer when there is one.
+    int RunObserved(const CProcessCapture& cOwner, const std::vector<std::string>& astrArgs,
+                    const TSpawnOptions& tOptions);
     void Reset();
     void Pump(int nIn, int nOut, int nErr);
     void ReportStartFailure(const std::string& strMessage);
@@ -551,7 +555,7 @@ void CProcessCapture::TImpl::Reset()
     m_cErrStream.Rewind();
 }
 
-int CProcessCapture::TImpl::Run(const CString& strCommandLine)
+int CProcessCapture::TImpl::Run(const CProcessCapture& cOwner, const CString& strCommandLine)
 {
     const std::vector<wxString> astrWide = SplitCommandLine(strCommandLine);
     std::vector<std::string> astrArgs;
@@ -572,7 +576,42 @@ int CProcessCapture::TImpl::Run(const CString& strCommandLine)
         }
         astrArgs.push_back(strArg);
     }
-    return RunArguments(astrArgs, TSpawnOptions());
+    return RunObserved(cOwner, astrArgs, TSpawnOptions());
+}
+
+namespace {
+
+IProcessObserver* s_pObserver = nullptr;
+
+std::string Peek(const CCaptureBuffer& cBuffer, size_t nMax)
+{
+    std::string str(static_cast<size_t>(std::min<uint64_t>(nMax, cBuffer.GetSize())), '\0');
+    size_t nDone = 0;
+    while (nDone < str.size())
+    {
+        const size_t n = cBuffer.ReadAt(nDone, &str[nDone], str.size() - nDone);
+        if (n == 0)
+            break;
+        nDone += n;
+    }
+    str.resize(nDone);
+    return str;
+}
+
+} // namespace
+
+int CProcessCapture::TImpl::RunObserved(const CProcessCapture& cOwner, const std::vector<std::string>& astrArgs,
+                                        const TSpawnOptions& tOptions)
+{
+    IProcessObserver* pObserver = s_pObserver;
+    if (!pObserver)
+        return RunArguments(astrArgs, tOptions);
+    pObserver->OnChildStarting(astrArgs);
+    const auto tStart = std::chrono::steady_clock::now();
+    const int nStatus = RunArguments(astrArgs, tOptions);
+    const std::chrono::duration<double> tTaken = std::chrono::steady_clock::now() - tStart;
+    pObserver->OnChildEnded(astrArgs, nStatus, tTaken.count(), cOwner);
+    return nStatus;
 }
 
 int CProcessCapture::TImpl::RunArguments(const std::vector<std::string>& astrArgs, const TSpawnOptions& tOptions)
@@ -645,17 +684,32 @@ CProcessCapture::~CProcessCapture() = default;
 
 int CProcessCapture::Execute(const CString& strCommandLine)
 {
-    return m_pImpl->Run(strCommandLine);
+    return m_pImpl->Run(*this, strCommandLine);
 }
 
 int CProcessCapture::Execute(const std::vector<std::string>& astrArgs)
 {
-    return m_pImpl->RunArguments(astrArgs, TSpawnOptions());
+    return m_pImpl->RunObserved(*this, astrArgs, TSpawnOptions());
 }
 
 int CProcessCapture::Execute(const std::vector<std::string>& astrArgs, const TSpawnOptions& tOptions)
 {
-    return m_pImpl->RunArguments(astrArgs, tOptions);
+    return m_pImpl->RunObserved(*this, astrArgs, tOptions);
+}
+
+std::string CProcessCapture::PeekOutput(size_t nMax) const
+{
+    return Peek(m_pImpl->m_cOut, nMax);
+}
+
+std::string CProcessCapture::PeekError(size_t nMax) const
+{
+    return Peek(m_pImpl->m_cErr, nMax);
+}
+
+void CProcessCapture::SetObserver(IProcessObserver* pObserver)
+{
+    s_pObserver = pObserver;
 }
 
 const struct rusage& CProcessCapture::GetUsage() const

@@ -20,6 +20,22 @@ namespace VCM {
 // drained; standard output and error are captured completely, spooled to an
 // unlinked temporary file once they grow beyond a few MiB. The same object
 // runs many commands one after the other.
+class CProcessCapture;
+
+// Told about every child that the process captures of this process run:
+// for statistics of the commands, and for a supervisor that must know
+// whether work is going on. Called on the thread that runs the child.
+class IProcessObserver
+{
+public:
+    virtual ~IProcessObserver() = default;
+    virtual void OnChildStarting(const std::vector<std::string>& astrArgs) = 0;
+    // The child has ended (or could not be started, with status 126 or 127);
+    // its output can be looked at with the capture's Peek functions.
+    virtual void OnChildEnded(const std::vector<std::string>& astrArgs, int nStatus, double fSeconds,
+                              const CProcessCapture& cCapture) = 0;
+};
+
 class CProcessCapture
 {
 public:
@@ -41,6 +57,14 @@ public:
     int Execute(const std::vector<std::string>& astrArgs, const TSpawnOptions& tOptions);
     // The resources the last child used (CPU times, peak memory).
     const struct rusage& GetUsage() const;
+    // Up to nMax of the first bytes that the last child wrote on standard
+    // output / error, without consuming anything of the streams.
+    std::string PeekOutput(size_t nMax) const;
+    std::string PeekError(size_t nMax) const;
+
+    // The observer of every child of this process (none: nullptr). The
+    // caller keeps it alive while it is set.
+    static void SetObserver(IProcessObserver* pObserver);
 
     // What the last child wrote on standard output / error, from the first
     // byte to the end.

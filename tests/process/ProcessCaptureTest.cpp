@@ -996,3 +996,63 @@ TEST(CProcessCapture, InterruptedBySignalsStillCompleteAndExact)
         strLines += "out " + std::to_string(i) + "\n";
     EXPECT_EQ(strLines, strInterleaved);
 }
+
+// --- the observer of every child ----------------------------------------------
+
+namespace {
+
+class CRecordingObserver : public ORVANE::VCM::IProcessObserver
+{
+public:
+    void OnChildStarting(const std::vector<std::string>& astrArgs) override
+    {
+        m_astrEvents.push_back("start " + astrArgs.at(1));
+    }
+    void OnChildEnded(const std::vector<std::string>& astrArgs, int nStatus, double fSeconds,
+                      const CProcessCapture& cCapture) override
+    {
+        m_astrEvents.push_back("end " + astrArgs.at(1) + " " + std::to_string(nStatus) + " [" + cCapture.PeekOutput(5) +
+                               "] [" + cCapture.PeekError(100) + "]");
+        m_fSeconds += fSeconds;
+    }
+    std::vector<std::string> m_astrEvents;
+    double m_fSeconds = 0;
+};
+
+} // namespace
+
+TEST(CProcessCapture, ObserverSeesEveryChildAndItsOutputWithoutConsumingIt)
+{
+    CRecordingObserver cObserver;
+    CProcessCapture::SetObserver(&cObserver);
+    CProcessCapture cCapture;
+    EXPECT_EQ(0, cCapture.Execute(Child("print hello-world")));
+    EXPECT_EQ(3, cCapture.Execute(std::vector<std::string>{ORVANE_PROCESS_CHILD, "exit", "3"}));
+    EXPECT_EQ(127, cCapture.Execute(std::vector<std::string>{"/nonexistent/p4", "info"}));
+    CProcessCapture::SetObserver(nullptr);
+    EXPECT_EQ(0, cCapture.Execute(Child("print unobserved")));
+
+    ASSERT_EQ(6u, cObserver.m_astrEvents.size());
+    EXPECT_EQ("start print", cObserver.m_astrEvents[0]);
+    EXPECT_EQ("end print 0 [hello] []", cObserver.m_astrEvents[1]);
+    EXPECT_EQ("start exit", cObserver.m_astrEvents[2]);
+    EXPECT_EQ("end exit 3 [] []", cObserver.m_astrEvents[3]);
+    EXPECT_EQ("start info", cObserver.m_astrEvents[4]);
+    EXPECT_EQ("end info 127 [] [cannot run '/nonexistent/p4': No such file or directory\n]", cObserver.m_astrEvents[5]);
+    EXPECT_GT(cObserver.m_fSeconds, 0.0);
+    // The last child's output is still there from its first byte.
+    EXPECT_EQ("unobserved", Out(cCapture));
+}
+
+TEST(CProcessCapture, PeekReadsSpooledOutputAndStopsAtItsEnd)
+{
+    CProcessCapture cCapture;
+    ASSERT_EQ(0, cCapture.Execute(Child("bytes " + std::to_string(6 * s_nMiB))));
+    const std::string strPeek = cCapture.PeekOutput(8);
+    ASSERT_EQ(8u, strPeek.size());
+    for (size_t i = 0; i < 8; ++i)
+        EXPECT_EQ(static_cast<char>(ORVANE::TEST::PatternByte(i)), strPeek[i]) << i;
+    EXPECT_EQ(6 * s_nMiB, cCapture.PeekOutput(100 * s_nMiB).size());
+    EXPECT_EQ("", cCapture.PeekError(10));
+    EXPECT_EQ(static_cast<int>(ORVANE::TEST::PatternByte(0)), cCapture.GetStdOutputStream()->GetC());
+}
