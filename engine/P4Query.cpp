@@ -1,0 +1,214 @@
+#include "P4Query.h"
+
+#include <cstdint>
+
+#include "host/ProcessCapture.h"
+
+namespace ORVANE {
+namespace IMP {
+
+namespace {
+
+bool ReadLe32(const std::string& str, size_t nPos, int32_t& n)
+{
+    if (nPos + 4 > str.size())
+        return false;
+    uint32_t u = 0;
+    for (int i = 3; i >= 0; --i)
+        u = (u << 8) | static_cast<unsigned char>(str[nPos + size_t(i)]);
+    n = static_cast<int32_t>(u);
+    return true;
+}
+
+// Reads one value at nPos: 1 read (nPos moved past it), 0 more bytes
+// needed, -1 not a value this decoder knows.
+int ReadValue(const std::string& str, size_t& nPos, std::string& strValue, std::string& strError)
+{
+    if (nPos >= str.size())
+        return 0;
+    const char cType = str[nPos];
+    int32_t n = 0;
+    switch (cType)
+    {
+    case 's':
+    case 't':
+    case 'u':
+        if (!ReadLe32(str, nPos + 1, n))
+            return 0;
+        if (n < 0)
+        {
+            strError = "a negative string length";
+            return -1;
+        }
+        if (nPos + 5 + size_t(n) > str.size())
+            return 0;
+        strValue.assign(str, nPos + 5, size_t(n));
+        nPos += 5 + size_t(n);
+        return 1;
+    case 'i':
+        if (!ReadLe32(str, nPos + 1, n))
+            return 0;
+        strValue = std::to_string(n);
+        nPos += 5;
+        return 1;
+    case 'N':
+        strValue.clear();
+        nPos += 1;
+        return 1;
+    case 'T':
+    case 'F':
+        strValue = cType == 'T' ? "1" : "0";
+        nPos += 1;
+        return 1;
+    default:
+        strError = std::string("an unknown type code 0x") + "0123456789abcdef"[(cType >> 4) & 0xF] +
+                   "0123456789abcdef"[cType & 0xF];
+        return -1;
+    }
+}
+
+std::string FirstLine(const std::string& str)
+{
+    std::string strLine = str.substr(0, str.find('\n'));
+    while (!strLine.empty() && (strLine.back() == '\r' || strLine.back() == ' ' || strLine.back() == '\t'))
+        strLine.pop_back();
+    return strLine;
+}
+
+} // namespace
+
+int CMarshalDecoder::DecodeOne(size_t nStart, TP4Record& tRecord, size_t& nEnd)
+{
+    const std::string& str = m_strPending;
+    if (str[nStart] != '{')
+    {
+        m_strError = "the output is not a marshalled dictionary";
+        return -1;
+    }
+    size_t nPos = nStart + 1;
+    tRecord.clear();
+    for (;;)
+    {
+        if (nPos >= str.size())
+            return 0;
+        if (str[nPos] == '0')
+        {
+            nEnd = nPos + 1;
+            return 1;
+        }
+        std::string strKey, strValue;
+        int n = ReadValue(str, nPos, strKey, m_strError);
+        if (n <= 0)
+            return n;
+        n = ReadValue(str, nPos, strValue, m_strError);
+        if (n <= 0)
+            return n;
+        tRecord[strKey] = strValue;
+    }
+}
+
+bool CMarshalDecoder::Feed(const char* pData, size_t nSize, const std::function<bool(const TP4Record&)>& fnRecord)
+{
+    if (m_bFailed)
+        return false;
+    if (m_bStopped)
+        return true;
+    m_strPending.append(pData, nSize);
+    size_t nStart = 0;
+    TP4Record tRecord;
+    while (nStart < m_strPending.size())
+    {
+        // The decoded part is dropped once, at the end.
+        size_t nEnd = 0;
+        const int n = DecodeOne(nStart, tRecord, nEnd);
+        if (n < 0)
+        {
+            m_bFailed = true;
+            return false;
+        }
+        if (n == 0)
+            break;
+        nStart = nEnd;
+        if (!fnRecord(tRecord))
+        {
+            m_bStopped = true;
+            m_strPending.clear();
+            return true;
+        }
+    }
+    m_strPending.erase(0, nStart);
+    return true;
+}
+
+std::string TP4Result::Problem() const
+{
+    for (const TP4Record& t : atRecords)
+    {
+        auto it = t.find("code");
+        if (it != t.end() && it->second == "error")
+        {
+            auto itData = t.find("data");
+            return FirstLine(itData != t.end() ? itData->second : std::string("an error without a message"));
+        }
+    }
+    if (nStatus == 0 && bDecoded)
+        return std::string();
+    if (!strError.empty())
+        return FirstLine(strError);
+    if (!bDecoded)
+        return "its output could not be read";
+    return "it ended with exit status " + std::to_string(nStatus);
+}
+
+TP4Result CP4Query::Run(const std::vector<std::string>& astrArgs) const
+{
+    std::vector<TP4Record> atRecords;
+    TP4Result tResult = Run(astrArgs, [&atRecords](const TP4Record& t) {
+        atRecords.push_back(t);
+        return true;
+    });
+    tResult.atRecords.swap(atRecords);
+    return tResult;
+}
+
+TP4Result CP4Query::Run(const std::vector<std::string>& astrArgs,
+                        const std::function<bool(const TP4Record&)>& fnRecord) const
+{
+    std::vector<std::string> astrAll = {m_strP4, "-G"};
+    astrAll.insert(astrAll.end(), astrArgs.begin(), astrArgs.end());
+    VCM::CProcessCapture cCapture;
+    TP4Result tResult;
+    tResult.nStatus = cCapture.Execute(astrAll);
+    wxInputStream& rOut = *cCapture.GetStdOutputStream();
+    CMarshalDecoder cDecoder;
+    // Error records are kept whatever the callback does with them, so that
+    // Problem() can tell what went wrong.
+    auto fnKeep = [&](const TP4Record& t) {
+        auto it = t.find("code");
+        if (it != t.end() && it->second == "error")
+            tResult.atRecords.push_back(t);
+        return fnRecord(t);
+    };
+    char ach[65536];
+    while (!rOut.Eof())
+    {
+        const size_t nRead = rOut.Read(ach, sizeof(ach)).LastRead();
+        if (nRead == 0)
+            break;
+        if (!cDecoder.Feed(ach, nRead, fnKeep))
+            break;
+    }
+    tResult.bDecoded = cDecoder.AtRecordEnd();
+    wxInputStream& rErr = *cCapture.GetStdErrorStream();
+    while (!rErr.Eof())
+    {
+        const size_t nRead = rErr.Read(ach, sizeof(ach)).LastRead();
+        if (nRead == 0)
+            break;
+        tResult.strError.append(ach, nRead);
+    }
+    return tResult;
+}
+
+} // namespace IMP
+} // namespace ORVANE

@@ -1,0 +1,74 @@
+// The engine's own questions to the Perforce server, asked with the same
+// p4 client as the module uses (its -G marshalled output), for checks
+// before and around the migration: is the server there, which files does
+// it hold, who are its users.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace ORVANE {
+namespace IMP {
+
+// One marshalled dictionary; numbers are given as their decimal text.
+typedef std::map<std::string, std::string> TP4Record;
+
+// Decodes a stream of marshalled dictionaries as p4 -G writes them.
+class CMarshalDecoder
+{
+public:
+    // Feeds bytes; every complete dictionary goes to the callback, which
+    // returns false to stop. False when the bytes are not marshalled
+    // dictionaries (the reason in GetError).
+    bool Feed(const char* pData, size_t nSize, const std::function<bool(const TP4Record&)>& fnRecord);
+    // True when everything fed so far ended with a complete dictionary.
+    bool AtRecordEnd() const { return m_strPending.empty() && !m_bFailed; }
+    const std::string& GetError() const { return m_strError; }
+
+private:
+    // Decodes the dictionary that starts at nStart of the pending bytes: 1
+    // done (nEnd just past it), 0 more bytes needed, -1 broken.
+    int DecodeOne(size_t nStart, TP4Record& tRecord, size_t& nEnd);
+
+    std::string m_strPending;
+    std::string m_strError;
+    bool m_bFailed = false;
+    bool m_bStopped = false;
+};
+
+// What one p4 command gave.
+struct TP4Result
+{
+    int nStatus = -1;
+    std::vector<TP4Record> atRecords; // empty when a callback took them
+    std::string strError;             // standard error, or why it did not start
+    bool bDecoded = true;             // the output was marshalled dictionaries
+
+    // The first "error" record's message, else the first line of standard
+    // error, else a description of the exit status; empty on success.
+    std::string Problem() const;
+};
+
+class CP4Query
+{
+public:
+    // strP4: the p4 client to run (a name looked up along PATH, or a path).
+    explicit CP4Query(const std::string& strP4) : m_strP4(strP4) {}
+
+    // Runs "p4 -G ARGS..." and collects its records.
+    TP4Result Run(const std::vector<std::string>& astrArgs) const;
+    // The same, handing each record to the callback as it is decoded
+    // instead of collecting them (for listings of any size).
+    TP4Result Run(const std::vector<std::string>& astrArgs,
+                  const std::function<bool(const TP4Record&)>& fnRecord) const;
+
+    const std::string& GetP4() const { return m_strP4; }
+
+private:
+    std::string m_strP4;
+};
+
+} // namespace IMP
+} // namespace ORVANE
