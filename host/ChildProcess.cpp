@@ -1,5 +1,6 @@
 #include "host/ChildProcess.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -46,10 +47,22 @@ public:
         for (int nTarget = 0; nTarget < 3 && nResult == 0; ++nTarget)
             if (anFds[nTarget] >= 0)
                 nResult = posix_spawn_file_actions_adddup2(&m_cActions, anFds[nTarget], nTarget);
+        // The extra descriptors go to spare places above all of them first,
+        // then to 3, 4, ...: no one is overwritten before it is copied, and
+        // each copy is without close-on-exec.
+        const int nCount = static_cast<int>(tOptions.anExtraFds.size());
+        int nSpare = STDERR_FILENO + 1 + nCount;
+        for (int nFd : tOptions.anExtraFds)
+            nSpare = std::max(nSpare, nFd + 1);
+        for (int i = 0; i < nCount && nResult == 0; ++i)
+            nResult = posix_spawn_file_actions_adddup2(&m_cActions, tOptions.anExtraFds[size_t(i)], nSpare + i);
+        for (int i = 0; i < nCount && nResult == 0; ++i)
+            nResult = posix_spawn_file_actions_adddup2(&m_cActions, nSpare + i, STDERR_FILENO + 1 + i);
+        const int nNext = STDERR_FILENO + 1 + nCount;
         // Every descriptor of ours is close-on-exec, and whatever someone else
         // left open is closed as well.
         if (nResult == 0)
-            nResult = posix_spawn_file_actions_addclosefrom_np(&m_cActions, STDERR_FILENO + 1);
+            nResult = posix_spawn_file_actions_addclosefrom_np(&m_cActions, nNext);
         if (nResult == 0 && !tOptions.strWorkingDirectory.empty())
             nResult = posix_spawn_file_actions_addchdir_np(&m_cActions, tOptions.strWorkingDirectory.c_str());
 

@@ -24,6 +24,9 @@ struct TSpawnOptions
     // "NAME=value" entries; null: this process's environment as it is at the
     // moment of the start, so that changes made just before are seen.
     const std::vector<std::string>* pastrEnvironment = nullptr;
+    // Further descriptors of ours that the child gets as 3, 4, ... in this
+    // order (every other one is closed in the child).
+    std::vector<int> anExtraFds;
     // Empty: this process's working directory.
     std::string strWorkingDirectory;
     // The child leads a process group of its own: a terminal's interrupt

@@ -242,3 +242,20 @@ TEST(ChildDescriptors, PipesStayAboveTheStandardDescriptors)
     ORVANE::VCM::CloseDescriptor(anPipe[0]); // closing twice is harmless
     ORVANE::VCM::CloseDescriptor(anPipe[1]);
 }
+
+TEST(CChildProcess, ExtraDescriptorsArriveAsThreeFourAndNoOthers)
+{
+    CScratchFolder cDir("orvane-childtest");
+    int anFirst[2], anSecond[2];
+    ASSERT_TRUE(ORVANE::VCM::MakePipe(anFirst));
+    ASSERT_TRUE(ORVANE::VCM::MakePipe(anSecond));
+    TSpawnOptions tOptions;
+    // In the opposite order of their numbers, so that one would overwrite
+    // the other without care.
+    tOptions.anExtraFds = {anSecond[1], anFirst[1]};
+    int nStatus = -1;
+    EXPECT_EQ("3\n4\n", RunToFile(cDir, {s_strChild, "fds"}, tOptions, nStatus));
+    EXPECT_EQ(0, nStatus);
+    for (int* pn : {&anFirst[0], &anFirst[1], &anSecond[0], &anSecond[1]})
+        ORVANE::VCM::CloseDescriptor(*pn);
+}

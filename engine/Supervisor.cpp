@@ -1,0 +1,308 @@
+#include "Supervisor.h"
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+#include <dirent.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "P4Query.h"
+#include "WorkerChannel.h"
+#include "host/ChildProcess.h"
+
+extern char** environ;
+
+namespace ORVANE {
+namespace IMP {
+
+volatile int g_nSupervisorStop = 0;
+
+namespace {
+
+typedef std::chrono::steady_clock TClock;
+
+// How often the supervisor looks at the worker when nothing happens.
+const int s_nPollMilliseconds = 100;
+
+const char* SignalName(int nSignal)
+{
+    switch (nSignal)
+    {
+    case SIGINT:
+        return "SIGINT";
+    case SIGTERM:
+        return "SIGTERM";
+    case SIGSEGV:
+        return "SIGSEGV";
+    case SIGABRT:
+        return "SIGABRT";
+    case SIGBUS:
+        return "SIGBUS";
+    case SIGFPE:
+        return "SIGFPE";
+    case SIGILL:
+        return "SIGILL";
+    case SIGKILL:
+        return "SIGKILL";
+    default:
+        return nullptr;
+    }
+}
+
+std::string SignalText(int nSignal)
+{
+    const char* psz = SignalName(nSignal);
+    return psz ? std::string(psz) : "signal " + std::to_string(nSignal);
+}
+
+double Seconds(TClock::duration d)
+{
+    return std::chrono::duration<double>(d).count();
+}
+
+} // namespace
+
+struct CSupervisor::TState
+{
+    std::string strPhase = "start-up";
+    bool bInChild = false;
+    std::string strChild;
+    TClock::time_point tLastSign = TClock::now();
+    std::string strClient;
+    std::string strP4;
+    std::string strLog;
+    bool bDone = false;
+    std::string strPending;
+    int nStopSignal = 0;
+    TClock::time_point tStopAsked;
+    bool bKilled = false;
+    std::string strStalled;
+};
+
+void CSupervisor::Say(const std::string& strLine) const
+{
+    std::fprintf(stderr, "orvane-import: %s\n", strLine.c_str());
+    std::fflush(stderr);
+}
+
+void CSupervisor::OnEvent(const std::string& strLine, TState& tState)
+{
+    tState.tLastSign = TClock::now();
+    const size_t nBlank = strLine.find(' ');
+    const std::string strKind = strLine.substr(0, nBlank);
+    const std::string strText = nBlank == std::string::npos ? std::string() : strLine.substr(nBlank + 1);
+    if (strKind == EVENT::pszPhase)
+        tState.strPhase = strText;
+    else if (strKind == EVENT::pszChildStart)
+        tState.bInChild = true, tState.strChild = strText;
+    else if (strKind == EVENT::pszChildEnd)
+        tState.bInChild = false;
+    else if (strKind == EVENT::pszP4)
+        tState.strP4 = strText;
+    else if (strKind == EVENT::pszClient)
+        tState.strClient = strText;
+    else if (strKind == EVENT::pszClientGone)
+        tState.strClient.clear();
+    else if (strKind == EVENT::pszLog)
+        tState.strLog = strText;
+    else if (strKind == EVENT::pszDone)
+        tState.bDone = true;
+}
+
+std::vector<std::string> CSupervisor::RemoveStaleStaging(const std::string& strFolder)
+{
+    std::vector<std::string> astrRemoved;
+    DIR* pDir = ::opendir(strFolder.c_str());
+    if (!pDir)
+        return astrRemoved;
+    const std::string strPrefix = "orvane-em-";
+    while (const dirent* pEntry = ::readdir(pDir))
+    {
+        const std::string strName = pEntry->d_name;
+        if (strName.compare(0, strPrefix.size(), strPrefix) != 0 || strName.size() < strPrefix.size() + 5)
+            continue;
+        const std::string strSuffix = strName.substr(strName.size() - 4);
+        const std::string strPid = strName.substr(strPrefix.size(), strName.size() - strPrefix.size() - 4);
+        if ((strSuffix != ".tdf" && strSuffix != ".tlf") || strPid.empty() || strPid.size() > 9 ||
+            strPid.find_first_not_of("0123456789") != std::string::npos)
+            continue;
+        const std::string strPath = strFolder + "/" + strName;
+        struct stat tStat;
+        // Only our own regular files, of processes that are gone.
+        if (::lstat(strPath.c_str(), &tStat) != 0 || !S_ISREG(tStat.st_mode) || tStat.st_uid != ::getuid())
+            continue;
+        const pid_t nPid = static_cast<pid_t>(std::stol(strPid));
+        if (nPid <= 0 || ::kill(nPid, 0) == 0 || errno != ESRCH)
+            continue;
+        if (::unlink(strPath.c_str()) == 0)
+            astrRemoved.push_back(strPath);
+    }
+    ::closedir(pDir);
+    return astrRemoved;
+}
+
+void CSupervisor::CleanUp(TState& tState)
+{
+    if (!tState.strClient.empty())
+    {
+        // With the environment as it was before the run: the worker's
+        // changes to it went with the worker.
+        const std::string strP4 = tState.strP4.empty() ? m_tSupervision.strP4 : tState.strP4;
+        const TP4Result tResult = CP4Query(strP4).Run({"client", "-d", tState.strClient});
+        const std::string strProblem = tResult.Problem();
+        if (!strProblem.empty())
+            Say("warning: the temporary client '" + tState.strClient + "' remains on the server (" + strProblem +
+                "); remove it with: p4 client -d " + tState.strClient);
+        tState.strClient.clear();
+    }
+    for (const char* pszSuffix : {".tdf", ".tlf"})
+        ::unlink((m_tSupervision.strStagingFolder + "/orvane-em-" + std::to_string(m_nWorkerPid) + pszSuffix).c_str());
+    if (!m_tSupervision.strTemporaryWorkspace.empty())
+    {
+        if (m_tSupervision.bKeepWorkspace)
+            Say("workspace kept: " + m_tSupervision.strTemporaryWorkspace);
+        else
+        {
+            std::error_code cError;
+            std::filesystem::remove_all(m_tSupervision.strTemporaryWorkspace, cError);
+        }
+    }
+    if (!tState.strLog.empty() && ::access(tState.strLog.c_str(), F_OK) == 0)
+        Say("import log: " + tState.strLog);
+}
+
+int CSupervisor::Finish(int nStatus, TState& tState)
+{
+    if (tState.bDone && !tState.bKilled)
+        return nStatus;
+    CleanUp(tState);
+    if (tState.nStopSignal)
+    {
+        Say("error: interrupted by " + SignalText(tState.nStopSignal) + "; the migration did not complete");
+        return 128 + tState.nStopSignal;
+    }
+    std::string strDuring = "during " + tState.strPhase;
+    if (tState.bInChild)
+        strDuring += " (while running " + tState.strChild + ")";
+    if (!tState.strStalled.empty())
+    {
+        Say("error: the migration module stopped making progress " + strDuring + ": " + tState.strStalled +
+            "; the run was ended");
+        return 1;
+    }
+    if (nStatus > 128)
+        Say("error: the migration module crashed (" + SignalText(nStatus - 128) + ") " + strDuring);
+    else
+        Say("error: the migration ended unexpectedly with exit status " + std::to_string(nStatus) + " " + strDuring);
+    return 1;
+}
+
+int CSupervisor::Run()
+{
+    for (const std::string& strPath : RemoveStaleStaging(m_tSupervision.strStagingFolder))
+        if (!m_tSupervision.bQuiet)
+            Say("removed the staging file of an earlier run: " + strPath);
+
+    int anChannel[2];
+    if (!VCM::MakePipe(anChannel))
+    {
+        Say("error: cannot make a pipe: " + VCM::ErrorText(errno));
+        return 1;
+    }
+    std::vector<std::string> astrEnv;
+    for (char** pp = environ; *pp; ++pp)
+        if (std::strncmp(*pp, g_pszChannelVariable, std::strlen(g_pszChannelVariable)) != 0)
+            astrEnv.push_back(*pp);
+    astrEnv.push_back(std::string(g_pszChannelVariable) + "=3");
+    VCM::TSpawnOptions tOptions;
+    tOptions.anExtraFds = {anChannel[1]};
+    tOptions.pastrEnvironment = &astrEnv;
+    // A terminal's interrupt reaches the supervisor only; it decides.
+    tOptions.bOwnProcessGroup = true;
+    VCM::CChildProcess cWorker;
+    const int nError = cWorker.Start(m_tSupervision.astrWorker, tOptions);
+    VCM::CloseDescriptor(anChannel[1]);
+    if (nError != 0)
+    {
+        VCM::CloseDescriptor(anChannel[0]);
+        Say("error: cannot start the worker " + m_tSupervision.astrWorker[0] + ": " + VCM::ErrorText(nError));
+        return 1;
+    }
+    m_nWorkerPid = cWorker.GetPid();
+
+    TState tState;
+    int nStatus = -1;
+    int nFd = anChannel[0];
+    for (;;)
+    {
+        struct pollfd tPoll = {nFd, POLLIN, 0};
+        const int nReady = nFd >= 0 ? ::poll(&tPoll, 1, s_nPollMilliseconds) : ::poll(nullptr, 0, s_nPollMilliseconds);
+        if (nReady > 0)
+        {
+            char ach[4096];
+            const ssize_t n = ::read(nFd, ach, sizeof(ach));
+            if (n > 0)
+            {
+                tState.strPending.append(ach, size_t(n));
+                size_t nEnd;
+                while ((nEnd = tState.strPending.find('\n')) != std::string::npos)
+                {
+                    OnEvent(tState.strPending.substr(0, nEnd), tState);
+                    tState.strPending.erase(0, nEnd + 1);
+                }
+            }
+            else if (n == 0 || (errno != EINTR && errno != EAGAIN))
+                VCM::CloseDescriptor(nFd);
+        }
+        const TClock::time_point tNow = TClock::now();
+        if (g_nSupervisorStop && !tState.nStopSignal)
+        {
+            tState.nStopSignal = g_nSupervisorStop;
+            tState.tStopAsked = tNow;
+            cWorker.Signal(SIGTERM);
+        }
+        if (cWorker.TryWait(nStatus))
+            break;
+        bool bKill = tState.nStopSignal && Seconds(tNow - tState.tStopAsked) > m_tSupervision.fStopGraceSeconds;
+        const double fQuiet = Seconds(tNow - tState.tLastSign);
+        if (!tState.nStopSignal && !tState.bInChild && fQuiet > m_tSupervision.fStallSeconds)
+            tState.strStalled = "no p4 command and no result for " + std::to_string(int(fQuiet)) + " s";
+        else if (!tState.nStopSignal && tState.bInChild && m_tSupervision.fChildSeconds > 0 &&
+                 fQuiet > m_tSupervision.fChildSeconds)
+            tState.strStalled = "a command ran for more than " + std::to_string(int(fQuiet)) + " s";
+        bKill = bKill || !tState.strStalled.empty();
+        if (bKill && !tState.bKilled)
+        {
+            tState.bKilled = true;
+            cWorker.Signal(SIGKILL);
+        }
+    }
+    // What the worker said last.
+    if (nFd >= 0)
+    {
+        char ach[4096];
+        ssize_t n;
+        while ((n = ::read(nFd, ach, sizeof(ach))) > 0)
+            tState.strPending.append(ach, size_t(n));
+        VCM::CloseDescriptor(nFd);
+        size_t nEnd;
+        while ((nEnd = tState.strPending.find('\n')) != std::string::npos)
+        {
+            OnEvent(tState.strPending.substr(0, nEnd), tState);
+            tState.strPending.erase(0, nEnd + 1);
+        }
+    }
+    // The worker's group may still hold children of its own (p4): they go
+    // with it.
+    ::kill(-m_nWorkerPid, SIGKILL);
+    return Finish(nStatus, tState);
+}
+
+} // namespace IMP
+} // namespace ORVANE
