@@ -5,3 +5,4 @@
 #include "mce/StagingTables.h"
 #include "mce/Provider.h"
 #include "mce/ProviderBase.h"
+#include "mce/ModuleEntry.h"

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "mce/ModuleEntry.h"
 #include "mce/Provider.h"
 
 int main(int argc, char** argv)
@@ -17,12 +18,12 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "%s\n", dlerror());
         return 1;
     }
-    void* pGetOptions = dlsym(pHandle, "orvane_em_p4_getoptions");
-    void* pCreate = dlsym(pHandle, "orvane_em_p4_createprovider");
+    void* pGetOptions = dlsym(pHandle, ORVANE::MCE::ModuleGetOptionsName("p4").c_str());
+    void* pCreate = dlsym(pHandle, ORVANE::MCE::ModuleCreateProviderName("p4").c_str());
     if (!pGetOptions || !pCreate)
         return 1;
-    void (*pfnGetOptions)(wchar_t*, wchar_t*, unsigned int*);
-    void* (*pfnCreate)(void);
+    ORVANE::MCE::TModuleGetOptions* pfnGetOptions;
+    ORVANE::MCE::TModuleCreateProvider* pfnCreate;
     std::memcpy(&pfnGetOptions, &pGetOptions, sizeof(pGetOptions));
     std::memcpy(&pfnCreate, &pCreate, sizeof(pCreate));
 

@@ -8,6 +8,7 @@
 #include <cwchar>
 
 #include "ProviderFixture.h"
+#include "mce/ModuleEntry.h"
 
 using namespace p4test;
 
@@ -15,8 +16,8 @@ namespace {
 
 const char* const g_pszModule = MP4PROVIDER_MODULE;
 
-typedef void* (*TCreate)(void);
-typedef void (*TGetOptions)(wchar_t*, wchar_t*, unsigned int*);
+typedef ORVANE::MCE::TModuleCreateProvider* TCreate;
+typedef ORVANE::MCE::TModuleGetOptions* TGetOptions;
 
 // dlsym gives an object pointer; its bits are the function's address.
 template <typename TFunction>
@@ -45,7 +46,7 @@ TEST(Module, GetOptionsWritesExactlyIdNameAndFlags)
 {
     TModule tModule;
     ASSERT_NE(nullptr, tModule.pHandle) << dlerror();
-    TGetOptions pfnGetOptions = Symbol<TGetOptions>(tModule.pHandle, "orvane_em_p4_getoptions");
+    TGetOptions pfnGetOptions = Symbol<TGetOptions>(tModule.pHandle, ORVANE::MCE::ModuleGetOptionsName("p4").c_str());
     ASSERT_NE(nullptr, pfnGetOptions);
     wchar_t szID[8];
     wchar_t szName[16];
@@ -60,6 +61,8 @@ TEST(Module, GetOptionsWritesExactlyIdNameAndFlags)
 
 TEST(Module, OnlyTheTwoExportsAreVisible)
 {
+    EXPECT_EQ("orvane_em_p4_getoptions", ORVANE::MCE::ModuleGetOptionsName("p4"));
+    EXPECT_EQ("orvane_em_p4_createprovider", ORVANE::MCE::ModuleCreateProviderName("p4"));
     TModule tModule;
     ASSERT_NE(nullptr, tModule.pHandle) << dlerror();
     EXPECT_NE(nullptr, dlsym(tModule.pHandle, "orvane_em_p4_createprovider"));
@@ -82,7 +85,7 @@ TEST_F(CProviderTest, SmallMigrationThroughTheModuleAlone)
 
     TModule tModule;
     ASSERT_NE(nullptr, tModule.pHandle) << dlerror();
-    TCreate pfnCreate = Symbol<TCreate>(tModule.pHandle, "orvane_em_p4_createprovider");
+    TCreate pfnCreate = Symbol<TCreate>(tModule.pHandle, ORVANE::MCE::ModuleCreateProviderName("p4").c_str());
     ASSERT_NE(nullptr, pfnCreate);
     ORVANE::MCE::CProvider* p = static_cast<ORVANE::MCE::CProvider*>(pfnCreate());
     ASSERT_NE(nullptr, p);
