@@ -2,10 +2,9 @@
 // written to git and to the dump.
 #pragma once
 
-#include <csignal>
 #include <string>
-#include <utility>
-#include <vector>
+
+#include "Settings.h"
 
 namespace ORVANE {
 namespace IMP {
@@ -14,7 +13,7 @@ struct TOptions
 {
     std::string strProvider = "p4";
     std::string strModule;
-    std::vector<std::pair<std::string, std::string>> atSettings;
+    TSettings atSettings;
     bool bListSettings = false;
     std::string strWorkspace;
     bool bKeepWorkspace = false;
@@ -29,11 +28,8 @@ struct TOptions
     bool bVerify = false;
 };
 
-// The signal that asked the run to stop, or 0.
-extern volatile std::sig_atomic_t g_nStopSignal;
-
 // Exit status: 0 done, 1 the migration failed, 2 usage, 128 + N stopped by
-// signal N.
+// signal N (see TExitStatus).
 int RunImport(const TOptions& tOptions);
 
 } // namespace IMP

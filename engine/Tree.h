@@ -1,5 +1,5 @@
 // The content of a stream's folder as git sees it: path -> mode and blob
-// name, kept up to date cheaply with inotify while the provider syncs.
+// name, read whole or brought up to date for the paths that changed.
 #pragma once
 
 #include <functional>
@@ -40,6 +40,18 @@ struct TTreeDelta
     std::set<std::string> setChanged; // paths added or modified
     std::set<std::string> setRemoved; // paths removed
     bool Empty() const { return setChanged.empty() && setRemoved.empty(); }
+    // The path was added or modified (after whatever happened before).
+    void Changed(const std::string& strPath)
+    {
+        setChanged.insert(strPath);
+        setRemoved.erase(strPath);
+    }
+    // The path was removed (after whatever happened before).
+    void Removed(const std::string& strPath)
+    {
+        setRemoved.insert(strPath);
+        setChanged.erase(strPath);
+    }
 };
 
 // Brings the tree up to date for the paths that may have changed (files or
@@ -48,34 +60,6 @@ void UpdateTree(const std::string& strRoot, const std::set<std::string>& setDirt
                 TTreeDelta& tDelta, const TBlobSink& fnSink);
 // The same after a full scan.
 void RescanTree(const std::string& strRoot, TTree& tTree, TTreeDelta& tDelta, const TBlobSink& fnSink);
-
-// Watches a folder and all folders below it, folders created later
-// included, and reports the paths that something touched.
-class CFolderWatch
-{
-public:
-    CFolderWatch() = default;
-    CFolderWatch(const CFolderWatch&) = delete;
-    CFolderWatch& operator=(const CFolderWatch&) = delete;
-    ~CFolderWatch() { Stop(); }
-
-    // False when inotify cannot be used: then every collection is a full
-    // scan.
-    bool Start(const std::string& strRoot);
-    void Stop();
-    // The paths touched since the last call. False when events were lost
-    // (queue overflow, or no watch at all): the caller must scan the whole
-    // folder.
-    bool Collect(std::set<std::string>& setDirty);
-
-private:
-    void AddTree(const std::string& strRelative);
-
-    int m_fd = -1;
-    std::string m_strRoot;
-    std::map<int, std::string> m_mapDirs;
-    bool m_bLost = false;
-};
 
 } // namespace IMP
 } // namespace ORVANE

@@ -3,6 +3,7 @@
 #include <langinfo.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <clocale>
 #include <cstdio>
 #include <cstring>
@@ -11,12 +12,15 @@
 #include <CLI/CLI.hpp>
 
 #include "Import.h"
+#include "Stop.h"
 
 #ifndef ORVANE_IMPORT_VERSION
 #define ORVANE_IMPORT_VERSION "0"
 #endif
 
 namespace {
+
+using ORVANE::IMP::TOptions;
 
 void OnStopSignal(int nSignal)
 {
@@ -35,19 +39,8 @@ void SetLocale()
         std::fprintf(stderr, "orvane-import: warning: no UTF-8 locale; names beyond ASCII may be lost\n");
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+void AddOptions(CLI::App& app, TOptions& tOptions, std::vector<std::string>& astrSettings)
 {
-    SetLocale();
-
-    ORVANE::IMP::TOptions tOptions;
-    std::vector<std::string> astrSettings;
-    CLI::App app{"orvane-import: brings the complete history of a source system (Perforce by default) into git,\n"
-                 "through the source's migration module.\n\n"
-                 "Exit status: 0 the migration completed, 1 it failed (the provider reported a failure, git\n"
-                 "or the verification failed), 2 usage error, 130/143 interrupted by SIGINT/SIGTERM.",
-                 "orvane-import"};
     app.set_version_flag("--version", std::string("orvane-import ") + ORVANE_IMPORT_VERSION);
     app.add_option("--provider", tOptions.strProvider,
                    "provider id: loads liborvane-em-ID.so from the installation's lib/orvane/")
@@ -70,6 +63,63 @@ int main(int argc, char** argv)
     app.add_option("--dump", tOptions.strDump, "write everything received from the provider as JSON Lines ('-': stdout)")
         ->type_name("FILE");
     app.add_flag("--verify", tOptions.bVerify, "compare each commit's tree with the synced folder; stop at a difference");
+}
+
+// The settings as KEY and VALUE; false (with the message given) for one
+// without '=' or without a key.
+bool SplitSettings(const std::vector<std::string>& astrSettings, TOptions& tOptions)
+{
+    for (const std::string& str : astrSettings)
+    {
+        const size_t n = str.find('=');
+        if (n == std::string::npos || n == 0)
+        {
+            std::fprintf(stderr, "orvane-import: error: --set takes KEY=VALUE, not '%s'\n", str.c_str());
+            return false;
+        }
+        tOptions.atSettings.emplace_back(str.substr(0, n), str.substr(n + 1));
+    }
+    return true;
+}
+
+bool HasSomethingToDo(const TOptions& tOptions)
+{
+    if (!tOptions.strGit.empty() || !tOptions.strDump.empty() || tOptions.bStreamsOnly || tOptions.bListSettings ||
+        !tOptions.strGraph.empty() || tOptions.bVerify)
+        return true;
+    std::fprintf(stderr, "orvane-import: error: nothing to do: give --git DIR, --dump FILE, --verify, "
+                         "--streams-only or --graph FILE (see --help)\n");
+    return false;
+}
+
+// SIGINT and SIGTERM end the run between two calls of the provider; a
+// reader of the output that goes away is no reason to die.
+void InstallSignalHandlers()
+{
+    struct sigaction sa;
+    std::memset(&sa, 0, sizeof(sa));
+    sa.sa_handler = OnStopSignal;
+    sa.sa_flags = SA_RESTART;
+    sigemptyset(&sa.sa_mask);
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    SetLocale();
+
+    TOptions tOptions;
+    std::vector<std::string> astrSettings;
+    CLI::App app{"orvane-import: brings the complete history of a source system (Perforce by default) into git,\n"
+                 "through the source's migration module.\n\n"
+                 "Exit status: 0 the migration completed, 1 it failed (the provider reported a failure, git\n"
+                 "or the verification failed), 2 usage error, 130/143 interrupted by SIGINT/SIGTERM.",
+                 "orvane-import"};
+    AddOptions(app, tOptions, astrSettings);
     try
     {
         app.parse(argc, argv);
@@ -87,34 +137,10 @@ int main(int argc, char** argv)
         std::string strWhat = e.what();
         std::replace(strWhat.begin(), strWhat.end(), '\n', ' ');
         std::fprintf(stderr, "orvane-import: error: %s (see --help)\n", strWhat.c_str());
-        return 2;
+        return ORVANE::IMP::eExitUsage;
     }
-    for (const std::string& str : astrSettings)
-    {
-        const size_t n = str.find('=');
-        if (n == std::string::npos || n == 0)
-        {
-            std::fprintf(stderr, "orvane-import: error: --set takes KEY=VALUE, not '%s'\n", str.c_str());
-            return 2;
-        }
-        tOptions.atSettings.emplace_back(str.substr(0, n), str.substr(n + 1));
-    }
-    if (tOptions.strGit.empty() && tOptions.strDump.empty() && !tOptions.bStreamsOnly && !tOptions.bListSettings &&
-        tOptions.strGraph.empty() && !tOptions.bVerify)
-    {
-        std::fprintf(stderr, "orvane-import: error: nothing to do: give --git DIR, --dump FILE, --verify, "
-                             "--streams-only or --graph FILE (see --help)\n");
-        return 2;
-    }
-
-    struct sigaction sa;
-    std::memset(&sa, 0, sizeof(sa));
-    sa.sa_handler = OnStopSignal;
-    sa.sa_flags = SA_RESTART;
-    sigemptyset(&sa.sa_mask);
-    sigaction(SIGINT, &sa, nullptr);
-    sigaction(SIGTERM, &sa, nullptr);
-    signal(SIGPIPE, SIG_IGN);
-
+    if (!SplitSettings(astrSettings, tOptions) || !HasSomethingToDo(tOptions))
+        return ORVANE::IMP::eExitUsage;
+    InstallSignalHandlers();
     return ORVANE::IMP::RunImport(tOptions);
 }

@@ -296,9 +296,9 @@ TFiles CEngineTest::DepotTree(const std::string& strDepotPath, unsigned nChange)
         // PATH#REV - ACTION change N (TYPE); a path holds no '#' of its own.
         const size_t nHash = strLine.rfind('#');
         const size_t nDash = strLine.find(" - ", nHash == std::string::npos ? 0 : nHash);
-        const size_t nChange = strLine.find(" change ", nDash == std::string::npos ? 0 : nDash);
+        const size_t nChangeAt = strLine.find(" change ", nDash == std::string::npos ? 0 : nDash);
         const size_t nOpen = strLine.rfind(" (");
-        if (nHash == std::string::npos || nDash == std::string::npos || nChange == std::string::npos ||
+        if (nHash == std::string::npos || nDash == std::string::npos || nChangeAt == std::string::npos ||
             nOpen == std::string::npos || strLine.back() != ')')
         {
             ADD_FAILURE() << "unexpected files line: " << strLine;
@@ -306,7 +306,7 @@ TFiles CEngineTest::DepotTree(const std::string& strDepotPath, unsigned nChange)
         }
         const std::string strPath = strLine.substr(0, nHash);
         const std::string strRevision = strLine.substr(nHash + 1, nDash - nHash - 1);
-        const std::string strAction = strLine.substr(nDash + 3, nChange - nDash - 3);
+        const std::string strAction = strLine.substr(nDash + 3, nChangeAt - nDash - 3);
         const std::string strType = strLine.substr(nOpen + 2, strLine.size() - nOpen - 3);
         if (strAction == "delete" || strAction == "move/delete")
             continue;

@@ -1,8 +1,11 @@
-// SHA-1 (git object names) and SHA-256 (content digests of the dump).
+// Digests through nettle: SHA-1 names git's objects, SHA-256 describes file
+// contents in the dump.
 #pragma once
 
+#include <nettle/sha1.h>
+#include <nettle/sha2.h>
+
 #include <cstddef>
-#include <cstdint>
 #include <string>
 
 namespace ORVANE {
@@ -13,16 +16,11 @@ class CSha1
 public:
     CSha1();
     void Update(const void* pData, size_t nSize);
-    // The digest as 40 lowercase hex digits; the object cannot be updated
-    // afterwards.
+    // The digest as 40 lowercase hex digits; starts the object anew.
     std::string HexDigest();
 
 private:
-    void Block(const unsigned char* p);
-    uint32_t m_h[5];
-    unsigned char m_buf[64];
-    size_t m_nBuf = 0;
-    uint64_t m_nTotal = 0;
+    sha1_ctx m_tContext;
 };
 
 class CSha256
@@ -30,20 +28,19 @@ class CSha256
 public:
     CSha256();
     void Update(const void* pData, size_t nSize);
-    // The digest as 64 lowercase hex digits.
+    // The digest as 64 lowercase hex digits; starts the object anew.
     std::string HexDigest();
 
 private:
-    void Block(const unsigned char* p);
-    uint32_t m_h[8];
-    unsigned char m_buf[64];
-    size_t m_nBuf = 0;
-    uint64_t m_nTotal = 0;
+    sha256_ctx m_tContext;
 };
 
 // The name git gives a blob with this content.
 std::string GitBlobName(const std::string& strContent);
 std::string Sha256Hex(const std::string& strContent);
+// The SHA-256 of the regular file at the path (symbolic links followed).
+// False when there is no such file or it cannot be read.
+bool FileSha256(const std::string& strPath, std::string& strHex);
 
 } // namespace IMP
 } // namespace ORVANE

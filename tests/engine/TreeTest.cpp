@@ -1,83 +1,26 @@
-// The engine's parts on their own: digests, branch names, identities, and
-// the folder watch that finds what a sync changed.
+// The folder's tree as git sees it: read whole, or brought up to date
+// from the paths a folder watch reports, and the watch itself.
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <fstream>
 
 #include <gtest/gtest.h>
 
+#include "Digest.h"
 #include "EngineHarness.h"
-#include "GitOutput.h"
-#include "Hash.h"
+#include "FolderWatch.h"
+#include "UnitSupport.h"
 #include "Tree.h"
 
 using namespace ORVANE::IMP;
-
-TEST(Hash, KnownDigests)
-{
-    EXPECT_EQ("e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855", Sha256Hex(""));
-    EXPECT_EQ("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad", Sha256Hex("abc"));
-    EXPECT_EQ("248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1",
-              Sha256Hex("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"));
-    EXPECT_EQ("cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0", Sha256Hex(std::string(1000000, 'a')));
-    CSha1 c;
-    c.Update("abc", 3);
-    EXPECT_EQ("a9993e364706816aba3e25717850c26c9cd0d89d", c.HexDigest());
-    EXPECT_EQ("e69de29bb2d1d6434b8b29ae775ad8c2e48c5391", GitBlobName(""));
-    EXPECT_EQ("ce013625030ba8dba906f756967f9e9ca394464a", GitBlobName("hello\n"));
-}
-
-TEST(BranchName, ValidAndUnique)
-{
-    std::set<std::string> setUsed;
-    EXPECT_EQ("main", MakeBranchName("main", setUsed));
-    EXPECT_EQ("main-2", MakeBranchName("main", setUsed));
-    EXPECT_EQ("Main-3", MakeBranchName("Main", setUsed));
-    EXPECT_EQ("a_b_c_d_e_f_g_h_i_j", MakeBranchName("a b~c^d:e?f*g[h\\i/j", setUsed));
-    EXPECT_EQ("x_.y", MakeBranchName("x..y", setUsed));
-    EXPECT_EQ("_hidden", MakeBranchName(".hidden", setUsed));
-    EXPECT_EQ("end_", MakeBranchName("end.", setUsed));
-    EXPECT_EQ("ref.lock_", MakeBranchName("ref.lock", setUsed));
-    EXPECT_EQ("a_{b}", MakeBranchName("a@{b}", setUsed));
-    EXPECT_EQ("stream", MakeBranchName("@", setUsed));
-    EXPECT_EQ("stream-2", MakeBranchName("", setUsed));
-    EXPECT_EQ("r\xC3\xA9sum\xC3\xA9", MakeBranchName("r\xC3\xA9sum\xC3\xA9", setUsed));
-    EXPECT_EQ("_dash", MakeBranchName("-dash", setUsed));
-    for (const std::string& s : setUsed)
-    {
-        const enginetest::TResult r = enginetest::RunProgram({"git", "check-ref-format", "refs/heads/" + s});
-        EXPECT_EQ(0, r.nStatus) << s;
-    }
-}
-
-TEST(Identity, UserAtClient)
-{
-    std::string strName, strEmail;
-    SplitUser("jo@ws", strName, strEmail);
-    EXPECT_EQ("jo", strName);
-    EXPECT_EQ("jo@ws", strEmail);
-    SplitUser("max", strName, strEmail);
-    EXPECT_EQ("max", strName);
-    EXPECT_EQ("max", strEmail);
-    SplitUser("a<b>@c\nd", strName, strEmail);
-    EXPECT_EQ("a_b_", strName);
-    EXPECT_EQ("a_b_@c_d", strEmail);
-}
 
 namespace {
 
 class CTreeTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        char ach[] = "/tmp/orvane-tree-test-XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(ach));
-        m_strRoot = ach;
-    }
-    void TearDown() override { enginetest::RunProgram({"rm", "-rf", m_strRoot}); }
+    void SetUp() override { ASSERT_FALSE(m_strRoot.empty()); }
     void Write(const std::string& strPath, const std::string& strData, mode_t nMode = 0644)
     {
         const std::string strFull = m_strRoot + "/" + strPath;
@@ -98,7 +41,8 @@ protected:
         EXPECT_TRUE(tScan == m_tTree);
         return tDelta;
     }
-    std::string m_strRoot;
+    enginetest::TScratch m_tScratch;
+    std::string m_strRoot = m_tScratch.strPath;
     CFolderWatch m_cWatch;
     TTree m_tTree;
     std::set<std::string> m_setSent;
@@ -142,10 +86,10 @@ TEST_F(CTreeTest, WatchFindsEveryKindOfChange)
     EXPECT_EQ(0100644u, m_tTree["top.sh"].nMode);
 
     // A whole folder goes; a file takes the place of a folder.
-    enginetest::RunProgram({"rm", "-rf", m_strRoot + "/a/b"});
+    std::filesystem::remove_all(m_strRoot + "/a/b");
     tDelta = Step();
     EXPECT_EQ((std::set<std::string>{"a/b/c/new.txt"}), tDelta.setRemoved);
-    enginetest::RunProgram({"rm", "-rf", m_strRoot + "/a"});
+    std::filesystem::remove_all(m_strRoot + "/a");
     Write("a", "now a file\n");
     tDelta = Step();
     EXPECT_EQ((std::set<std::string>{"a"}), tDelta.setChanged);
@@ -164,4 +108,33 @@ TEST_F(CTreeTest, RescanFindsTheSameAsTheWatch)
     RescanTree(m_strRoot, m_tTree, tDelta2, TBlobSink());
     EXPECT_EQ((std::set<std::string>{"two.txt"}), tDelta2.setChanged);
     EXPECT_EQ((std::set<std::string>{"one.txt"}), tDelta2.setRemoved);
+}
+
+TEST_F(CTreeTest, ReadEntryGivesModeNameAndContent)
+{
+    Write("x.sh", "echo\n", 0755);
+    TEntry tEntry;
+    std::string strContent;
+    ASSERT_TRUE(ReadEntry(m_strRoot + "/x.sh", tEntry, &strContent));
+    EXPECT_EQ(0100755u, tEntry.nMode);
+    EXPECT_EQ(GitBlobName("echo\n"), tEntry.strBlob);
+    EXPECT_EQ("echo\n", strContent);
+    EXPECT_FALSE(ReadEntry(m_strRoot, tEntry, nullptr));
+    EXPECT_FALSE(ReadEntry(m_strRoot + "/none", tEntry, nullptr));
+}
+
+TEST_F(CTreeTest, ScanSendsOnlyWhatIsNewToTheSink)
+{
+    Write("a", "1");
+    Write("b", "2");
+    TTree tOld;
+    ScanTree(m_strRoot, tOld);
+    Write("b", "22");
+    std::vector<std::string> astrSent;
+    TTree tNew;
+    ScanTree(m_strRoot, tNew, [&](const std::string& strBlob, const std::string& strContent) {
+        astrSent.push_back(strBlob + " " + strContent);
+    }, &tOld);
+    EXPECT_EQ((std::vector<std::string>{GitBlobName("22") + " 22"}), astrSent);
+    EXPECT_EQ(2u, tNew.size());
 }

@@ -1,0 +1,92 @@
+// The migration driver: every call of a migration to its provider, in the
+// order the provider's iteration requires. What becomes of the streams,
+// changes and items it walks is the handler's.
+#pragma once
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "mce/Provider.h"
+
+namespace ORVANE {
+namespace IMP {
+
+// What the provider's iteration calls return.
+enum TResult : int
+{
+    eResultDone = 0,    // done, or an element was produced
+    eResultFailure = 1, // failed
+    eResultNoMore = 2   // no (more) elements
+};
+
+typedef MCE::CProvider::TStreamInfo TStreamInfo;
+typedef MCE::CProvider::TChangeInfo TChangeInfo;
+typedef MCE::CProvider::TChangeItemInfo TChangeItemInfo;
+
+// Told of each step of an import, in this order for each stream:
+// OnStreamOpening, (for the first stream) OnStreamsRefreshed,
+// OnChangesReady, then for each change OnChangeSynced, OnChangeItem for
+// each of its items and OnChangeDone, and last OnStreamClosed.
+class CMigrationHandler
+{
+public:
+    virtual ~CMigrationHandler();
+    // Before each provider call: throws to stop the migration there.
+    virtual void CheckStop() = 0;
+    // Before the provider is told of the stream: its folder must exist.
+    virtual void OnStreamOpening() {}
+    // The streams as they are once the changes are known (the first time).
+    virtual void OnStreamsRefreshed(const std::vector<TStreamInfo>& atStreams) { (void)atStreams; }
+    // The changes are established: their number for all streams together.
+    virtual void OnChangesReady(unsigned int nCount) { (void)nCount; }
+    // The provider synced the folder to the change.
+    virtual void OnChangeSynced(const TChangeInfo& tChange) { (void)tChange; }
+    virtual void OnChangeItem(const TChangeItemInfo& tItem) { (void)tItem; }
+    // After the change's last item.
+    virtual void OnChangeDone(const TChangeInfo& tChange) { (void)tChange; }
+    // After the stream's last change.
+    virtual void OnStreamClosed() {}
+};
+
+// Every call that fails throws EProviderFailure naming the call; a stop
+// thrown by the handler passes through.
+class CMigrationDriver
+{
+public:
+    CMigrationDriver(MCE::CProvider& cProvider, CMigrationHandler& cHandler)
+        : m_cProvider(cProvider), m_cHandler(cHandler)
+    {
+    }
+
+    // False, with the provider's warning, when it finds its environment
+    // unusable.
+    bool CheckEnvironment(std::string& strWarning);
+    // Starts the provider's import log; its lines go to the engine's
+    // connection as well when asked.
+    void OpenLog(bool bToConnection);
+    // The number of streams the provider proposes.
+    unsigned int EstablishStreams();
+    // Every stream once: each root stream followed by its descendants,
+    // depth first, children in the provider's order.
+    std::vector<TStreamInfo> WalkStreams();
+    // Lets the provider prepare its clients for files under the folder.
+    void InitialiseClients(const std::string& strRoot);
+    // Imports the stream's changes into the folder.
+    void ImportStream(unsigned int nStreamID, const std::string& strRoot);
+    // Removes the provider's clients when InitialiseClients was called.
+    void RemoveClients();
+
+private:
+    void WalkChildren(unsigned int nParent, std::vector<TStreamInfo>& atStreams, std::set<unsigned int>& setSeen,
+                      int nDepth);
+    void ImportChange(TChangeInfo& tChange);
+
+    MCE::CProvider& m_cProvider;
+    CMigrationHandler& m_cHandler;
+    bool m_bStreamsRefreshed = false;
+    bool m_bClientsInitialised = false;
+};
+
+} // namespace IMP
+} // namespace ORVANE

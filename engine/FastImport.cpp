@@ -1,0 +1,141 @@
+#include "FastImport.h"
+
+#include <cstdio>
+
+namespace ORVANE {
+namespace IMP {
+
+namespace {
+
+// Name and address of an ident line may not hold '<', '>' or line ends.
+std::string CleanIdent(const std::string& s)
+{
+    std::string str;
+    for (char c : s)
+        str += (c == '<' || c == '>' || c == '\n' || c == '\r' || c == '\0') ? '_' : c;
+    // Leading and trailing blanks are dropped by git; keep the text exact
+    // otherwise.
+    while (!str.empty() && str.back() == ' ')
+        str.pop_back();
+    while (!str.empty() && str.front() == ' ')
+        str.erase(0, 1);
+    return str;
+}
+
+} // namespace
+
+CByteSink::~CByteSink() = default;
+
+bool CStringSink::Write(const char* p, size_t n)
+{
+    m_strText.append(p, n);
+    return true;
+}
+
+std::string QuotePath(const std::string& strPath)
+{
+    bool bQuote = !strPath.empty() && strPath[0] == '"';
+    for (unsigned char c : strPath)
+        if (c < 0x20 || c == '\\' || c == 0x7f)
+            bQuote = true;
+    if (!bQuote)
+        return strPath;
+    std::string str = "\"";
+    for (unsigned char c : strPath)
+    {
+        if (c == '"' || c == '\\')
+            str += '\\', str += char(c);
+        else if (c == '\n')
+            str += "\\n";
+        else if (c < 0x20 || c == 0x7f)
+        {
+            char ach[8];
+            std::snprintf(ach, sizeof(ach), "\\%03o", c);
+            str += ach;
+        }
+        else
+            str += char(c);
+    }
+    return str + "\"";
+}
+
+void SplitUser(const std::string& strUser, std::string& strName, std::string& strEmail)
+{
+    const size_t n = strUser.find('@');
+    strName = CleanIdent(n == std::string::npos ? strUser : strUser.substr(0, n));
+    strEmail = CleanIdent(strUser);
+    if (strName.empty())
+        strName = "unknown";
+}
+
+bool CFastImportWriter::Send(const std::string& str)
+{
+    if (m_bFailed)
+        return false;
+    if (!m_cSink.Write(str.data(), str.size()))
+        m_bFailed = true;
+    return !m_bFailed;
+}
+
+unsigned CFastImportWriter::Blob(const std::string& strName, const std::string& strContent)
+{
+    auto it = m_mapBlobs.find(strName);
+    if (it != m_mapBlobs.end())
+        return it->second;
+    const unsigned nMark = m_nNextMark++;
+    Send("blob\nmark :" + std::to_string(nMark) + "\ndata " + std::to_string(strContent.size()) + "\n");
+    Send(strContent);
+    Send("\n");
+    m_mapBlobs[strName] = nMark;
+    return nMark;
+}
+
+std::string CFastImportWriter::FileLine(const std::string& strPath, const TEntry& tEntry) const
+{
+    char achMode[16];
+    std::snprintf(achMode, sizeof(achMode), "%o", tEntry.nMode);
+    auto it = m_mapBlobs.find(tEntry.strBlob);
+    const std::string strRef = it != m_mapBlobs.end() ? ":" + std::to_string(it->second) : tEntry.strBlob;
+    return std::string("M ") + achMode + " " + strRef + " " + QuotePath(strPath) + "\n";
+}
+
+unsigned CFastImportWriter::Commit(const TCommit& tCommit, const TTree& tTree, const TTreeDelta& tDelta)
+{
+    const unsigned nMark = m_nNextMark++;
+    std::string strName, strEmail;
+    SplitUser(tCommit.strUser, strName, strEmail);
+    const std::string strIdent = strName + " <" + strEmail + "> " + std::to_string(tCommit.tTime) + " +0000\n";
+    std::string str = "commit refs/heads/" + tCommit.strBranch + "\nmark :" + std::to_string(nMark) + "\nauthor " +
+                      strIdent + "committer " + strIdent + "data " + std::to_string(tCommit.strMessage.size()) +
+                      "\n" + tCommit.strMessage + "\n";
+    if (tCommit.nFrom)
+        str += "from :" + std::to_string(tCommit.nFrom) + "\n";
+    if (tCommit.bFullTree)
+    {
+        str += "deleteall\n";
+        for (const auto& kv : tTree)
+            str += FileLine(kv.first, kv.second);
+    }
+    else
+    {
+        for (const std::string& strPath : tDelta.setRemoved)
+            str += "D " + QuotePath(strPath) + "\n";
+        for (const std::string& strPath : tDelta.setChanged)
+        {
+            auto it = tTree.find(strPath);
+            if (it != tTree.end())
+                str += FileLine(it->first, it->second);
+        }
+    }
+    str += "\n";
+    Send(str);
+    return nMark;
+}
+
+bool CFastImportWriter::Checkpoint(unsigned nCommitMark)
+{
+    return Send("checkpoint\nget-mark :" + std::to_string(nCommitMark) + "\n");
+}
+
+} // namespace IMP
+} // namespace ORVANE

@@ -1,0 +1,85 @@
+// The input of git fast-import: blobs, commits and checkpoints, written to
+// any sink.
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <string>
+
+#include "Tree.h"
+
+namespace ORVANE {
+namespace IMP {
+
+// Where bytes go.
+class CByteSink
+{
+public:
+    virtual ~CByteSink();
+    // False when the bytes could not be written.
+    virtual bool Write(const char* p, size_t n) = 0;
+};
+
+// Keeps everything written, for reading back.
+class CStringSink : public CByteSink
+{
+public:
+    bool Write(const char* p, size_t n) override;
+    const std::string& Text() const { return m_strText; }
+
+private:
+    std::string m_strText;
+};
+
+// A path as fast-import reads it: quoted C-style when it holds a character
+// that the plain form cannot carry.
+std::string QuotePath(const std::string& strPath);
+
+// "jo@ws" -> name "jo", address "jo@ws"; text without '@' is both. Neither
+// holds '<', '>' or a line end afterwards, nor blanks at either end; an
+// empty name becomes "unknown".
+void SplitUser(const std::string& strUser, std::string& strName, std::string& strEmail);
+
+class CFastImportWriter
+{
+public:
+    explicit CFastImportWriter(CByteSink& cSink) : m_cSink(cSink) {}
+
+    // The mark of a blob with this name (its git name), sending its
+    // content the first time only.
+    unsigned Blob(const std::string& strName, const std::string& strContent);
+
+    struct TCommit
+    {
+        std::string strBranch;   // below refs/heads/
+        std::string strUser;     // "user@client"
+        long tTime = 0;          // seconds since 1970 UTC
+        std::string strMessage;
+        unsigned nFrom = 0;      // mark of the first parent; 0: the branch's tip, or none
+        bool bFullTree = false;  // the tree is written out whole (deleteall first)
+    };
+    // The commit of the tree after a change: the delta's paths, or the
+    // whole tree. Files are named by their blob's mark when it was sent
+    // here, else by their git name. Returns the commit's mark.
+    unsigned Commit(const TCommit& tCommit, const TTree& tTree, const TTreeDelta& tDelta);
+
+    // Asks fast-import to make everything so far visible to other git
+    // processes and to print the commit's name.
+    bool Checkpoint(unsigned nCommitMark);
+
+    // A write failed: nothing more is sent.
+    bool Failed() const { return m_bFailed; }
+    void SetFailed() { m_bFailed = true; }
+
+private:
+    bool Send(const std::string& str);
+    std::string FileLine(const std::string& strPath, const TEntry& tEntry) const;
+
+    CByteSink& m_cSink;
+    std::map<std::string, unsigned> m_mapBlobs;
+    unsigned m_nNextMark = 1;
+    bool m_bFailed = false;
+};
+
+} // namespace IMP
+} // namespace ORVANE

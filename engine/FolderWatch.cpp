@@ -1,0 +1,139 @@
+#include "FolderWatch.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <vector>
+
+namespace ORVANE {
+namespace IMP {
+
+namespace {
+
+std::string Join(const std::string& strRoot, const std::string& strRelative)
+{
+    return strRelative.empty() ? strRoot : strRoot + "/" + strRelative;
+}
+
+} // namespace
+
+bool CFolderWatch::Start(const std::string& strRoot)
+{
+    Stop();
+    m_strRoot = strRoot;
+    m_bLost = false;
+    m_fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    if (m_fd < 0)
+        return false;
+    AddTree(std::string());
+    return !m_bLost;
+}
+
+void CFolderWatch::Stop()
+{
+    if (m_fd >= 0)
+        close(m_fd);
+    m_fd = -1;
+    m_mapDirs.clear();
+}
+
+void CFolderWatch::AddTree(const std::string& strRelative)
+{
+    const uint32_t nMask = IN_CREATE | IN_DELETE | IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB | IN_MOVED_FROM |
+                           IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_DONT_FOLLOW;
+    const int wd = inotify_add_watch(m_fd, Join(m_strRoot, strRelative).c_str(), nMask);
+    if (wd < 0)
+    {
+        if (errno != ENOENT && errno != ENOTDIR)
+            m_bLost = true; // out of watches: fall back to scanning
+        return;
+    }
+    m_mapDirs[wd] = strRelative;
+    DIR* pDir = opendir(Join(m_strRoot, strRelative).c_str());
+    if (!pDir)
+        return;
+    std::vector<std::string> astrSubs;
+    while (dirent* p = readdir(pDir))
+    {
+        const std::string strName = p->d_name;
+        if (strName == "." || strName == "..")
+            continue;
+        const std::string strPath = strRelative.empty() ? strName : strRelative + "/" + strName;
+        struct stat st;
+        if (lstat(Join(m_strRoot, strPath).c_str(), &st) == 0 && S_ISDIR(st.st_mode))
+            astrSubs.push_back(strPath);
+    }
+    closedir(pDir);
+    for (const std::string& s : astrSubs)
+        AddTree(s);
+}
+
+void CFolderWatch::Take(const inotify_event& tEvent, std::set<std::string>& setDirty)
+{
+    if (tEvent.mask & IN_Q_OVERFLOW)
+    {
+        m_bLost = true;
+        return;
+    }
+    auto it = m_mapDirs.find(tEvent.wd);
+    if (it == m_mapDirs.end())
+        return;
+    const std::string strDir = it->second;
+    if (tEvent.mask & IN_IGNORED)
+    {
+        m_mapDirs.erase(it);
+        return;
+    }
+    if (tEvent.mask & (IN_DELETE_SELF | IN_MOVE_SELF))
+    {
+        setDirty.insert(strDir);
+        return;
+    }
+    if (tEvent.len == 0)
+        return;
+    const std::string strName = tEvent.name;
+    const std::string strPath = strDir.empty() ? strName : strDir + "/" + strName;
+    setDirty.insert(strPath);
+    if ((tEvent.mask & IN_ISDIR) && (tEvent.mask & (IN_CREATE | IN_MOVED_TO)))
+        AddTree(strPath);
+}
+
+bool CFolderWatch::Collect(std::set<std::string>& setDirty)
+{
+    setDirty.clear();
+    if (m_fd < 0)
+        return false;
+    alignas(inotify_event) char ach[65536];
+    for (;;)
+    {
+        const ssize_t n = read(m_fd, ach, sizeof(ach));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            break;
+        for (ssize_t i = 0; i < n;)
+        {
+            const inotify_event* pEvent = reinterpret_cast<const inotify_event*>(ach + i);
+            i += ssize_t(sizeof(inotify_event) + pEvent->len);
+            Take(*pEvent, setDirty);
+        }
+    }
+    if (!m_bLost)
+        return true;
+    m_bLost = false;
+    // Watch whatever folders exist now, so that the next change is watched
+    // completely again.
+    const std::string strRoot = m_strRoot;
+    Stop();
+    m_strRoot = strRoot;
+    m_fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    if (m_fd >= 0)
+        AddTree(std::string());
+    return false;
+}
+
+} // namespace IMP
+} // namespace ORVANE

@@ -1,0 +1,144 @@
+#include "HistoryWriter.h"
+
+#include <sys/stat.h>
+
+#include "Digest.h"
+#include "Stop.h"
+#include "Text.h"
+#include "Verify.h"
+
+namespace ORVANE {
+namespace IMP {
+
+namespace {
+
+bool IsRegularFile(const std::string& strPath)
+{
+    struct stat st;
+    return stat(strPath.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
+} // namespace
+
+void CHistoryWriter::CheckStop()
+{
+    CheckStopSignal();
+}
+
+void CHistoryWriter::OnStreamOpening()
+{
+    m_cWorkspace.MakeFolder(m_pStream->strFolder);
+}
+
+void CHistoryWriter::OnStreamsRefreshed(const std::vector<TStreamInfo>& atStreams)
+{
+    RefreshStreams(m_atStreams, atStreams);
+    for (const TStreamInfo& t : atStreams)
+        m_cDump.Stream(t);
+}
+
+void CHistoryWriter::OnChangesReady(unsigned int nCount)
+{
+    m_cProgress.SetTotal(nCount);
+    m_cTracker.Begin(m_pStream->strFolder);
+}
+
+void CHistoryWriter::OnStreamClosed()
+{
+    m_cTracker.End();
+}
+
+TBlobSink CHistoryWriter::BlobSink()
+{
+    if (!m_pGit)
+        return TBlobSink();
+    CFastImportWriter* pWriter = &m_pGit->Writer();
+    return [pWriter](const std::string& strBlob, const std::string& strContent) { pWriter->Blob(strBlob, strContent); };
+}
+
+void CHistoryWriter::OnChangeSynced(const TChangeInfo& tChange)
+{
+    m_tDelta = TTreeDelta();
+    m_setItems.clear();
+    m_strMissing.clear();
+    m_cTracker.Collect(m_tDelta, BlobSink());
+    m_cDump.Change(m_pStream->tInfo.nID, tChange);
+}
+
+void CHistoryWriter::OnChangeItem(const TChangeItemInfo& tItem)
+{
+    const std::string strPath = PathText(tItem.cFilePath);
+    const std::string strFull = m_pStream->strFolder + "/" + strPath;
+    // The file's digest only for the dump; otherwise whether it is there.
+    std::string strDigest;
+    const bool bFile = m_cDump.IsOpen() ? FileSha256(strFull, strDigest) : IsRegularFile(strFull);
+    m_cDump.Item(tItem, bFile ? &strDigest : nullptr);
+    m_setItems.insert(strPath);
+    const bool bDelete = tItem.eType == MCE::eChangeItemDelete;
+    if (m_strMissing.empty() && bDelete == bFile)
+        m_strMissing = bDelete ? "the file '" + strPath + "' is still there although the change deletes it"
+                               : "the file '" + strPath + "#" + std::to_string(tItem.nRevision) + "' is missing";
+}
+
+void CHistoryWriter::OnChangeDone(const TChangeInfo& tChange)
+{
+    if (!m_strMissing.empty())
+        throw EStop(eExitFailure, "change " + std::to_string(tChange.nID) + " of stream " + m_pStream->strName +
+                                      " was not synced completely: " + m_strMissing);
+    // The items say where to look: anything the watch missed is caught here.
+    m_cTracker.Recheck(m_setItems, m_tDelta, BlobSink());
+    ++m_pStream->nChanges;
+    m_cProgress.CountChange();
+    const unsigned nMark = Commit(tChange);
+    m_pStream->atCommits.emplace_back(tChange.tTime, nMark);
+    if (m_bVerify)
+        Verify(tChange, nMark);
+    m_cProgress.Show(m_pStream->strName, false);
+}
+
+unsigned CHistoryWriter::Commit(const TChangeInfo& tChange)
+{
+    if (!m_pGit)
+        return 0;
+    CFastImportWriter::TCommit tCommit;
+    tCommit.strBranch = m_pStream->strBranch;
+    tCommit.strUser = Utf8(tChange.strUser);
+    tCommit.tTime = tChange.tTime;
+    tCommit.strMessage = Utf8(tChange.strComment);
+    if (m_pStream->atCommits.empty())
+    {
+        // The stream's first commit: its whole tree, on top of the parent
+        // stream's history at that time.
+        tCommit.bFullTree = true;
+        tCommit.nFrom = ParentCommit(m_atStreams, *m_pStream, tChange.tTime);
+    }
+    const unsigned nMark = m_pGit->Writer().Commit(tCommit, m_cTracker.Tree(), m_tDelta);
+    if (m_pGit->Failed())
+        throw EStop(eExitFailure, "git fast-import stopped (see its message above)");
+    return nMark;
+}
+
+void CHistoryWriter::Verify(const TChangeInfo& tChange, unsigned nMark)
+{
+    TTree tFolder;
+    ScanTree(m_pStream->strFolder, tFolder);
+    TTree tGit;
+    std::string strWhere = "change " + std::to_string(tChange.nID) + " of stream " + m_pStream->strName;
+    if (m_pGit)
+    {
+        std::string strCommit, strError;
+        if (!m_pGit->Checkpoint(nMark, strCommit))
+            throw EStop(eExitFailure, "git fast-import failed while verifying " + strWhere);
+        if (!m_pGit->ReadTree(strCommit, tGit, strError))
+            throw EStop(eExitFailure, strError);
+        strWhere += " (commit " + strCommit.substr(0, 12) + ")";
+    }
+    else
+        tGit = m_cTracker.Tree();
+    const std::string strDifference = TreeDifference(tGit, tFolder);
+    if (!strDifference.empty())
+        throw EStop(eExitFailure, "verify: " + strWhere + ": " + strDifference);
+}
+
+} // namespace IMP
+} // namespace ORVANE

@@ -1,0 +1,67 @@
+// What becomes of each stream, change and item the driver walks: the
+// stream's folder tree tracked, each change checked for completeness and
+// written to the dump and to git, and verified when asked.
+#pragma once
+
+#include <set>
+#include <string>
+
+#include "Driver.h"
+#include "Dump.h"
+#include "GitRepository.h"
+#include "Progress.h"
+#include "Streams.h"
+#include "TreeTracker.h"
+#include "Workspace.h"
+
+namespace ORVANE {
+namespace IMP {
+
+class CHistoryWriter : public CMigrationHandler
+{
+public:
+    // pGit may be null: no git repository is written then.
+    CHistoryWriter(TStreams& atStreams, CWorkspace& cWorkspace, CDumpWriter& cDump, CGitRepository* pGit,
+                   CProgress& cProgress, bool bVerify)
+        : m_atStreams(atStreams), m_cWorkspace(cWorkspace), m_cDump(cDump), m_pGit(pGit), m_cProgress(cProgress),
+          m_bVerify(bVerify)
+    {
+    }
+
+    // Where the commits go from now on (null: nowhere).
+    void SetRepository(CGitRepository* pGit) { m_pGit = pGit; }
+    // The stream the driver imports next.
+    void SetStream(TStream& tStream) { m_pStream = &tStream; }
+    // Stops watching the folder.
+    void Stop() { m_cTracker.End(); }
+
+    void CheckStop() override;
+    void OnStreamOpening() override;
+    void OnStreamsRefreshed(const std::vector<TStreamInfo>& atStreams) override;
+    void OnChangesReady(unsigned int nCount) override;
+    void OnChangeSynced(const TChangeInfo& tChange) override;
+    void OnChangeItem(const TChangeItemInfo& tItem) override;
+    void OnChangeDone(const TChangeInfo& tChange) override;
+    void OnStreamClosed() override;
+
+private:
+    TBlobSink BlobSink();
+    unsigned Commit(const TChangeInfo& tChange);
+    void Verify(const TChangeInfo& tChange, unsigned nMark);
+
+    TStreams& m_atStreams;
+    CWorkspace& m_cWorkspace;
+    CDumpWriter& m_cDump;
+    CGitRepository* m_pGit;
+    CProgress& m_cProgress;
+    bool m_bVerify;
+    TStream* m_pStream = nullptr;
+    CTreeTracker m_cTracker;
+    // The change being imported.
+    TTreeDelta m_tDelta;
+    std::set<std::string> m_setItems;
+    std::string m_strMissing; // the first item whose file is not as the change says
+};
+
+} // namespace IMP
+} // namespace ORVANE

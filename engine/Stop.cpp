@@ -1,0 +1,24 @@
+#include "Stop.h"
+
+namespace ORVANE {
+namespace IMP {
+
+volatile std::sig_atomic_t g_nStopSignal = 0;
+
+EProviderFailure::EProviderFailure(const char* pszCall, int nResult)
+    : EStop(eExitFailure, std::string("the provider reported a failure in ") + pszCall + " (result " +
+                              std::to_string(nResult) + ")"),
+      m_strCall(pszCall), m_nResult(nResult)
+{
+}
+
+void CheckStopSignal()
+{
+    const int nSignal = g_nStopSignal;
+    if (nSignal)
+        throw EStop(eExitSignal + nSignal, std::string("interrupted by ") + (nSignal == SIGINT ? "SIGINT" : "SIGTERM") +
+                                               "; the migration did not complete");
+}
+
+} // namespace IMP
+} // namespace ORVANE

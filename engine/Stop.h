@@ -1,0 +1,52 @@
+// How a run ends early: an exit status and a one-line message.
+#pragma once
+
+#include <csignal>
+#include <stdexcept>
+#include <string>
+
+namespace ORVANE {
+namespace IMP {
+
+// The program's exit statuses; a run stopped by signal N ends with
+// eExitSignal + N.
+enum TExitStatus : int
+{
+    eExitDone = 0,
+    eExitFailure = 1,
+    eExitUsage = 2,
+    eExitSignal = 128
+};
+
+// Ends the run with the status; what() is the message.
+class EStop : public std::runtime_error
+{
+public:
+    EStop(int nStatus, const std::string& strMessage) : std::runtime_error(strMessage), m_nStatus(nStatus) {}
+    int Status() const { return m_nStatus; }
+
+private:
+    int m_nStatus;
+};
+
+// The provider answered a call with a failure.
+class EProviderFailure : public EStop
+{
+public:
+    EProviderFailure(const char* pszCall, int nResult);
+    const std::string& Call() const { return m_strCall; }
+    int Result() const { return m_nResult; }
+
+private:
+    std::string m_strCall;
+    int m_nResult;
+};
+
+// The signal that asked the run to stop, or 0. Set by the signal handler.
+extern volatile std::sig_atomic_t g_nStopSignal;
+
+// Throws the stop when a signal asked for it.
+void CheckStopSignal();
+
+} // namespace IMP
+} // namespace ORVANE

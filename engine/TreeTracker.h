@@ -1,0 +1,40 @@
+// What each sync did to a stream's folder: the folder's tree kept up to
+// date through a watch on it, checked against the paths the change names.
+#pragma once
+
+#include <set>
+#include <string>
+
+#include "FolderWatch.h"
+#include "Tree.h"
+
+namespace ORVANE {
+namespace IMP {
+
+class CTreeTracker
+{
+public:
+    // Reads the folder as it is now (empty, unless a workspace was kept
+    // from before) and starts watching it. Nothing is sent for the files
+    // already there.
+    void Begin(const std::string& strFolder);
+    // What changed since the last call: from the watch's paths, or from a
+    // full scan when the watch lost some. New content goes to the sink.
+    void Collect(TTreeDelta& tDelta, const TBlobSink& fnSink);
+    // Looks at the paths again, for anything the watch missed, and adds
+    // their changes to the delta.
+    void Recheck(const std::set<std::string>& setPaths, TTreeDelta& tDelta, const TBlobSink& fnSink);
+    void End();
+
+    const TTree& Tree() const { return m_tTree; }
+    const std::string& Folder() const { return m_strFolder; }
+
+private:
+    std::string m_strFolder;
+    TTree m_tTree;
+    CFolderWatch m_cWatch;
+    bool m_bWatching = false;
+};
+
+} // namespace IMP
+} // namespace ORVANE

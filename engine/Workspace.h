@@ -1,0 +1,41 @@
+// The folder under which each stream's files are synced, and what of it
+// is removed at the end.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace ORVANE {
+namespace IMP {
+
+class CWorkspace
+{
+public:
+    // A new folder below $TMPDIR (or /tmp) when strGiven is empty; else the
+    // given folder, made absolute and created when missing. Throws EStop
+    // when it cannot be made.
+    void Make(const std::string& strGiven);
+    // Creates a folder below the workspace when it is missing and
+    // remembers it. Throws EStop when it cannot be made.
+    void MakeFolder(const std::string& strFolder);
+    // Removes what this run made: the whole workspace when it made it,
+    // else the folders MakeFolder made.
+    void Remove();
+
+    const std::string& Path() const { return m_strPath; }
+    // The workspace folder itself was made by this run.
+    bool Made() const { return m_bMade; }
+
+private:
+    std::string m_strPath;
+    bool m_bMade = false;
+    std::vector<std::string> m_astrMadeFolders;
+};
+
+// Makes the folder and every missing folder above it; false with errno set
+// when one cannot be made. Something other than a folder in the way of the
+// last one is no failure here.
+bool MakeFolders(const std::string& strPath);
+
+} // namespace IMP
+} // namespace ORVANE

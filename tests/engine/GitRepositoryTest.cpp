@@ -1,0 +1,108 @@
+// The repository written through git fast-import, and read back.
+#include <gtest/gtest.h>
+
+#include "Digest.h"
+#include "EngineHarness.h"
+#include "GitRepository.h"
+#include "UnitSupport.h"
+
+using namespace ORVANE::IMP;
+using namespace enginetest;
+
+namespace {
+
+std::string Git(const std::string& strDir, const std::vector<std::string>& astrArgs)
+{
+    std::vector<std::string> astr = {"git", "--git-dir=" + strDir};
+    astr.insert(astr.end(), astrArgs.begin(), astrArgs.end());
+    const TResult r = RunProgram(astr, {{"GIT_CONFIG_NOSYSTEM", "1"}, {"GIT_CONFIG_GLOBAL", "/dev/null"}});
+    EXPECT_EQ(0, r.nStatus) << r.strErr;
+    return r.strOut;
+}
+
+
+} // namespace
+
+TEST(GitRepository, ParseTreeListing)
+{
+    const std::string strA(40, 'a'), strB(40, 'b');
+    TTree tTree = {{"stale", TEntry()}};
+    ParseTreeListing("100644 blob " + strA + "\tdir/a b.txt" + std::string(1, '\0') + "100755 blob " + strB +
+                         "\tx.sh" + std::string(1, '\0') + "garbage" + std::string(1, '\0') + "120000 blob " + strA +
+                         "\tlink",
+                     tTree);
+    ASSERT_EQ(3u, tTree.size());
+    EXPECT_EQ(0100644u, tTree["dir/a b.txt"].nMode);
+    EXPECT_EQ(strA, tTree["dir/a b.txt"].strBlob);
+    EXPECT_EQ(0100755u, tTree["x.sh"].nMode);
+    EXPECT_EQ(strB, tTree["x.sh"].strBlob);
+    EXPECT_EQ(0120000u, tTree["link"].nMode);
+}
+
+TEST(GitRepository, OnlyAFreeFolder)
+{
+    TScratch tScratch;
+    EXPECT_TRUE(CGitRepository::IsFree(tScratch.strPath));
+    EXPECT_TRUE(CGitRepository::IsFree(tScratch.strPath + "/none"));
+    WriteWholeFile(tScratch.strPath + "/file", "x");
+    EXPECT_FALSE(CGitRepository::IsFree(tScratch.strPath));
+    EXPECT_FALSE(CGitRepository::IsFree(tScratch.strPath + "/file"));
+    CGitRepository cGit;
+    std::string strError;
+    EXPECT_FALSE(cGit.Open(tScratch.strPath, strError));
+    EXPECT_EQ("the git folder '" + tScratch.strPath + "' exists and is not empty", strError);
+    EXPECT_FALSE(cGit.IsOpen());
+    EXPECT_TRUE(cGit.Close("main", strError));
+}
+
+TEST(GitRepository, CommitsCheckpointsAndTheirTrees)
+{
+    TScratch tScratch;
+    const std::string strDir = tScratch.strPath + "/out.git";
+    CGitRepository cGit;
+    std::string strError;
+    ASSERT_TRUE(cGit.Open(strDir, strError)) << strError;
+    EXPECT_TRUE(cGit.IsOpen());
+    EXPECT_EQ(strDir, cGit.Directory());
+    TTree tTree = {{"a.txt", Entry(0100644, "one\n")}, {"run.sh", Entry(0100755, "#!/bin/sh\n")}};
+    cGit.Writer().Blob(tTree["a.txt"].strBlob, "one\n");
+    cGit.Writer().Blob(tTree["run.sh"].strBlob, "#!/bin/sh\n");
+    CFastImportWriter::TCommit tCommit;
+    tCommit.strBranch = "main";
+    tCommit.strUser = "jo@ws";
+    tCommit.tTime = 1000;
+    tCommit.strMessage = "first";
+    tCommit.bFullTree = true;
+    const unsigned nMark = cGit.Writer().Commit(tCommit, tTree, TTreeDelta());
+    std::string strCommit;
+    ASSERT_TRUE(cGit.Checkpoint(nMark, strCommit));
+    EXPECT_EQ(40u, strCommit.size());
+    TTree tRead;
+    ASSERT_TRUE(cGit.ReadTree(strCommit, tRead, strError)) << strError;
+    EXPECT_TRUE(tRead == tTree);
+    EXPECT_FALSE(cGit.ReadTree(std::string(40, '0'), tRead, strError));
+    EXPECT_EQ(0u, strError.find("git ls-tree failed: "));
+    ASSERT_TRUE(cGit.Close("main", strError)) << strError;
+    EXPECT_FALSE(cGit.IsOpen());
+    EXPECT_EQ(strCommit + "\n", Git(strDir, {"rev-parse", "refs/heads/main"}));
+    EXPECT_EQ("refs/heads/main\n", Git(strDir, {"symbolic-ref", "HEAD"}));
+    EXPECT_EQ("jo <jo@ws> 1000 +0000|first\n", Git(strDir, {"log", "-1", "--format=%an <%ae> %ad|%s", "--date=raw"}));
+}
+
+TEST(GitRepository, AFastImportErrorFailsTheClose)
+{
+    TScratch tScratch;
+    CGitRepository cGit;
+    std::string strError;
+    ASSERT_TRUE(cGit.Open(tScratch.strPath + "/out.git", strError)) << strError;
+    // A commit naming a blob that was never sent.
+    TTree tTree = {{"a.txt", Entry(0100644, "never sent\n")}};
+    CFastImportWriter::TCommit tCommit;
+    tCommit.strBranch = "main";
+    tCommit.strUser = "jo";
+    tCommit.bFullTree = true;
+    cGit.Writer().Commit(tCommit, tTree, TTreeDelta());
+    EXPECT_FALSE(cGit.Close(std::string(), strError));
+    EXPECT_EQ(0u, strError.find("git fast-import failed (exit status "));
+    EXPECT_TRUE(cGit.Failed());
+}

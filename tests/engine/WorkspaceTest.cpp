@@ -1,0 +1,128 @@
+// The workspace: a temporary folder or the given one, the stream folders
+// made in it, and what is removed at the end.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <functional>
+
+#include <gtest/gtest.h>
+
+#include "EngineHarness.h"
+#include "UnitSupport.h"
+#include "Stop.h"
+#include "Workspace.h"
+
+using namespace ORVANE::IMP;
+using enginetest::Exists;
+using enginetest::StopOf;
+
+namespace {
+
+// Sets an environment variable for the scope.
+struct TEnvironment
+{
+    std::string strName;
+    std::string strOld;
+    bool bHad;
+    TEnvironment(const std::string& strVariable, const std::string& strValue) : strName(strVariable)
+    {
+        const char* psz = std::getenv(strName.c_str());
+        bHad = psz != nullptr;
+        strOld = psz ? psz : "";
+        setenv(strName.c_str(), strValue.c_str(), 1);
+    }
+    ~TEnvironment()
+    {
+        if (bHad)
+            setenv(strName.c_str(), strOld.c_str(), 1);
+        else
+            unsetenv(strName.c_str());
+    }
+};
+
+} // namespace
+
+TEST(Workspace, TemporaryBelowTmpdirRemovedWhole)
+{
+    enginetest::TScratch tScratch;
+    TEnvironment tTmp("TMPDIR", tScratch.strPath);
+    CWorkspace cWorkspace;
+    cWorkspace.Make("");
+    EXPECT_TRUE(cWorkspace.Made());
+    EXPECT_EQ(tScratch.strPath + "/orvane-import-", cWorkspace.Path().substr(0, tScratch.strPath.size() + 15));
+    EXPECT_EQ(tScratch.strPath.size() + 21, cWorkspace.Path().size());
+    cWorkspace.MakeFolder(cWorkspace.Path() + "/main");
+    enginetest::WriteWholeFile(cWorkspace.Path() + "/main/a.txt", "a");
+    cWorkspace.Remove();
+    EXPECT_FALSE(Exists(cWorkspace.Path()));
+}
+
+TEST(Workspace, GivenRelativeFolderIsMadeAbsolute)
+{
+    enginetest::TScratch tScratch;
+    char achOld[4096];
+    ASSERT_NE(nullptr, getcwd(achOld, sizeof(achOld)));
+    ASSERT_EQ(0, chdir(tScratch.strPath.c_str()));
+    CWorkspace cWorkspace;
+    cWorkspace.Make("ws/deeper//");
+    ASSERT_EQ(0, chdir(achOld));
+    EXPECT_EQ(tScratch.strPath + "/ws/deeper", cWorkspace.Path());
+    EXPECT_TRUE(cWorkspace.Made());
+    struct stat st;
+    ASSERT_EQ(0, stat(cWorkspace.Path().c_str(), &st));
+    EXPECT_TRUE(S_ISDIR(st.st_mode));
+    cWorkspace.Remove();
+    EXPECT_FALSE(Exists(tScratch.strPath + "/ws/deeper"));
+    EXPECT_TRUE(Exists(tScratch.strPath + "/ws"));
+}
+
+TEST(Workspace, AnExistingFolderKeepsWhatWasThere)
+{
+    enginetest::TScratch tScratch;
+    const std::string strWs = tScratch.strPath + "/ws";
+    ASSERT_EQ(0, mkdir(strWs.c_str(), 0755));
+    ASSERT_EQ(0, mkdir((strWs + "/old").c_str(), 0755));
+    enginetest::WriteWholeFile(strWs + "/mine.txt", "keep me");
+    CWorkspace cWorkspace;
+    cWorkspace.Make(strWs);
+    EXPECT_FALSE(cWorkspace.Made());
+    cWorkspace.MakeFolder(strWs + "/old");
+    cWorkspace.MakeFolder(strWs + "/new/deep");
+    enginetest::WriteWholeFile(strWs + "/new/deep/f", "x");
+    cWorkspace.Remove();
+    EXPECT_TRUE(Exists(strWs + "/mine.txt"));
+    EXPECT_TRUE(Exists(strWs + "/old"));
+    EXPECT_FALSE(Exists(strWs + "/new/deep"));
+    EXPECT_TRUE(Exists(strWs + "/new"));
+}
+
+TEST(Workspace, FoldersThatCannotBeMade)
+{
+    enginetest::TScratch tScratch;
+    enginetest::WriteWholeFile(tScratch.strPath + "/file", "x");
+    CWorkspace cWorkspace;
+    EXPECT_EQ("1 cannot make the workspace " + tScratch.strPath + "/file/ws: Not a directory",
+              StopOf([&] { cWorkspace.Make(tScratch.strPath + "/file/ws"); }));
+    CWorkspace cOther;
+    cOther.Make(tScratch.strPath);
+    EXPECT_EQ("1 cannot make the folder " + tScratch.strPath + "/file/main: Not a directory",
+              StopOf([&] { cOther.MakeFolder(tScratch.strPath + "/file/main"); }));
+    TEnvironment tTmp("TMPDIR", tScratch.strPath + "/none");
+    CWorkspace cTemporary;
+    EXPECT_EQ("1 cannot make a temporary workspace: No such file or directory",
+              StopOf([&] { cTemporary.Make(""); }));
+}
+
+TEST(Workspace, MakeFoldersLeavesAFileInTheWayOfTheLastOne)
+{
+    enginetest::TScratch tScratch;
+    EXPECT_TRUE(MakeFolders(tScratch.strPath + "/a/b/c"));
+    EXPECT_TRUE(MakeFolders(tScratch.strPath + "/a/b/c"));
+    enginetest::WriteWholeFile(tScratch.strPath + "/f", "x");
+    EXPECT_TRUE(MakeFolders(tScratch.strPath + "/f"));
+    errno = 0;
+    EXPECT_FALSE(MakeFolders(tScratch.strPath + "/f/g"));
+    EXPECT_EQ(ENOTDIR, errno);
+}
