@@ -106,8 +106,8 @@ unsigned CFastImportWriter::Commit(const TCommit& tCommit, const TTree& tTree, c
     SplitUser(tCommit.strUser, strName, strEmail);
     const std::string strIdent = strName + " <" + strEmail + "> " + std::to_string(tCommit.tTime) + " +0000\n";
     std::string str = "commit refs/heads/" + tCommit.strBranch + "\nmark :" + std::to_string(nMark) + "\nauthor " +
-                      strIdent + "committer " + strIdent + "data " + std::to_string(tCommit.strMessage.size()) +
-                      "\n" + tCommit.strMessage + "\n";
+                      strIdent + "committer " + strIdent + "data " + std::to_string(tCommit.strMessage.size()) + "\n" +
+                      tCommit.strMessage + "\n";
     if (tCommit.nFrom)
         str += "from :" + std::to_string(tCommit.nFrom) + "\n";
     if (tCommit.bFullTree)

@@ -51,12 +51,12 @@ public:
 
     struct TCommit
     {
-        std::string strBranch;   // below refs/heads/
-        std::string strUser;     // "user@client"
-        long tTime = 0;          // seconds since 1970 UTC
+        std::string strBranch; // below refs/heads/
+        std::string strUser;   // "user@client"
+        long tTime = 0;        // seconds since 1970 UTC
         std::string strMessage;
-        unsigned nFrom = 0;      // mark of the first parent; 0: the branch's tip, or none
-        bool bFullTree = false;  // the tree is written out whole (deleteall first)
+        unsigned nFrom = 0;     // mark of the first parent; 0: the branch's tip, or none
+        bool bFullTree = false; // the tree is written out whole (deleteall first)
     };
     // The commit of the tree after a change: the delta's paths, or the
     // whole tree. Files are named by their blob's mark when it was sent

@@ -39,8 +39,8 @@ void WriteGraph(const std::string& strDot, const std::string& strFile)
     {
         std::string strOut, strErr;
         if (RunProcess({"dot", "-Tsvg", "-o", strFile}, strDot, &strOut, &strErr) != 0)
-            throw EStop(eExitFailure, "graphviz dot could not write " + strFile + ": " +
-                                          strErr.substr(0, strErr.find('\n')));
+            throw EStop(eExitFailure,
+                        "graphviz dot could not write " + strFile + ": " + strErr.substr(0, strErr.find('\n')));
         return;
     }
     std::ofstream out(strFile, std::ios::binary);

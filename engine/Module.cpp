@@ -31,8 +31,7 @@ std::string ExecutableFolder()
 }
 
 // dlsym gives an object pointer; its bits are the function's address.
-template <typename TFunction>
-TFunction* Export(void* pHandle, const std::string& strName)
+template <typename TFunction> TFunction* Export(void* pHandle, const std::string& strName)
 {
     void* p = dlsym(pHandle, strName.c_str());
     TFunction* pfn = nullptr;

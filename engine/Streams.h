@@ -15,9 +15,9 @@ namespace IMP {
 struct TStream
 {
     TStreamInfo tInfo;
-    std::string strName;   // UTF-8
-    std::string strFolder; // WORKSPACE/<name>
-    std::string strBranch; // below refs/heads/
+    std::string strName;                              // UTF-8
+    std::string strFolder;                            // WORKSPACE/<name>
+    std::string strBranch;                            // below refs/heads/
     std::vector<std::pair<long, unsigned>> atCommits; // time and fast-import mark of each commit
     unsigned nChanges = 0;
 };

@@ -19,8 +19,6 @@
 namespace ORVANE {
 namespace MCE {
 
-extern "C" {
-
 // Copies the provider id into pszID and its display name into pszName, and
 // stores the module's flags (0) in *pnFlags. No lengths are passed: the
 // caller's buffers must hold the texts and their terminators.
@@ -29,8 +27,6 @@ typedef void TModuleGetOptions(wchar_t* pszID, wchar_t* pszName, unsigned int* p
 // Creates one provider and returns it as an ORVANE::MCE::CProvider*. The
 // caller disposes of it with its Destroy(), never with delete.
 typedef void* TModuleCreateProvider(void);
-
-} // extern "C"
 
 inline std::string ModuleGetOptionsName(const std::string& strProviderID)
 {

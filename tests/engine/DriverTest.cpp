@@ -48,15 +48,18 @@ class CDriverTest : public ::testing::Test
 protected:
     CDriverTest() : m_cHandler(m_cProvider.m_astrCalls), m_cDriver(m_cProvider, m_cHandler)
     {
-        m_cProvider.m_atStreams = {FakeStream(1, 0, "main", "//depot/main"),
-                                   FakeStream(2, 1, "rel1", "//depot/rel1", "//depot/main"),
-                                   FakeStream(3, 0, "other", "//depot/other"),
-                                   FakeStream(4, 2, "fix", "//depot/fix", "//depot/rel1"),
-                                   FakeStream(5, 1, "rel2", "//depot/rel2", "//depot/main")};
+        m_cProvider.m_atStreams = {
+            FakeStream(1, 0, "main", "//depot/main"), FakeStream(2, 1, "rel1", "//depot/rel1", "//depot/main"),
+            FakeStream(3, 0, "other", "//depot/other"), FakeStream(4, 2, "fix", "//depot/fix", "//depot/rel1"),
+            FakeStream(5, 1, "rel2", "//depot/rel2", "//depot/main")};
         m_cProvider.m_mapChanges[1] = {
             {7, "jo@ws", 100, "first", {{ORVANE::MCE::eChangeItemAdd, "a.txt", 1}}, nullptr},
-            {9, "jo@ws", 200, "second",
-             {{ORVANE::MCE::eChangeItemModify, "a.txt", 2}, {ORVANE::MCE::eChangeItemDelete, "b.txt", 3}}, nullptr}};
+            {9,
+             "jo@ws",
+             200,
+             "second",
+             {{ORVANE::MCE::eChangeItemModify, "a.txt", 2}, {ORVANE::MCE::eChangeItemDelete, "b.txt", 3}},
+             nullptr}};
         m_cProvider.m_mapChanges[2] = {{8, "ann@ws", 150, "empty", {}, nullptr}};
     }
     std::vector<std::string>& Calls() { return m_cProvider.m_astrCalls; }
@@ -112,13 +115,38 @@ TEST_F(CDriverTest, ImportsAStreamInTheOrderTheProviderRequires)
     std::vector<std::string> astrExpected = {"InitialiseClients /ws", "> opening", "OnBeginStream 1 /ws/main",
                                              "EstablishChangesets"};
     astrExpected.insert(astrExpected.end(), astrStreamWalk.begin(), astrStreamWalk.end());
-    for (const char* psz : {"> refreshed 5", "> ready 3", "OnFirstChangeset", "OnProcessChange 7", "> synced 7",
-                            "OnFirstChangeItem", "> item 7 a.txt", "OnNextChangeItem", "> done 7", "OnNextChangeset",
-                            "OnProcessChange 9", "> synced 9", "OnFirstChangeItem", "> item 9 a.txt",
-                            "OnNextChangeItem", "> item 9 b.txt", "OnNextChangeItem", "> done 9", "OnNextChangeset",
-                            "> closed", "> opening", "OnBeginStream 2 /ws/rel1", "EstablishChangesets", "> ready 3",
-                            "OnFirstChangeset", "OnProcessChange 8", "> synced 8", "OnFirstChangeItem", "> done 8",
-                            "OnNextChangeset", "> closed", "RemoveClients"})
+    for (const char* psz : {"> refreshed 5",
+                            "> ready 3",
+                            "OnFirstChangeset",
+                            "OnProcessChange 7",
+                            "> synced 7",
+                            "OnFirstChangeItem",
+                            "> item 7 a.txt",
+                            "OnNextChangeItem",
+                            "> done 7",
+                            "OnNextChangeset",
+                            "OnProcessChange 9",
+                            "> synced 9",
+                            "OnFirstChangeItem",
+                            "> item 9 a.txt",
+                            "OnNextChangeItem",
+                            "> item 9 b.txt",
+                            "OnNextChangeItem",
+                            "> done 9",
+                            "OnNextChangeset",
+                            "> closed",
+                            "> opening",
+                            "OnBeginStream 2 /ws/rel1",
+                            "EstablishChangesets",
+                            "> ready 3",
+                            "OnFirstChangeset",
+                            "OnProcessChange 8",
+                            "> synced 8",
+                            "OnFirstChangeItem",
+                            "> done 8",
+                            "OnNextChangeset",
+                            "> closed",
+                            "RemoveClients"})
         astrExpected.push_back(psz);
     EXPECT_EQ(astrExpected, Calls());
 }
@@ -133,9 +161,9 @@ TEST_F(CDriverTest, EnvironmentAndLog)
     EXPECT_EQ("no p4 here", strWarning);
     m_cDriver.OpenLog(false);
     m_cDriver.OpenLog(true);
-    EXPECT_EQ((std::vector<std::string>{"CheckEnvironment", "CheckEnvironment", "OpenLog 1", "OpenLog 1",
-                                        "LogToConnection"}),
-              Calls());
+    EXPECT_EQ(
+        (std::vector<std::string>{"CheckEnvironment", "CheckEnvironment", "OpenLog 1", "OpenLog 1", "LogToConnection"}),
+        Calls());
 }
 
 TEST_F(CDriverTest, NoClientsNoRemoval)
@@ -162,16 +190,16 @@ TEST_F(CDriverTest, NoClientsNoRemoval)
 
 TEST(Driver, EachCallsFailureIsNamedAndEndsTheWalk)
 {
-    for (const auto& tCase : std::vector<std::pair<std::string, std::string>>{
-             {"EstablishStreams", "EstablishStreams"},
-             {"GetNextStream 1", "GetNextStream"},
-             {"OnBeginStream 1 /ws/main", "OnBeginStream"},
-             {"EstablishChangesets", "EstablishChangesets"},
-             {"OnFirstChangeset", "OnFirstChangeset"},
-             {"OnNextChangeset", "OnNextChangeset"},
-             {"OnProcessChange 7", "OnProcessChange"},
-             {"OnFirstChangeItem", "OnFirstChangeItem"},
-             {"OnNextChangeItem", "OnNextChangeItem"}})
+    for (const auto& tCase :
+         std::vector<std::pair<std::string, std::string>>{{"EstablishStreams", "EstablishStreams"},
+                                                          {"GetNextStream 1", "GetNextStream"},
+                                                          {"OnBeginStream 1 /ws/main", "OnBeginStream"},
+                                                          {"EstablishChangesets", "EstablishChangesets"},
+                                                          {"OnFirstChangeset", "OnFirstChangeset"},
+                                                          {"OnNextChangeset", "OnNextChangeset"},
+                                                          {"OnProcessChange 7", "OnProcessChange"},
+                                                          {"OnFirstChangeItem", "OnFirstChangeItem"},
+                                                          {"OnNextChangeItem", "OnNextChangeItem"}})
     {
         for (int nResult : {1, 3})
         {
@@ -179,7 +207,11 @@ TEST(Driver, EachCallsFailureIsNamedAndEndsTheWalk)
             cProvider.m_atStreams = {FakeStream(1, 0, "main", "//depot/main"),
                                      FakeStream(2, 1, "rel1", "//depot/rel1")};
             cProvider.m_mapChanges[1] = {
-                {7, "jo", 100, "c", {{ORVANE::MCE::eChangeItemAdd, "a", 1}, {ORVANE::MCE::eChangeItemAdd, "b", 1}},
+                {7,
+                 "jo",
+                 100,
+                 "c",
+                 {{ORVANE::MCE::eChangeItemAdd, "a", 1}, {ORVANE::MCE::eChangeItemAdd, "b", 1}},
                  nullptr}};
             CRecordingHandler cHandler(cProvider.m_astrCalls);
             CMigrationDriver cDriver(cProvider, cHandler);

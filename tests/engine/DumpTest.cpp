@@ -4,8 +4,8 @@
 #include "Dump.h"
 #include "EngineHarness.h"
 #include "FakeProvider.h"
-#include "UnitSupport.h"
 #include "Stop.h"
+#include "UnitSupport.h"
 
 using namespace ORVANE::IMP;
 using namespace enginetest;
@@ -41,19 +41,22 @@ TEST(Dump, EachKindOfLine)
     tItem.eType = static_cast<ORVANE::MCE::TChangeItemType>(9);
     cDump.Item(tItem, nullptr);
     cDump.Failure("OnNextChangeItem", 1);
-    EXPECT_EQ("{\"kind\":\"stream\",\"id\":2,\"parent\":1,\"name\":\"r\xC3\xA9l\",\"src\":\"//depot/main\","
-              "\"dst\":\"//depot/rel1\",\"base\":41}\n"
-              "{\"kind\":\"stream\",\"id\":1,\"parent\":0,\"name\":\"main\",\"src\":\"\",\"dst\":\"//depot/main\","
-              "\"base\":0}\n"
-              "{\"kind\":\"change\",\"stream\":2,\"id\":7,\"user\":\"jo@ws\",\"time\":1262303999,"
-              "\"comment\":\"Say \\\"hi\\\"\\n\\ttabbed \xE2\x82\xAC\",\"items\":3}\n"
-              "{\"kind\":\"item\",\"change\":7,\"type\":\"modify\",\"path\":\"docs/a b.txt\",\"revision\":4,"
-              "\"sha256\":\"" + strDigest + "\"}\n"
-              "{\"kind\":\"item\",\"change\":7,\"type\":\"delete\",\"path\":\"docs/a b.txt\",\"revision\":4,"
-              "\"sha256\":null}\n"
-              "{\"kind\":\"item\",\"change\":7,\"type\":9,\"path\":\"docs/a b.txt\",\"revision\":4,\"sha256\":null}\n"
-              "{\"kind\":\"failure\",\"call\":\"OnNextChangeItem\",\"result\":1}\n",
-              cFile.Text());
+    EXPECT_EQ(
+        "{\"kind\":\"stream\",\"id\":2,\"parent\":1,\"name\":\"r\xC3\xA9l\",\"src\":\"//depot/main\","
+        "\"dst\":\"//depot/rel1\",\"base\":41}\n"
+        "{\"kind\":\"stream\",\"id\":1,\"parent\":0,\"name\":\"main\",\"src\":\"\",\"dst\":\"//depot/main\","
+        "\"base\":0}\n"
+        "{\"kind\":\"change\",\"stream\":2,\"id\":7,\"user\":\"jo@ws\",\"time\":1262303999,"
+        "\"comment\":\"Say \\\"hi\\\"\\n\\ttabbed \xE2\x82\xAC\",\"items\":3}\n"
+        "{\"kind\":\"item\",\"change\":7,\"type\":\"modify\",\"path\":\"docs/a b.txt\",\"revision\":4,"
+        "\"sha256\":\"" +
+            strDigest +
+            "\"}\n"
+            "{\"kind\":\"item\",\"change\":7,\"type\":\"delete\",\"path\":\"docs/a b.txt\",\"revision\":4,"
+            "\"sha256\":null}\n"
+            "{\"kind\":\"item\",\"change\":7,\"type\":9,\"path\":\"docs/a b.txt\",\"revision\":4,\"sha256\":null}\n"
+            "{\"kind\":\"failure\",\"call\":\"OnNextChangeItem\",\"result\":1}\n",
+        cFile.Text());
     cDump.Close();
     EXPECT_FALSE(cDump.IsOpen());
 }
@@ -71,23 +74,23 @@ TEST(Dump, FilesAndStandardOutput)
     TScratch tScratch;
     {
         CDumpWriter cDump;
-        cDump.Open(tScratch.strPath + "/dump.jsonl");
+        cDump.Open(tScratch.Path() + "/dump.jsonl");
         cDump.Failure("X", 2);
     }
-    EXPECT_EQ("{\"kind\":\"failure\",\"call\":\"X\",\"result\":2}\n", ReadWholeFile(tScratch.strPath + "/dump.jsonl"));
+    EXPECT_EQ("{\"kind\":\"failure\",\"call\":\"X\",\"result\":2}\n", ReadWholeFile(tScratch.Path() + "/dump.jsonl"));
     CDumpWriter cDump;
     cDump.Open("-");
     EXPECT_TRUE(cDump.IsStandardOutput());
     cDump.Close();
     try
     {
-        cDump.Open(tScratch.strPath + "/none/dump.jsonl");
+        cDump.Open(tScratch.Path() + "/none/dump.jsonl");
         FAIL() << "opened";
     }
     catch (const EStop& e)
     {
         EXPECT_EQ(eExitFailure, e.Status());
-        EXPECT_EQ("cannot write " + tScratch.strPath + "/none/dump.jsonl: No such file or directory",
+        EXPECT_EQ("cannot write " + tScratch.Path() + "/none/dump.jsonl: No such file or directory",
                   std::string(e.what()));
     }
 }

@@ -97,9 +97,13 @@ TEST(FastImport, FirstCommitWritesTheWholeTree)
               "from :7\n"
               "deleteall\n"
               "M 100644 :1 a.txt\n"
-              "M 100755 " + GitBlobName("#!/bin/sh\n") + " bin/run.sh\n"
-              "M 120000 " + GitBlobName("a.txt") + " link\n"
-              "\n",
+              "M 100755 " +
+                  GitBlobName("#!/bin/sh\n") +
+                  " bin/run.sh\n"
+                  "M 120000 " +
+                  GitBlobName("a.txt") +
+                  " link\n"
+                  "\n",
               cSink.Text());
 }
 

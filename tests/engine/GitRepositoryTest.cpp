@@ -20,16 +20,14 @@ std::string Git(const std::string& strDir, const std::vector<std::string>& astrA
     return r.strOut;
 }
 
-
 } // namespace
 
 TEST(GitRepository, ParseTreeListing)
 {
     const std::string strA(40, 'a'), strB(40, 'b');
     TTree tTree = {{"stale", TEntry()}};
-    ParseTreeListing("100644 blob " + strA + "\tdir/a b.txt" + std::string(1, '\0') + "100755 blob " + strB +
-                         "\tx.sh" + std::string(1, '\0') + "garbage" + std::string(1, '\0') + "120000 blob " + strA +
-                         "\tlink",
+    ParseTreeListing("100644 blob " + strA + "\tdir/a b.txt" + std::string(1, '\0') + "100755 blob " + strB + "\tx.sh" +
+                         std::string(1, '\0') + "garbage" + std::string(1, '\0') + "120000 blob " + strA + "\tlink",
                      tTree);
     ASSERT_EQ(3u, tTree.size());
     EXPECT_EQ(0100644u, tTree["dir/a b.txt"].nMode);
@@ -42,15 +40,15 @@ TEST(GitRepository, ParseTreeListing)
 TEST(GitRepository, OnlyAFreeFolder)
 {
     TScratch tScratch;
-    EXPECT_TRUE(CGitRepository::IsFree(tScratch.strPath));
-    EXPECT_TRUE(CGitRepository::IsFree(tScratch.strPath + "/none"));
-    WriteWholeFile(tScratch.strPath + "/file", "x");
-    EXPECT_FALSE(CGitRepository::IsFree(tScratch.strPath));
-    EXPECT_FALSE(CGitRepository::IsFree(tScratch.strPath + "/file"));
+    EXPECT_TRUE(CGitRepository::IsFree(tScratch.Path()));
+    EXPECT_TRUE(CGitRepository::IsFree(tScratch.Path() + "/none"));
+    WriteWholeFile(tScratch.Path() + "/file", "x");
+    EXPECT_FALSE(CGitRepository::IsFree(tScratch.Path()));
+    EXPECT_FALSE(CGitRepository::IsFree(tScratch.Path() + "/file"));
     CGitRepository cGit;
     std::string strError;
-    EXPECT_FALSE(cGit.Open(tScratch.strPath, strError));
-    EXPECT_EQ("the git folder '" + tScratch.strPath + "' exists and is not empty", strError);
+    EXPECT_FALSE(cGit.Open(tScratch.Path(), strError));
+    EXPECT_EQ("the git folder '" + tScratch.Path() + "' exists and is not empty", strError);
     EXPECT_FALSE(cGit.IsOpen());
     EXPECT_TRUE(cGit.Close("main", strError));
 }
@@ -58,7 +56,7 @@ TEST(GitRepository, OnlyAFreeFolder)
 TEST(GitRepository, CommitsCheckpointsAndTheirTrees)
 {
     TScratch tScratch;
-    const std::string strDir = tScratch.strPath + "/out.git";
+    const std::string strDir = tScratch.Path() + "/out.git";
     CGitRepository cGit;
     std::string strError;
     ASSERT_TRUE(cGit.Open(strDir, strError)) << strError;
@@ -94,7 +92,7 @@ TEST(GitRepository, AFastImportErrorFailsTheClose)
     TScratch tScratch;
     CGitRepository cGit;
     std::string strError;
-    ASSERT_TRUE(cGit.Open(tScratch.strPath + "/out.git", strError)) << strError;
+    ASSERT_TRUE(cGit.Open(tScratch.Path() + "/out.git", strError)) << strError;
     // A commit naming a blob that was never sent.
     TTree tTree = {{"a.txt", Entry(0100644, "never sent\n")}};
     CFastImportWriter::TCommit tCommit;

@@ -8,8 +8,8 @@
 #include "EngineHarness.h"
 #include "FakeProvider.h"
 #include "HistoryWriter.h"
-#include "UnitSupport.h"
 #include "Stop.h"
+#include "UnitSupport.h"
 
 using namespace ORVANE::IMP;
 using namespace enginetest;
@@ -34,20 +34,26 @@ class CHistoryWriterTest : public ::testing::Test
 {
 protected:
     CHistoryWriterTest()
-        : m_cProgress(m_cMessages.File()),
-          m_cWriter(m_atStreams, m_cWorkspace, m_cDump, nullptr, m_cProgress, false),
+        : m_cProgress(m_cMessages.File()), m_cWriter(m_atStreams, m_cWorkspace, m_cDump, nullptr, m_cProgress, false),
           m_cDriver(m_cProvider, m_cWriter)
     {
         m_cProvider.m_atStreams = {FakeStream(1, 0, "main", "//depot/main"),
                                    FakeStream(2, 1, "rel1", "//depot/rel1", "//depot/main")};
-        m_cProvider.m_mapChanges[1] = {
-            {7, "jo@ws", 100, "add", {{eChangeItemAdd, "a.txt", 1}, {eChangeItemAdd, "b.txt", 1}},
-             Sync({{"a.txt", "one\n"}, {"b.txt", "b\n"}})},
-            {9, "jo@ws", 200, "edit", {{eChangeItemModify, "a.txt", 2}, {eChangeItemDelete, "b.txt", 2}},
-             Sync({{"a.txt", "two\n"}}, {"b.txt"})}};
+        m_cProvider.m_mapChanges[1] = {{7,
+                                        "jo@ws",
+                                        100,
+                                        "add",
+                                        {{eChangeItemAdd, "a.txt", 1}, {eChangeItemAdd, "b.txt", 1}},
+                                        Sync({{"a.txt", "one\n"}, {"b.txt", "b\n"}})},
+                                       {9,
+                                        "jo@ws",
+                                        200,
+                                        "edit",
+                                        {{eChangeItemModify, "a.txt", 2}, {eChangeItemDelete, "b.txt", 2}},
+                                        Sync({{"a.txt", "two\n"}}, {"b.txt"})}};
         m_cProvider.m_mapChanges[2] = {
             {8, "ann@ws2", 150, "branch", {{eChangeItemAdd, "a.txt", 1}}, Sync({{"a.txt", "one\n"}})}};
-        m_cWorkspace.Make(m_tScratch.strPath + "/ws");
+        m_cWorkspace.Make(m_tScratch.Path() + "/ws");
     }
     // The streams found, their branches and folders, then each imported.
     void Import()
@@ -82,27 +88,31 @@ TEST_F(CHistoryWriterTest, DumpOfEveryStreamChangeAndItem)
     m_cDump.Attach(cDump.File());
     Import();
     const std::string strOne = Sha256Hex("one\n");
-    EXPECT_EQ("{\"kind\":\"stream\",\"id\":1,\"parent\":0,\"name\":\"main\",\"src\":\"\",\"dst\":\"//depot/main\","
-              "\"base\":0}\n"
-              "{\"kind\":\"stream\",\"id\":2,\"parent\":1,\"name\":\"rel1\",\"src\":\"//depot/main\","
-              "\"dst\":\"//depot/rel1\",\"base\":0}\n"
-              "{\"kind\":\"change\",\"stream\":1,\"id\":7,\"user\":\"jo@ws\",\"time\":100,\"comment\":\"add\","
-              "\"items\":3}\n"
-              "{\"kind\":\"item\",\"change\":7,\"type\":\"add\",\"path\":\"a.txt\",\"revision\":1,\"sha256\":\"" +
-                  strOne + "\"}\n"
-              "{\"kind\":\"item\",\"change\":7,\"type\":\"add\",\"path\":\"b.txt\",\"revision\":1,\"sha256\":\"" +
-                  Sha256Hex("b\n") + "\"}\n"
-              "{\"kind\":\"change\",\"stream\":1,\"id\":9,\"user\":\"jo@ws\",\"time\":200,\"comment\":\"edit\","
-              "\"items\":3}\n"
-              "{\"kind\":\"item\",\"change\":9,\"type\":\"modify\",\"path\":\"a.txt\",\"revision\":2,\"sha256\":\"" +
-                  Sha256Hex("two\n") + "\"}\n"
-              "{\"kind\":\"item\",\"change\":9,\"type\":\"delete\",\"path\":\"b.txt\",\"revision\":2,"
-              "\"sha256\":null}\n"
-              "{\"kind\":\"change\",\"stream\":2,\"id\":8,\"user\":\"ann@ws2\",\"time\":150,\"comment\":\"branch\","
-              "\"items\":2}\n"
-              "{\"kind\":\"item\",\"change\":8,\"type\":\"add\",\"path\":\"a.txt\",\"revision\":1,\"sha256\":\"" +
-                  strOne + "\"}\n",
-              cDump.Text());
+    EXPECT_EQ(
+        "{\"kind\":\"stream\",\"id\":1,\"parent\":0,\"name\":\"main\",\"src\":\"\",\"dst\":\"//depot/main\","
+        "\"base\":0}\n"
+        "{\"kind\":\"stream\",\"id\":2,\"parent\":1,\"name\":\"rel1\",\"src\":\"//depot/main\","
+        "\"dst\":\"//depot/rel1\",\"base\":0}\n"
+        "{\"kind\":\"change\",\"stream\":1,\"id\":7,\"user\":\"jo@ws\",\"time\":100,\"comment\":\"add\","
+        "\"items\":3}\n"
+        "{\"kind\":\"item\",\"change\":7,\"type\":\"add\",\"path\":\"a.txt\",\"revision\":1,\"sha256\":\"" +
+            strOne +
+            "\"}\n"
+            "{\"kind\":\"item\",\"change\":7,\"type\":\"add\",\"path\":\"b.txt\",\"revision\":1,\"sha256\":\"" +
+            Sha256Hex("b\n") +
+            "\"}\n"
+            "{\"kind\":\"change\",\"stream\":1,\"id\":9,\"user\":\"jo@ws\",\"time\":200,\"comment\":\"edit\","
+            "\"items\":3}\n"
+            "{\"kind\":\"item\",\"change\":9,\"type\":\"modify\",\"path\":\"a.txt\",\"revision\":2,\"sha256\":\"" +
+            Sha256Hex("two\n") +
+            "\"}\n"
+            "{\"kind\":\"item\",\"change\":9,\"type\":\"delete\",\"path\":\"b.txt\",\"revision\":2,"
+            "\"sha256\":null}\n"
+            "{\"kind\":\"change\",\"stream\":2,\"id\":8,\"user\":\"ann@ws2\",\"time\":150,\"comment\":\"branch\","
+            "\"items\":2}\n"
+            "{\"kind\":\"item\",\"change\":8,\"type\":\"add\",\"path\":\"a.txt\",\"revision\":1,\"sha256\":\"" +
+            strOne + "\"}\n",
+        cDump.Text());
     EXPECT_EQ(2u, m_atStreams[0].nChanges);
     EXPECT_EQ(1u, m_atStreams[1].nChanges);
     EXPECT_EQ((std::vector<std::pair<long, unsigned>>{{100, 0}, {200, 0}}), m_atStreams[0].atCommits);
@@ -114,7 +124,7 @@ TEST_F(CHistoryWriterTest, CommitsOnTopOfTheParentStream)
 {
     CGitRepository cGit;
     std::string strError;
-    const std::string strGit = m_tScratch.strPath + "/out.git";
+    const std::string strGit = m_tScratch.Path() + "/out.git";
     ASSERT_TRUE(cGit.Open(strGit, strError)) << strError;
     m_cWriter.SetRepository(&cGit);
     Import();
@@ -123,7 +133,7 @@ TEST_F(CHistoryWriterTest, CommitsOnTopOfTheParentStream)
     EXPECT_EQ((std::vector<std::pair<long, unsigned>>{{100, 3}, {200, 5}}), m_atStreams[0].atCommits);
     EXPECT_EQ((std::vector<std::pair<long, unsigned>>{{150, 6}}), m_atStreams[1].atCommits);
     const enginetest::TResult r = RunProgram({"git", "--git-dir=" + strGit, "log", "--format=%s|%an|%ae|%at", "rel1"},
-                                 {{"GIT_CONFIG_NOSYSTEM", "1"}, {"GIT_CONFIG_GLOBAL", "/dev/null"}});
+                                             {{"GIT_CONFIG_NOSYSTEM", "1"}, {"GIT_CONFIG_GLOBAL", "/dev/null"}});
     EXPECT_EQ("branch|ann|ann@ws2|150\nadd|jo|jo@ws|100\n", r.strOut) << r.strErr;
     const enginetest::TResult t = RunProgram({"git", "--git-dir=" + strGit, "ls-tree", "-r", "--name-only", "main"});
     EXPECT_EQ("a.txt\n", t.strOut);

@@ -9,9 +9,9 @@
 
 #include "EngineHarness.h"
 #include "Module.h"
-#include "UnitSupport.h"
 #include "Stop.h"
 #include "Text.h"
+#include "UnitSupport.h"
 
 using namespace ORVANE::IMP;
 using enginetest::StopOf;
@@ -50,14 +50,15 @@ TEST(Module, FoldersAreTheInstallationsThenTheBuildTrees)
 TEST(Module, FindTakesTheFirstFolderThatHasIt)
 {
     enginetest::TScratch tScratch;
-    const std::string strA = tScratch.strPath + "/a", strB = tScratch.strPath + "/b";
+    const std::string strA = tScratch.Path() + "/a", strB = tScratch.Path() + "/b";
     ASSERT_TRUE(std::filesystem::create_directory(strA) && std::filesystem::create_directory(strB));
     enginetest::WriteWholeFile(strB + "/liborvane-em-x.so", "");
     EXPECT_EQ(strB + "/liborvane-em-x.so", CModule::Find("x", {strA, strB}));
     enginetest::WriteWholeFile(strA + "/liborvane-em-x.so", "");
     EXPECT_EQ(strA + "/liborvane-em-x.so", CModule::Find("x", {strA, strB}));
-    EXPECT_EQ("2 no module for the provider 'y' (looked for " + strA + "/liborvane-em-y.so)",
-              StopOf([&] { CModule::Find("y", {strA, strB}); }));
+    EXPECT_EQ("2 no module for the provider 'y' (looked for " + strA + "/liborvane-em-y.so)", StopOf([&] {
+                  CModule::Find("y", {strA, strB});
+              }));
 }
 
 TEST(Module, TheRealModule)
@@ -87,9 +88,10 @@ TEST(Module, ModulesThatAreNotRight)
               "directory",
               StopOf([&] { cModule.Load("/nonexistent/x.so", "x"); }));
     enginetest::TScratch tScratch;
-    enginetest::WriteWholeFile(tScratch.strPath + "/text.so", "not a library\n");
-    EXPECT_EQ(0u, StopOf([&] { cModule.Load(tScratch.strPath + "/text.so", "x"); })
-                      .find("2 cannot load " + tScratch.strPath + "/text.so: " + tScratch.strPath + "/text.so: "));
+    enginetest::WriteWholeFile(tScratch.Path() + "/text.so", "not a library\n");
+    EXPECT_EQ(0u, StopOf([&] {
+                      cModule.Load(tScratch.Path() + "/text.so", "x");
+                  }).find("2 cannot load " + tScratch.Path() + "/text.so: " + tScratch.Path() + "/text.so: "));
 
     CModule cNone;
     cNone.Load(ENGINETEST_FAKE_MODULE, "none");

@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "UnitSupport.h"
 #include "Progress.h"
+#include "UnitSupport.h"
 
 using namespace ORVANE::IMP;
 

@@ -4,8 +4,8 @@
 
 #include "EngineHarness.h"
 #include "FakeProvider.h"
-#include "UnitSupport.h"
 #include "ProviderHost.h"
+#include "UnitSupport.h"
 
 using namespace ORVANE::IMP;
 using namespace enginetest;
@@ -45,13 +45,13 @@ TEST(ProviderHost, InformationMessagesAreLines)
 TEST(ProviderHost, MoveLog)
 {
     TScratch tScratch;
-    const std::string strLog = tScratch.strPath + "/import.tlf";
+    const std::string strLog = tScratch.Path() + "/import.tlf";
     WriteWholeFile(strLog, "1: Beginning Import\n2: done\n");
-    EXPECT_TRUE(MoveLog(strLog, tScratch.strPath + "/kept.log"));
-    EXPECT_EQ("1: Beginning Import\n2: done\n", ReadWholeFile(tScratch.strPath + "/kept.log"));
+    EXPECT_TRUE(MoveLog(strLog, tScratch.Path() + "/kept.log"));
+    EXPECT_EQ("1: Beginning Import\n2: done\n", ReadWholeFile(tScratch.Path() + "/kept.log"));
     EXPECT_FALSE(Exists(strLog));
 
     WriteWholeFile(strLog, "again\n");
-    EXPECT_FALSE(MoveLog(strLog, tScratch.strPath + "/none/kept.log"));
+    EXPECT_FALSE(MoveLog(strLog, tScratch.Path() + "/none/kept.log"));
     EXPECT_EQ("again\n", ReadWholeFile(strLog));
 }

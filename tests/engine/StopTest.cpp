@@ -26,9 +26,9 @@ TEST(Stop, SignalsStopTheRun)
 {
     g_nStopSignal = 0;
     CheckStopSignal();
-    for (const auto& tCase : std::vector<std::pair<int, std::string>>{
-             {SIGINT, "interrupted by SIGINT; the migration did not complete"},
-             {SIGTERM, "interrupted by SIGTERM; the migration did not complete"}})
+    for (const auto& tCase :
+         std::vector<std::pair<int, std::string>>{{SIGINT, "interrupted by SIGINT; the migration did not complete"},
+                                                  {SIGTERM, "interrupted by SIGTERM; the migration did not complete"}})
     {
         g_nStopSignal = tCase.first;
         try

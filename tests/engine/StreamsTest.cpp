@@ -4,9 +4,9 @@
 #include "EngineHarness.h"
 #include "FakeProvider.h"
 #include "Graph.h"
-#include "UnitSupport.h"
 #include "Stop.h"
 #include "Streams.h"
+#include "UnitSupport.h"
 
 using namespace ORVANE::IMP;
 using namespace enginetest;
@@ -102,27 +102,27 @@ TEST(Graph, WrittenAsDotOrSvg)
 {
     TScratch tScratch;
     const std::string strDot = StreamGraph(Demo());
-    WriteGraph(strDot, tScratch.strPath + "/g.dot");
-    EXPECT_EQ(strDot, ReadWholeFile(tScratch.strPath + "/g.dot"));
-    WriteGraph(strDot, tScratch.strPath + "/g.svg");
-    EXPECT_NE(std::string::npos, ReadWholeFile(tScratch.strPath + "/g.svg").find("<svg"));
+    WriteGraph(strDot, tScratch.Path() + "/g.dot");
+    EXPECT_EQ(strDot, ReadWholeFile(tScratch.Path() + "/g.dot"));
+    WriteGraph(strDot, tScratch.Path() + "/g.svg");
+    EXPECT_NE(std::string::npos, ReadWholeFile(tScratch.Path() + "/g.svg").find("<svg"));
     try
     {
-        WriteGraph(strDot, tScratch.strPath + "/none/g.dot");
+        WriteGraph(strDot, tScratch.Path() + "/none/g.dot");
         FAIL() << "written";
     }
     catch (const EStop& e)
     {
-        EXPECT_EQ("cannot write " + tScratch.strPath + "/none/g.dot", std::string(e.what()));
+        EXPECT_EQ("cannot write " + tScratch.Path() + "/none/g.dot", std::string(e.what()));
     }
     try
     {
-        WriteGraph(strDot, tScratch.strPath + "/none/g.svg");
+        WriteGraph(strDot, tScratch.Path() + "/none/g.svg");
         FAIL() << "written";
     }
     catch (const EStop& e)
     {
-        const std::string strPrefix = "graphviz dot could not write " + tScratch.strPath + "/none/g.svg: ";
+        const std::string strPrefix = "graphviz dot could not write " + tScratch.Path() + "/none/g.svg: ";
         EXPECT_EQ(strPrefix, std::string(e.what()).substr(0, strPrefix.size()));
         EXPECT_EQ(eExitFailure, e.Status());
     }

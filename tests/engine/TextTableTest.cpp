@@ -34,12 +34,12 @@ TEST(Text, WidthCountsCharacters)
 
 TEST(Table, ColumnsLineUpByCharacters)
 {
-    EXPECT_EQ("ID  NAME    TYPE\n"
-              "1   R\xC3\xA9sum\xC3\xA9  text\n"
-              "22  x       a long one\n"
-              "3\n",
-              FormatTable({{"ID", "NAME", "TYPE"}, {"1", "R\xC3\xA9sum\xC3\xA9", "text"}, {"22", "x", "a long one"},
-                           {"3"}}));
+    EXPECT_EQ(
+        "ID  NAME    TYPE\n"
+        "1   R\xC3\xA9sum\xC3\xA9  text\n"
+        "22  x       a long one\n"
+        "3\n",
+        FormatTable({{"ID", "NAME", "TYPE"}, {"1", "R\xC3\xA9sum\xC3\xA9", "text"}, {"22", "x", "a long one"}, {"3"}}));
     EXPECT_EQ("", FormatTable({}));
 }
 

@@ -10,8 +10,8 @@
 #include "Digest.h"
 #include "EngineHarness.h"
 #include "FolderWatch.h"
-#include "UnitSupport.h"
 #include "Tree.h"
+#include "UnitSupport.h"
 
 using namespace ORVANE::IMP;
 
@@ -42,7 +42,7 @@ protected:
         return tDelta;
     }
     enginetest::TScratch m_tScratch;
-    std::string m_strRoot = m_tScratch.strPath;
+    std::string m_strRoot = m_tScratch.Path();
     CFolderWatch m_cWatch;
     TTree m_tTree;
     std::set<std::string> m_setSent;
@@ -132,9 +132,12 @@ TEST_F(CTreeTest, ScanSendsOnlyWhatIsNewToTheSink)
     Write("b", "22");
     std::vector<std::string> astrSent;
     TTree tNew;
-    ScanTree(m_strRoot, tNew, [&](const std::string& strBlob, const std::string& strContent) {
-        astrSent.push_back(strBlob + " " + strContent);
-    }, &tOld);
+    ScanTree(
+        m_strRoot, tNew,
+        [&](const std::string& strBlob, const std::string& strContent) {
+            astrSent.push_back(strBlob + " " + strContent);
+        },
+        &tOld);
     EXPECT_EQ((std::vector<std::string>{GitBlobName("22") + " 22"}), astrSent);
     EXPECT_EQ(2u, tNew.size());
 }

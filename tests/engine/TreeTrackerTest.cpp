@@ -7,8 +7,8 @@
 
 #include "Digest.h"
 #include "EngineHarness.h"
-#include "UnitSupport.h"
 #include "TreeTracker.h"
+#include "UnitSupport.h"
 
 using namespace ORVANE::IMP;
 using enginetest::WriteWholeFile;
@@ -16,10 +16,10 @@ using enginetest::WriteWholeFile;
 TEST(TreeTracker, BeginReadsWhatIsThereAndSendsNothing)
 {
     enginetest::TScratch tScratch;
-    WriteWholeFile(tScratch.strPath + "/kept.txt", "from before\n");
+    WriteWholeFile(tScratch.Path() + "/kept.txt", "from before\n");
     CTreeTracker cTracker;
-    cTracker.Begin(tScratch.strPath);
-    EXPECT_EQ(tScratch.strPath, cTracker.Folder());
+    cTracker.Begin(tScratch.Path());
+    EXPECT_EQ(tScratch.Path(), cTracker.Folder());
     ASSERT_EQ(1u, cTracker.Tree().size());
     EXPECT_EQ(GitBlobName("from before\n"), cTracker.Tree().at("kept.txt").strBlob);
 
@@ -30,8 +30,8 @@ TEST(TreeTracker, BeginReadsWhatIsThereAndSendsNothing)
     EXPECT_TRUE(tDelta.Empty());
     EXPECT_TRUE(astrSent.empty());
 
-    WriteWholeFile(tScratch.strPath + "/new.txt", "new\n");
-    unlink((tScratch.strPath + "/kept.txt").c_str());
+    WriteWholeFile(tScratch.Path() + "/new.txt", "new\n");
+    unlink((tScratch.Path() + "/kept.txt").c_str());
     cTracker.Collect(tDelta, fnSink);
     EXPECT_EQ((std::set<std::string>{"new.txt"}), tDelta.setChanged);
     EXPECT_EQ((std::set<std::string>{"kept.txt"}), tDelta.setRemoved);
@@ -43,11 +43,11 @@ TEST(TreeTracker, RecheckCatchesWhatTheWatchDidNotSee)
 {
     enginetest::TScratch tScratch;
     CTreeTracker cTracker;
-    cTracker.Begin(tScratch.strPath);
+    cTracker.Begin(tScratch.Path());
     // Not watched any more: only the recheck can find these.
     cTracker.End();
-    WriteWholeFile(tScratch.strPath + "/a.txt", "a\n");
-    WriteWholeFile(tScratch.strPath + "/b.txt", "b\n");
+    WriteWholeFile(tScratch.Path() + "/a.txt", "a\n");
+    WriteWholeFile(tScratch.Path() + "/b.txt", "b\n");
     TTreeDelta tDelta;
     tDelta.setRemoved = {"a.txt"};
     tDelta.setChanged = {"other"};
@@ -59,7 +59,7 @@ TEST(TreeTracker, RecheckCatchesWhatTheWatchDidNotSee)
     EXPECT_EQ((std::vector<std::string>{"a\n"}), astrSent);
     EXPECT_EQ(1u, cTracker.Tree().size());
 
-    unlink((tScratch.strPath + "/a.txt").c_str());
+    unlink((tScratch.Path() + "/a.txt").c_str());
     cTracker.Recheck({"a.txt"}, tDelta, TBlobSink());
     EXPECT_EQ((std::set<std::string>{"other"}), tDelta.setChanged);
     EXPECT_EQ((std::set<std::string>{"a.txt"}), tDelta.setRemoved);
@@ -70,9 +70,9 @@ TEST(TreeTracker, WithoutAWatchEachCollectionScansTheFolder)
 {
     enginetest::TScratch tScratch;
     CTreeTracker cTracker;
-    cTracker.Begin(tScratch.strPath);
+    cTracker.Begin(tScratch.Path());
     cTracker.End();
-    WriteWholeFile(tScratch.strPath + "/a.txt", "a\n");
+    WriteWholeFile(tScratch.Path() + "/a.txt", "a\n");
     TTreeDelta tDelta;
     cTracker.Collect(tDelta, TBlobSink());
     EXPECT_EQ((std::set<std::string>{"a.txt"}), tDelta.setChanged);

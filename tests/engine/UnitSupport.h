@@ -1,39 +1,20 @@
-// Helpers of the engine's unit tests: a scratch folder, a FILE* read back,
-// the stop a piece of code ends with, and tree entries.
+// Helpers of the engine's unit tests: a FILE* read back, the stop a piece
+// of code ends with, and tree entries; scratch folders come from the
+// shared test support.
 #pragma once
 
-#include <stdlib.h>
-
 #include <cstdio>
-#include <filesystem>
 #include <functional>
 #include <string>
 
 #include "Digest.h"
+#include "Scratch.h"
 #include "Stop.h"
 #include "Tree.h"
 
 namespace enginetest {
 
-// A scratch folder, removed with everything in it.
-struct TScratch
-{
-    std::string strPath;
-    TScratch()
-    {
-        char szTemplate[] = "/tmp/orvane-engine-test-XXXXXX";
-        const char* psz = mkdtemp(szTemplate);
-        strPath = psz ? psz : "";
-    }
-    TScratch(const TScratch&) = delete;
-    TScratch& operator=(const TScratch&) = delete;
-    ~TScratch()
-    {
-        std::error_code ec;
-        if (!strPath.empty())
-            std::filesystem::remove_all(strPath, ec);
-    }
-};
+using TScratch = ORVANE::TEST::CScratchFolder;
 
 // A FILE* whose text a test reads back.
 class CMemoryFile

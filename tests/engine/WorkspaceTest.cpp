@@ -10,8 +10,8 @@
 #include <gtest/gtest.h>
 
 #include "EngineHarness.h"
-#include "UnitSupport.h"
 #include "Stop.h"
+#include "UnitSupport.h"
 #include "Workspace.h"
 
 using namespace ORVANE::IMP;
@@ -47,12 +47,12 @@ struct TEnvironment
 TEST(Workspace, TemporaryBelowTmpdirRemovedWhole)
 {
     enginetest::TScratch tScratch;
-    TEnvironment tTmp("TMPDIR", tScratch.strPath);
+    TEnvironment tTmp("TMPDIR", tScratch.Path());
     CWorkspace cWorkspace;
     cWorkspace.Make("");
     EXPECT_TRUE(cWorkspace.Made());
-    EXPECT_EQ(tScratch.strPath + "/orvane-import-", cWorkspace.Path().substr(0, tScratch.strPath.size() + 15));
-    EXPECT_EQ(tScratch.strPath.size() + 21, cWorkspace.Path().size());
+    EXPECT_EQ(tScratch.Path() + "/orvane-import-", cWorkspace.Path().substr(0, tScratch.Path().size() + 15));
+    EXPECT_EQ(tScratch.Path().size() + 21, cWorkspace.Path().size());
     cWorkspace.MakeFolder(cWorkspace.Path() + "/main");
     enginetest::WriteWholeFile(cWorkspace.Path() + "/main/a.txt", "a");
     cWorkspace.Remove();
@@ -64,24 +64,24 @@ TEST(Workspace, GivenRelativeFolderIsMadeAbsolute)
     enginetest::TScratch tScratch;
     char achOld[4096];
     ASSERT_NE(nullptr, getcwd(achOld, sizeof(achOld)));
-    ASSERT_EQ(0, chdir(tScratch.strPath.c_str()));
+    ASSERT_EQ(0, chdir(tScratch.Path().c_str()));
     CWorkspace cWorkspace;
     cWorkspace.Make("ws/deeper//");
     ASSERT_EQ(0, chdir(achOld));
-    EXPECT_EQ(tScratch.strPath + "/ws/deeper", cWorkspace.Path());
+    EXPECT_EQ(tScratch.Path() + "/ws/deeper", cWorkspace.Path());
     EXPECT_TRUE(cWorkspace.Made());
     struct stat st;
     ASSERT_EQ(0, stat(cWorkspace.Path().c_str(), &st));
     EXPECT_TRUE(S_ISDIR(st.st_mode));
     cWorkspace.Remove();
-    EXPECT_FALSE(Exists(tScratch.strPath + "/ws/deeper"));
-    EXPECT_TRUE(Exists(tScratch.strPath + "/ws"));
+    EXPECT_FALSE(Exists(tScratch.Path() + "/ws/deeper"));
+    EXPECT_TRUE(Exists(tScratch.Path() + "/ws"));
 }
 
 TEST(Workspace, AnExistingFolderKeepsWhatWasThere)
 {
     enginetest::TScratch tScratch;
-    const std::string strWs = tScratch.strPath + "/ws";
+    const std::string strWs = tScratch.Path() + "/ws";
     ASSERT_EQ(0, mkdir(strWs.c_str(), 0755));
     ASSERT_EQ(0, mkdir((strWs + "/old").c_str(), 0755));
     enginetest::WriteWholeFile(strWs + "/mine.txt", "keep me");
@@ -101,28 +101,27 @@ TEST(Workspace, AnExistingFolderKeepsWhatWasThere)
 TEST(Workspace, FoldersThatCannotBeMade)
 {
     enginetest::TScratch tScratch;
-    enginetest::WriteWholeFile(tScratch.strPath + "/file", "x");
+    enginetest::WriteWholeFile(tScratch.Path() + "/file", "x");
     CWorkspace cWorkspace;
-    EXPECT_EQ("1 cannot make the workspace " + tScratch.strPath + "/file/ws: Not a directory",
-              StopOf([&] { cWorkspace.Make(tScratch.strPath + "/file/ws"); }));
+    EXPECT_EQ("1 cannot make the workspace " + tScratch.Path() + "/file/ws: Not a directory",
+              StopOf([&] { cWorkspace.Make(tScratch.Path() + "/file/ws"); }));
     CWorkspace cOther;
-    cOther.Make(tScratch.strPath);
-    EXPECT_EQ("1 cannot make the folder " + tScratch.strPath + "/file/main: Not a directory",
-              StopOf([&] { cOther.MakeFolder(tScratch.strPath + "/file/main"); }));
-    TEnvironment tTmp("TMPDIR", tScratch.strPath + "/none");
+    cOther.Make(tScratch.Path());
+    EXPECT_EQ("1 cannot make the folder " + tScratch.Path() + "/file/main: Not a directory",
+              StopOf([&] { cOther.MakeFolder(tScratch.Path() + "/file/main"); }));
+    TEnvironment tTmp("TMPDIR", tScratch.Path() + "/none");
     CWorkspace cTemporary;
-    EXPECT_EQ("1 cannot make a temporary workspace: No such file or directory",
-              StopOf([&] { cTemporary.Make(""); }));
+    EXPECT_EQ("1 cannot make a temporary workspace: No such file or directory", StopOf([&] { cTemporary.Make(""); }));
 }
 
 TEST(Workspace, MakeFoldersLeavesAFileInTheWayOfTheLastOne)
 {
     enginetest::TScratch tScratch;
-    EXPECT_TRUE(MakeFolders(tScratch.strPath + "/a/b/c"));
-    EXPECT_TRUE(MakeFolders(tScratch.strPath + "/a/b/c"));
-    enginetest::WriteWholeFile(tScratch.strPath + "/f", "x");
-    EXPECT_TRUE(MakeFolders(tScratch.strPath + "/f"));
+    EXPECT_TRUE(MakeFolders(tScratch.Path() + "/a/b/c"));
+    EXPECT_TRUE(MakeFolders(tScratch.Path() + "/a/b/c"));
+    enginetest::WriteWholeFile(tScratch.Path() + "/f", "x");
+    EXPECT_TRUE(MakeFolders(tScratch.Path() + "/f"));
     errno = 0;
-    EXPECT_FALSE(MakeFolders(tScratch.strPath + "/f/g"));
+    EXPECT_FALSE(MakeFolders(tScratch.Path() + "/f/g"));
     EXPECT_EQ(ENOTDIR, errno);
 }
