@@ -203,17 +203,13 @@ int CSupervisor::Finish(int nStatus, TState& tState)
     return 1;
 }
 
-int CSupervisor::Run()
+bool CSupervisor::StartWorker(VCM::CChildProcess& cWorker, int& nChannel)
 {
-    for (const std::string& strPath : RemoveStaleStaging(m_tSupervision.strStagingFolder))
-        if (!m_tSupervision.bQuiet)
-            Say("removed the staging file of an earlier run: " + strPath);
-
     int anChannel[2];
     if (!VCM::MakePipe(anChannel))
     {
         Say("error: cannot make a pipe: " + VCM::ErrorText(errno));
-        return 1;
+        return false;
     }
     std::vector<std::string> astrEnv;
     for (char** pp = environ; *pp; ++pp)
@@ -225,63 +221,92 @@ int CSupervisor::Run()
     tOptions.pastrEnvironment = &astrEnv;
     // A terminal's interrupt reaches the supervisor only; it decides.
     tOptions.bOwnProcessGroup = true;
-    VCM::CChildProcess cWorker;
     const int nError = cWorker.Start(m_tSupervision.astrWorker, tOptions);
     VCM::CloseDescriptor(anChannel[1]);
     if (nError != 0)
     {
         VCM::CloseDescriptor(anChannel[0]);
         Say("error: cannot start the worker " + m_tSupervision.astrWorker[0] + ": " + VCM::ErrorText(nError));
-        return 1;
+        return false;
     }
     m_nWorkerPid = cWorker.GetPid();
+    nChannel = anChannel[0];
+    return true;
+}
 
+void CSupervisor::TakeEvents(TState& tState)
+{
+    size_t nEnd;
+    while ((nEnd = tState.strPending.find('\n')) != std::string::npos)
+    {
+        OnEvent(tState.strPending.substr(0, nEnd), tState);
+        tState.strPending.erase(0, nEnd + 1);
+    }
+}
+
+void CSupervisor::ReadChannel(int& nFd, TState& tState)
+{
+    struct pollfd tPoll = {nFd, POLLIN, 0};
+    const int nReady = nFd >= 0 ? ::poll(&tPoll, 1, s_nPollMilliseconds) : ::poll(nullptr, 0, s_nPollMilliseconds);
+    if (nReady <= 0)
+        return;
+    char ach[4096];
+    const ssize_t n = ::read(nFd, ach, sizeof(ach));
+    if (n > 0)
+    {
+        tState.strPending.append(ach, size_t(n));
+        TakeEvents(tState);
+    }
+    else if (n == 0 || (errno != EINTR && errno != EAGAIN))
+        VCM::CloseDescriptor(nFd);
+}
+
+void CSupervisor::ForwardStop(VCM::CChildProcess& cWorker, TState& tState, TClock::time_point tNow)
+{
+    if (g_nSupervisorStop && !tState.nStopSignal)
+    {
+        tState.nStopSignal = g_nSupervisorStop;
+        tState.tStopAsked = tNow;
+        cWorker.Signal(SIGTERM);
+    }
+}
+
+void CSupervisor::KillIfStuck(VCM::CChildProcess& cWorker, TState& tState, TClock::time_point tNow)
+{
+    bool bKill = tState.nStopSignal && Seconds(tNow - tState.tStopAsked) > m_tSupervision.fStopGraceSeconds;
+    const double fQuiet = Seconds(tNow - tState.tLastSign);
+    if (!tState.nStopSignal && !tState.bInChild && fQuiet > m_tSupervision.fStallSeconds)
+        tState.strStalled = "no p4 command and no result for " + std::to_string(int(fQuiet)) + " s";
+    else if (!tState.nStopSignal && tState.bInChild && m_tSupervision.fChildSeconds > 0 &&
+             fQuiet > m_tSupervision.fChildSeconds)
+        tState.strStalled = "a command ran for more than " + std::to_string(int(fQuiet)) + " s";
+    bKill = bKill || !tState.strStalled.empty();
+    if (bKill && !tState.bKilled)
+    {
+        tState.bKilled = true;
+        cWorker.Signal(SIGKILL);
+    }
+}
+
+int CSupervisor::Run()
+{
+    for (const std::string& strPath : RemoveStaleStaging(m_tSupervision.strStagingFolder))
+        if (!m_tSupervision.bQuiet)
+            Say("removed the staging file of an earlier run: " + strPath);
+    VCM::CChildProcess cWorker;
+    int nFd = -1;
+    if (!StartWorker(cWorker, nFd))
+        return 1;
     TState tState;
     int nStatus = -1;
-    int nFd = anChannel[0];
     for (;;)
     {
-        struct pollfd tPoll = {nFd, POLLIN, 0};
-        const int nReady = nFd >= 0 ? ::poll(&tPoll, 1, s_nPollMilliseconds) : ::poll(nullptr, 0, s_nPollMilliseconds);
-        if (nReady > 0)
-        {
-            char ach[4096];
-            const ssize_t n = ::read(nFd, ach, sizeof(ach));
-            if (n > 0)
-            {
-                tState.strPending.append(ach, size_t(n));
-                size_t nEnd;
-                while ((nEnd = tState.strPending.find('\n')) != std::string::npos)
-                {
-                    OnEvent(tState.strPending.substr(0, nEnd), tState);
-                    tState.strPending.erase(0, nEnd + 1);
-                }
-            }
-            else if (n == 0 || (errno != EINTR && errno != EAGAIN))
-                VCM::CloseDescriptor(nFd);
-        }
+        ReadChannel(nFd, tState);
         const TClock::time_point tNow = TClock::now();
-        if (g_nSupervisorStop && !tState.nStopSignal)
-        {
-            tState.nStopSignal = g_nSupervisorStop;
-            tState.tStopAsked = tNow;
-            cWorker.Signal(SIGTERM);
-        }
+        ForwardStop(cWorker, tState, tNow);
         if (cWorker.TryWait(nStatus))
             break;
-        bool bKill = tState.nStopSignal && Seconds(tNow - tState.tStopAsked) > m_tSupervision.fStopGraceSeconds;
-        const double fQuiet = Seconds(tNow - tState.tLastSign);
-        if (!tState.nStopSignal && !tState.bInChild && fQuiet > m_tSupervision.fStallSeconds)
-            tState.strStalled = "no p4 command and no result for " + std::to_string(int(fQuiet)) + " s";
-        else if (!tState.nStopSignal && tState.bInChild && m_tSupervision.fChildSeconds > 0 &&
-                 fQuiet > m_tSupervision.fChildSeconds)
-            tState.strStalled = "a command ran for more than " + std::to_string(int(fQuiet)) + " s";
-        bKill = bKill || !tState.strStalled.empty();
-        if (bKill && !tState.bKilled)
-        {
-            tState.bKilled = true;
-            cWorker.Signal(SIGKILL);
-        }
+        KillIfStuck(cWorker, tState, tNow);
     }
     // What the worker said last.
     if (nFd >= 0)
@@ -291,12 +316,7 @@ int CSupervisor::Run()
         while ((n = ::read(nFd, ach, sizeof(ach))) > 0)
             tState.strPending.append(ach, size_t(n));
         VCM::CloseDescriptor(nFd);
-        size_t nEnd;
-        while ((nEnd = tState.strPending.find('\n')) != std::string::npos)
-        {
-            OnEvent(tState.strPending.substr(0, nEnd), tState);
-            tState.strPending.erase(0, nEnd + 1);
-        }
+        TakeEvents(tState);
     }
     // The worker's group may still hold children of its own (p4): they go
     // with it.

@@ -7,10 +7,14 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
 namespace ORVANE {
+namespace VCM {
+class CChildProcess;
+} // namespace VCM
 namespace IMP {
 
 struct TSupervision
@@ -53,6 +57,18 @@ public:
 
 private:
     struct TState;
+    // Starts the worker with the write end of a pipe as its event channel;
+    // the read end in nChannel. False (with the message given) when it
+    // cannot.
+    bool StartWorker(VCM::CChildProcess& cWorker, int& nChannel);
+    // Waits a little for the worker's events and takes those that came.
+    void ReadChannel(int& nFd, TState& tState);
+    // Each whole line received so far.
+    void TakeEvents(TState& tState);
+    // Passes a stop asked for on to the worker.
+    void ForwardStop(VCM::CChildProcess& cWorker, TState& tState, std::chrono::steady_clock::time_point tNow);
+    // Kills a worker that took too long to stop, or that is stuck.
+    void KillIfStuck(VCM::CChildProcess& cWorker, TState& tState, std::chrono::steady_clock::time_point tNow);
     void OnEvent(const std::string& strLine, TState& tState);
     int Finish(int nWaitStatus, TState& tState);
     void CleanUp(TState& tState);
