@@ -11,6 +11,9 @@
 #include "Stop.h"
 #include "Text.h"
 
+#ifndef ORVANE_IMPORT_MODULE_DIR
+#define ORVANE_IMPORT_MODULE_DIR "../lib/orvane"
+#endif
 #ifndef ORVANE_IMPORT_BUILD_MODULE_DIR
 #define ORVANE_IMPORT_BUILD_MODULE_DIR ""
 #endif
@@ -57,7 +60,7 @@ std::string CModule::FileName(const std::string& strID)
 
 std::vector<std::string> CModule::Folders()
 {
-    std::vector<std::string> astrFolders = {ExecutableFolder() + "/../lib/orvane"};
+    std::vector<std::string> astrFolders = {ExecutableFolder() + "/" ORVANE_IMPORT_MODULE_DIR};
     const std::string strBuild = ORVANE_IMPORT_BUILD_MODULE_DIR;
     if (!strBuild.empty())
         astrFolders.push_back(strBuild);
