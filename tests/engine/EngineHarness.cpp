@@ -3,8 +3,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <ftw.h>
-#include <poll.h>
-#include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,181 +10,13 @@
 #include <fstream>
 #include <sstream>
 
-extern char** environ;
-
 namespace enginetest {
-
-namespace {
-
-std::vector<std::string> Environment(const std::map<std::string, std::string>& mapEnv)
-{
-    std::map<std::string, std::string> mapAll;
-    for (char** pp = environ; *pp; ++pp)
-    {
-        const std::string s = *pp;
-        const size_t n = s.find('=');
-        if (n != std::string::npos)
-            mapAll[s.substr(0, n)] = s.substr(n + 1);
-    }
-    for (const auto& kv : mapEnv)
-    {
-        if (kv.second == "\x01")
-            mapAll.erase(kv.first);
-        else
-            mapAll[kv.first] = kv.second;
-    }
-    std::vector<std::string> astr;
-    for (const auto& kv : mapAll)
-        astr.push_back(kv.first + "=" + kv.second);
-    return astr;
-}
-
-std::vector<char*> Pointers(std::vector<std::string>& astr)
-{
-    std::vector<char*> ap;
-    for (std::string& s : astr)
-        ap.push_back(&s[0]);
-    ap.push_back(nullptr);
-    return ap;
-}
-
-int RemoveEntry(const char* pszPath, const struct stat*, int, struct FTW*)
-{
-    chmod(pszPath, 0700);
-    remove(pszPath);
-    return 0;
-}
-
-} // namespace
-
-std::string ReadWholeFile(const std::string& strPath)
-{
-    std::ifstream in(strPath, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-void WriteWholeFile(const std::string& strPath, const std::string& strData)
-{
-    std::ofstream out(strPath, std::ios::binary | std::ios::trunc);
-    out << strData;
-}
-
-bool Exists(const std::string& strPath)
-{
-    struct stat st;
-    return lstat(strPath.c_str(), &st) == 0;
-}
-
-TResult RunProgram(const std::vector<std::string>& astrArgv, const std::map<std::string, std::string>& mapEnv,
-            const std::string& strInput)
-{
-    TResult tResult;
-    int afdIn[2], afdOut[2], afdErr[2];
-    if (pipe2(afdIn, O_CLOEXEC) || pipe2(afdOut, O_CLOEXEC) || pipe2(afdErr, O_CLOEXEC))
-        return tResult;
-    posix_spawn_file_actions_t fa;
-    posix_spawn_file_actions_init(&fa);
-    posix_spawn_file_actions_adddup2(&fa, afdIn[0], 0);
-    posix_spawn_file_actions_adddup2(&fa, afdOut[1], 1);
-    posix_spawn_file_actions_adddup2(&fa, afdErr[1], 2);
-    std::vector<std::string> astrArgs = astrArgv, astrEnv = Environment(mapEnv);
-    std::vector<char*> apArgs = Pointers(astrArgs), apEnv = Pointers(astrEnv);
-    pid_t nPid = -1;
-    const int nError = posix_spawnp(&nPid, apArgs[0], &fa, nullptr, apArgs.data(), apEnv.data());
-    posix_spawn_file_actions_destroy(&fa);
-    close(afdIn[0]);
-    close(afdOut[1]);
-    close(afdErr[1]);
-    if (nError != 0)
-    {
-        close(afdIn[1]), close(afdOut[0]), close(afdErr[0]);
-        tResult.strErr = "cannot start " + astrArgv[0];
-        return tResult;
-    }
-    size_t nWritten = 0;
-    int fdIn = afdIn[1], fdOut = afdOut[0], fdErr = afdErr[0];
-    if (strInput.empty())
-        close(fdIn), fdIn = -1;
-    while (fdIn >= 0 || fdOut >= 0 || fdErr >= 0)
-    {
-        pollfd apfd[3];
-        int n = 0;
-        if (fdIn >= 0)
-            apfd[n++] = {fdIn, POLLOUT, 0};
-        if (fdOut >= 0)
-            apfd[n++] = {fdOut, POLLIN, 0};
-        if (fdErr >= 0)
-            apfd[n++] = {fdErr, POLLIN, 0};
-        if (poll(apfd, n, -1) < 0 && errno != EINTR)
-            break;
-        for (int i = 0; i < n; ++i)
-        {
-            if (!apfd[i].revents)
-                continue;
-            if (apfd[i].fd == fdIn)
-            {
-                const ssize_t w = write(fdIn, strInput.data() + nWritten, strInput.size() - nWritten);
-                if (w > 0)
-                    nWritten += size_t(w);
-                if (w <= 0 || nWritten == strInput.size())
-                    close(fdIn), fdIn = -1;
-                continue;
-            }
-            char ach[65536];
-            const ssize_t r = read(apfd[i].fd, ach, sizeof(ach));
-            if (r > 0)
-                (apfd[i].fd == fdOut ? tResult.strOut : tResult.strErr).append(ach, size_t(r));
-            else
-            {
-                close(apfd[i].fd);
-                (apfd[i].fd == fdOut ? fdOut : fdErr) = -1;
-            }
-        }
-    }
-    tResult.nStatus = Wait(nPid);
-    return tResult;
-}
-
-pid_t Start(const std::vector<std::string>& astrArgv, const std::map<std::string, std::string>& mapEnv,
-            const std::string& strOutFile, const std::string& strErrFile)
-{
-    posix_spawn_file_actions_t fa;
-    posix_spawn_file_actions_init(&fa);
-    posix_spawn_file_actions_addopen(&fa, 0, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&fa, 1, strOutFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_addopen(&fa, 2, strErrFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    std::vector<std::string> astrArgs = astrArgv, astrEnv = Environment(mapEnv);
-    std::vector<char*> apArgs = Pointers(astrArgs), apEnv = Pointers(astrEnv);
-    pid_t nPid = -1;
-    if (posix_spawnp(&nPid, apArgs[0], &fa, nullptr, apArgs.data(), apEnv.data()) != 0)
-        nPid = -1;
-    posix_spawn_file_actions_destroy(&fa);
-    return nPid;
-}
-
-int Wait(pid_t nPid)
-{
-    int nStatus = 0;
-    while (waitpid(nPid, &nStatus, 0) < 0)
-        if (errno != EINTR)
-            return -1;
-    if (WIFEXITED(nStatus))
-        return WEXITSTATUS(nStatus);
-    if (WIFSIGNALED(nStatus))
-        return 128 + WTERMSIG(nStatus);
-    return -1;
-}
 
 void CEngineTest::SetUp()
 {
-    const char* pszTemp = std::getenv("TMPDIR");
-    std::string strTemplate = std::string(pszTemp && *pszTemp ? pszTemp : "/tmp") + "/orvane-import-test-XXXXXX";
-    std::vector<char> ach(strTemplate.begin(), strTemplate.end());
-    ach.push_back('\0');
-    ASSERT_NE(nullptr, mkdtemp(ach.data()));
-    m_strTemp = ach.data();
+    m_pScratch.reset(new ORVANE::TEST::CScratchFolder("orvane-import-test"));
+    m_strTemp = m_pScratch->Path();
+    ASSERT_FALSE(m_strTemp.empty());
     m_strServer = m_strTemp + "/server";
     m_strGit = m_strTemp + "/out.git";
     m_strLog = m_strTemp + "/import.log";
@@ -194,16 +24,15 @@ void CEngineTest::SetUp()
 
 void CEngineTest::TearDown()
 {
-    if (!m_strTemp.empty())
-        nftw(m_strTemp.c_str(), RemoveEntry, 16, FTW_DEPTH | FTW_PHYS);
+    m_pScratch.reset();
 }
 
 std::map<std::string, std::string> CEngineTest::Env(const std::map<std::string, std::string>& mapExtra) const
 {
     std::map<std::string, std::string> mapEnv = {{"P4PORT", "sim:" + m_strServer},
                                                  {"P4USER", "tester"},
-                                                 {"P4CLIENT", "\x01"},
-                                                 {"P4HOST", "\x01"},
+                                                 {"P4CLIENT", ORVANE::TEST::g_pszUnset},
+                                                 {"P4HOST", ORVANE::TEST::g_pszUnset},
                                                  {"TZ", "UTC"},
                                                  {"LC_ALL", "C.UTF-8"},
                                                  {"GIT_CONFIG_NOSYSTEM", "1"},

@@ -6,33 +6,35 @@
 #include <sys/types.h>
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "Files.h"
+#include "Run.h"
+#include "Scratch.h"
+
 namespace enginetest {
 
-struct TResult
+// What a program did: its status, output and error.
+typedef ORVANE::TEST::TRunResult TResult;
+
+using ORVANE::TEST::Exists;
+using ORVANE::TEST::ReadWholeFile;
+using ORVANE::TEST::RunProgram;
+using ORVANE::TEST::WriteWholeFile;
+
+// Starts a program with its output going to files; the child is ended and
+// reaped if it still runs when the object goes.
+inline ORVANE::VCM::CChildProcess Start(const std::vector<std::string>& astrArgv,
+                                        const std::map<std::string, std::string>& mapEnv, const std::string& strOutFile,
+                                        const std::string& strErrFile)
 {
-    int nStatus = -1; // exit status, or 128 + signal
-    std::string strOut;
-    std::string strErr;
-};
-
-std::string ReadWholeFile(const std::string& strPath);
-void WriteWholeFile(const std::string& strPath, const std::string& strData);
-bool Exists(const std::string& strPath);
-
-// Runs a program directly with the test's environment plus the overrides
-// (a value of "\x01" removes the variable).
-TResult RunProgram(const std::vector<std::string>& astrArgv, const std::map<std::string, std::string>& mapEnv = {},
-            const std::string& strInput = std::string());
-// Starts it with its output going to files; the child's pid.
-pid_t Start(const std::vector<std::string>& astrArgv, const std::map<std::string, std::string>& mapEnv,
-            const std::string& strOutFile, const std::string& strErrFile);
-int Wait(pid_t nPid);
+    return ORVANE::TEST::StartProgram(astrArgv, mapEnv, strOutFile, strErrFile);
+}
 
 // One file of a tree: git mode and content.
 struct TFile
@@ -74,6 +76,7 @@ protected:
     // no workspace.
     void ExpectCleanedUp(pid_t nEnginePid, const std::string& strWorkspace) const;
 
+    std::unique_ptr<ORVANE::TEST::CScratchFolder> m_pScratch;
     std::string m_strTemp;
     std::string m_strServer;
     std::string m_strGit;

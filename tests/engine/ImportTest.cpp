@@ -198,10 +198,12 @@ TEST_P(CFailureTest, EndsWithStatusOneAndLeavesNothingBehind)
     const std::string strDump = m_strTemp + "/dump.jsonl";
     const std::string strWorkspace = m_strTemp + "/ws";
     const std::string strErr = m_strTemp + "/err";
-    const pid_t nPid = Start(EngineArgs({"--git", m_strGit, "--dump", strDump, "--workspace", strWorkspace}),
-                             Env({{"P4SIM_FAIL", GetParam().pszPattern}}), m_strTemp + "/out", strErr);
-    ASSERT_GT(nPid, 0);
-    EXPECT_EQ(1, Wait(nPid));
+    ORVANE::VCM::CChildProcess cEngine =
+        Start(EngineArgs({"--git", m_strGit, "--dump", strDump, "--workspace", strWorkspace}),
+              Env({{"P4SIM_FAIL", GetParam().pszPattern}}), m_strTemp + "/out", strErr);
+    ASSERT_TRUE(cEngine.IsRunning());
+    const pid_t nPid = cEngine.GetPid();
+    EXPECT_EQ(1, cEngine.Wait());
     const std::string strMessage = ReadWholeFile(strErr);
     EXPECT_NE(std::string::npos, strMessage.find("orvane-import: error: ")) << strMessage;
     const auto aDump = ReadDump(strDump);
@@ -231,10 +233,11 @@ TEST_P(CSignalTest, StopsBetweenCallsAndCleansUp)
     const std::string strJournal = m_strTemp + "/journal";
     const std::string strWorkspace = m_strTemp + "/ws";
     const std::string strErr = m_strTemp + "/err";
-    const pid_t nPid =
+    ORVANE::VCM::CChildProcess cEngine =
         Start(EngineArgs({"--git", m_strGit, "--workspace", strWorkspace}),
               Env({{"P4SIM_LATENCY_MS", "40"}, {"P4SIM_JOURNAL", strJournal}}), m_strTemp + "/out", strErr);
-    ASSERT_GT(nPid, 0);
+    ASSERT_TRUE(cEngine.IsRunning());
+    const pid_t nPid = cEngine.GetPid();
     bool bSynced = false;
     for (int i = 0; i < 3000 && !bSynced; ++i)
     {
@@ -246,8 +249,8 @@ TEST_P(CSignalTest, StopsBetweenCallsAndCleansUp)
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     ASSERT_TRUE(bSynced) << ReadWholeFile(strJournal);
-    kill(nPid, GetParam());
-    EXPECT_EQ(128 + GetParam(), Wait(nPid));
+    cEngine.Signal(GetParam());
+    EXPECT_EQ(128 + GetParam(), cEngine.Wait());
     EXPECT_NE(std::string::npos, ReadWholeFile(strErr).find("interrupted")) << ReadWholeFile(strErr);
     ExpectCleanedUp(nPid, strWorkspace);
 }

@@ -11,6 +11,7 @@ namespace mp4test {
 
 const char* const g_pszP4Sim = MP4CMD_P4SIM;
 const char* const g_pszFeeder = MP4CMD_FEEDER;
+const char* const g_pszDecodeChild = MP4CMD_DECODE_CHILD;
 
 namespace {
 

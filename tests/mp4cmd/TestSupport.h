@@ -106,6 +106,7 @@ protected:
 // The program paths given by the build.
 extern const char* const g_pszP4Sim;
 extern const char* const g_pszFeeder;
+extern const char* const g_pszDecodeChild;
 
 // Switches the C library's locale to a UTF-8 one; false when there is none.
 bool UseUtf8Locale();
