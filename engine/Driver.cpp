@@ -39,7 +39,7 @@ void CMigrationDriver::OpenLog(bool bToConnection)
 
 unsigned int CMigrationDriver::EstablishStreams()
 {
-    m_cHandler.CheckStop();
+    m_cHandler.BeforeCall("EstablishStreams");
     unsigned int nCount = 0;
     Require(m_cProvider.EstablishStreams(nCount), eResultDone, "EstablishStreams");
     return nCount;
@@ -61,7 +61,7 @@ void CMigrationDriver::WalkChildren(unsigned int nParent, std::vector<TStreamInf
     TStreamInfo tInfo;
     for (;;)
     {
-        m_cHandler.CheckStop();
+        m_cHandler.BeforeCall("GetNextStream");
         const int nResult = m_cProvider.GetNextStream(pos, tInfo, nParent);
         if (nResult == eResultNoMore)
             break;
@@ -79,7 +79,7 @@ void CMigrationDriver::WalkChildren(unsigned int nParent, std::vector<TStreamInf
 
 void CMigrationDriver::InitialiseClients(const std::string& strRoot)
 {
-    m_cHandler.CheckStop();
+    m_cHandler.BeforeCall("InitialiseClients");
     m_bClientsInitialised = true;
     if (!m_cProvider.InitialiseClients(Wide(strRoot)))
         throw EProviderFailure("InitialiseClients", eResultFailure);
@@ -94,10 +94,10 @@ void CMigrationDriver::RemoveClients()
 
 void CMigrationDriver::ImportStream(unsigned int nStreamID, const std::string& strRoot)
 {
-    m_cHandler.CheckStop();
+    m_cHandler.BeforeCall("OnBeginStream");
     m_cHandler.OnStreamOpening();
     Require(m_cProvider.OnBeginStream(nStreamID, Wide(strRoot).wc_str()), eResultDone, "OnBeginStream");
-    m_cHandler.CheckStop();
+    m_cHandler.BeforeCall("EstablishChangesets");
     unsigned int nCount = 0;
     Require(m_cProvider.EstablishChangesets(nCount), eResultDone, "EstablishChangesets");
     if (!m_bStreamsRefreshed)
@@ -109,13 +109,13 @@ void CMigrationDriver::ImportStream(unsigned int nStreamID, const std::string& s
     }
     m_cHandler.OnChangesReady(nCount);
     TChangeInfo tChange;
-    m_cHandler.CheckStop();
+    m_cHandler.BeforeCall("OnFirstChangeset");
     int nResult = m_cProvider.OnFirstChangeset(tChange);
     const char* pszCall = "OnFirstChangeset";
     while (nResult == eResultDone)
     {
         ImportChange(tChange);
-        m_cHandler.CheckStop();
+        m_cHandler.BeforeCall("OnNextChangeset");
         nResult = m_cProvider.OnNextChangeset(tChange);
         pszCall = "OnNextChangeset";
     }
@@ -125,17 +125,17 @@ void CMigrationDriver::ImportStream(unsigned int nStreamID, const std::string& s
 
 void CMigrationDriver::ImportChange(TChangeInfo& tChange)
 {
-    m_cHandler.CheckStop();
+    m_cHandler.BeforeCall("OnProcessChange");
     Require(m_cProvider.OnProcessChange(tChange), eResultDone, "OnProcessChange");
     m_cHandler.OnChangeSynced(tChange);
     TChangeItemInfo tItem;
-    m_cHandler.CheckStop();
+    m_cHandler.BeforeCall("OnFirstChangeItem");
     int nResult = m_cProvider.OnFirstChangeItem(tItem);
     const char* pszCall = "OnFirstChangeItem";
     while (nResult == eResultDone)
     {
         m_cHandler.OnChangeItem(tItem);
-        m_cHandler.CheckStop();
+        m_cHandler.BeforeCall("OnNextChangeItem");
         nResult = m_cProvider.OnNextChangeItem(tItem);
         pszCall = "OnNextChangeItem";
     }

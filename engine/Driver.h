@@ -32,8 +32,9 @@ class CMigrationHandler
 {
 public:
     virtual ~CMigrationHandler();
-    // Before each provider call: throws to stop the migration there.
-    virtual void CheckStop() = 0;
+    // Before each provider call, with the call's name: throws to stop the
+    // migration there.
+    virtual void BeforeCall(const char* pszCall) = 0;
     // Before the provider is told of the stream: its folder must exist.
     virtual void OnStreamOpening() {}
     // The streams as they are once the changes are known (the first time).

@@ -6,6 +6,7 @@
 #include "Stop.h"
 #include "Text.h"
 #include "Verify.h"
+#include "WorkerChannel.h"
 
 namespace ORVANE {
 namespace IMP {
@@ -20,9 +21,15 @@ bool IsRegularFile(const std::string& strPath)
 
 } // namespace
 
-void CHistoryWriter::CheckStop()
+void CHistoryWriter::BeforeCall(const char* pszCall)
 {
     CheckStopSignal();
+    // A failure of a p4 command belongs to the call that ran it.
+    WorkerChannel().ForgetFailure();
+    std::string strPhase = pszCall;
+    if (m_pStream)
+        strPhase += " (stream " + m_pStream->strName + ")";
+    WorkerChannel().Send(EVENT::pszPhase, strPhase);
 }
 
 void CHistoryWriter::OnStreamOpening()
@@ -68,12 +75,16 @@ void CHistoryWriter::OnChangeSynced(const TChangeInfo& tChange)
 void CHistoryWriter::OnChangeItem(const TChangeItemInfo& tItem)
 {
     const std::string strPath = PathText(tItem.cFilePath);
-    const std::string strFull = m_pStream->strFolder + "/" + strPath;
+    // Where p4 sync put the file, which is not always where the module says
+    // (a name it decodes twice).
+    const std::string strLocal =
+        m_pNames ? m_pNames->SyncedPath(PathText(m_pStream->tInfo.cDstPath), strPath) : strPath;
+    const std::string strFull = m_pStream->strFolder + "/" + strLocal;
     // The file's digest only for the dump; otherwise whether it is there.
     std::string strDigest;
     const bool bFile = m_cDump.IsOpen() ? FileSha256(strFull, strDigest) : IsRegularFile(strFull);
     m_cDump.Item(tItem, bFile ? &strDigest : nullptr);
-    m_setItems.insert(strPath);
+    m_setItems.insert(strLocal);
     const bool bDelete = tItem.eType == MCE::eChangeItemDelete;
     if (m_strMissing.empty() && bDelete == bFile)
         m_strMissing = bDelete ? "the file '" + strPath + "' is still there although the change deletes it"

@@ -8,6 +8,7 @@
 
 #include "Driver.h"
 #include "Dump.h"
+#include "EscapedNames.h"
 #include "GitRepository.h"
 #include "Progress.h"
 #include "Streams.h"
@@ -35,7 +36,10 @@ public:
     // Stops watching the folder.
     void Stop() { m_cTracker.End(); }
 
-    void CheckStop() override;
+    // Names that the module reads differently from p4 sync (none: null).
+    void SetEscapedNames(const CEscapedNames* pNames) { m_pNames = pNames; }
+
+    void BeforeCall(const char* pszCall) override;
     void OnStreamOpening() override;
     void OnStreamsRefreshed(const std::vector<TStreamInfo>& atStreams) override;
     void OnChangesReady(unsigned int nCount) override;
@@ -56,6 +60,7 @@ private:
     CProgress& m_cProgress;
     bool m_bVerify;
     TStream* m_pStream = nullptr;
+    const CEscapedNames* m_pNames = nullptr;
     CTreeTracker m_cTracker;
     // The change being imported.
     TTreeDelta m_tDelta;

@@ -3,25 +3,33 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <map>
 #include <memory>
+#include <set>
 
 #include "Driver.h"
 #include "Dump.h"
 #include "GitRepository.h"
 #include "Graph.h"
 #include "HistoryWriter.h"
+#include "LogFile.h"
 #include "Module.h"
 #include "Progress.h"
 #include "ProviderHost.h"
+#include "ServerChecks.h"
 #include "Stop.h"
 #include "Streams.h"
 #include "Text.h"
+#include "WorkerChannel.h"
 #include "Workspace.h"
 
 namespace ORVANE {
 namespace IMP {
 
 namespace {
+
+// The temporary client that the Perforce module makes on the server.
+const char* const s_pszPerforceClient = "Orvane_Temp_Client";
 
 class CImport
 {
@@ -35,6 +43,9 @@ public:
 
 private:
     std::string Migrate();
+    bool IsPerforce() const;
+    // The value a setting of the provider was given.
+    std::string Setting(const std::string& strKey) const;
     void LoadProvider();
     void StartProvider();
     void DiscoverStreams();
@@ -56,6 +67,8 @@ private:
     std::unique_ptr<CGitRepository> m_pGit;
     CProgress m_cProgress;
     CHistoryWriter m_cHistory;
+    std::map<std::string, std::string> m_mapSettings;
+    CEscapedNames m_cNames;
 };
 
 void CImport::Say(const std::string& str)
@@ -77,6 +90,9 @@ int CImport::Run()
         m_cDump.Failure(e.Call(), e.Result());
         nStatus = e.Status();
         strMessage = e.what();
+        // Say why, when a p4 command of the call failed.
+        if (!WorkerChannel().GetLastFailure().empty())
+            strMessage += ": " + WorkerChannel().GetLastFailure();
     }
     catch (const EStop& e)
     {
@@ -87,6 +103,14 @@ int CImport::Run()
     {
         nStatus = eExitFailure;
         strMessage = std::string("unexpected error: ") + e.what();
+    }
+    // A stop that came during a call may have made the call fail (its p4
+    // command was ended too): the stop is what happened.
+    if (g_nStopSignal && nStatus != eExitDone)
+    {
+        const EStop eStop = StopBySignal(g_nStopSignal);
+        nStatus = eStop.Status();
+        strMessage = eStop.what();
     }
     if (m_pGit && m_pGit->IsOpen())
     {
@@ -116,12 +140,20 @@ std::string CImport::Migrate()
     }
     if (!m_tOptions.strDump.empty())
         m_cDump.Open(m_tOptions.strDump);
+    if (IsPerforce())
+        CServerChecks(Setting("P4Path")).CheckConnection();
     StartProvider();
     DiscoverStreams();
     if (m_tOptions.bStreamsOnly)
     {
         PrintStreams(false);
         return std::string();
+    }
+    if (IsPerforce())
+    {
+        // Before anything is synced or written.
+        CServerChecks(Setting("P4Path")).ScanNames(Setting("RootPath"), m_cNames);
+        m_cHistory.SetEscapedNames(&m_cNames);
     }
     OpenRepository();
     ImportStreams();
@@ -138,7 +170,20 @@ void CImport::LoadProvider()
     m_cModule.Load(strPath, strID);
     m_cHost.Adopt(m_cModule.CreateProvider());
     m_pDriver.reset(new CMigrationDriver(*m_cHost.Provider(), m_cHistory));
-    ApplySettings(*m_cHost.Provider(), m_tOptions.atSettings);
+    m_mapSettings = ApplySettings(*m_cHost.Provider(), m_tOptions.atSettings);
+    if (IsPerforce())
+        WorkerChannel().Send(EVENT::pszP4, Setting("P4Path"));
+}
+
+bool CImport::IsPerforce() const
+{
+    return m_tOptions.strProvider == "p4";
+}
+
+std::string CImport::Setting(const std::string& strKey) const
+{
+    auto it = m_mapSettings.find(strKey);
+    return it != m_mapSettings.end() ? it->second : std::string();
 }
 
 void CImport::StartProvider()
@@ -146,7 +191,12 @@ void CImport::StartProvider()
     std::string strWarning;
     if (!m_pDriver->CheckEnvironment(strWarning) && !m_tOptions.bQuiet)
         Say("warning: " + strWarning);
+    // The provider names its log only when it ends it.
+    const std::set<std::string> setLogs = ListImportLogs();
     m_pDriver->OpenLog(m_tOptions.bLogToConsole);
+    const std::string strLog = NewImportLog(setLogs);
+    if (!strLog.empty())
+        WorkerChannel().Send(EVENT::pszLog, strLog);
 }
 
 void CImport::DiscoverStreams()
@@ -172,7 +222,11 @@ void CImport::ImportStreams()
 {
     NameBranches(m_atStreams);
     m_cWorkspace.Make(m_tOptions.strWorkspace);
+    if (m_cWorkspace.Made())
+        WorkerChannel().Send(EVENT::pszWorkspace, m_cWorkspace.Path());
     PlaceStreams(m_atStreams, m_cWorkspace.Path());
+    if (IsPerforce())
+        WorkerChannel().Send(EVENT::pszClient, s_pszPerforceClient);
     m_pDriver->InitialiseClients(m_cWorkspace.Path());
     const bool bTerminal = isatty(2);
     m_cProgress.Start(!m_tOptions.bQuiet && (m_tOptions.bProgress || bTerminal), bTerminal);
@@ -222,7 +276,10 @@ void CImport::ReleaseProvider(int nStatus)
     if (!pProvider)
         return;
     if (m_pDriver)
+    {
         m_pDriver->RemoveClients();
+        WorkerChannel().Send(EVENT::pszClientGone);
+    }
     const std::string strLog = Utf8(pProvider->GetLogPath());
     if (!strLog.empty())
     {

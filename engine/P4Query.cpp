@@ -1,6 +1,7 @@
 #include "P4Query.h"
 
 #include <cstdint>
+#include <cstdlib>
 
 #include "host/ProcessCapture.h"
 
@@ -140,12 +141,22 @@ bool CMarshalDecoder::Feed(const char* pData, size_t nSize, const std::function<
     return true;
 }
 
+bool IsFailureRecord(const TP4Record& tRecord)
+{
+    auto it = tRecord.find("code");
+    if (it == tRecord.end() || it->second != "error")
+        return false;
+    // Warnings ("no such file(s).", "file(s) up-to-date.") have severity 2;
+    // a record without one counts as a failure.
+    auto itSeverity = tRecord.find("severity");
+    return itSeverity == tRecord.end() || std::atoi(itSeverity->second.c_str()) >= 3;
+}
+
 std::string TP4Result::Problem() const
 {
     for (const TP4Record& t : atRecords)
     {
-        auto it = t.find("code");
-        if (it != t.end() && it->second == "error")
+        if (IsFailureRecord(t))
         {
             auto itData = t.find("data");
             return FirstLine(itData != t.end() ? itData->second : std::string("an error without a message"));

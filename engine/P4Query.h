@@ -38,6 +38,10 @@ private:
     bool m_bStopped = false;
 };
 
+// An "error" record of severity 3 or more (or of none): a failure, not a
+// warning.
+bool IsFailureRecord(const TP4Record& tRecord);
+
 // What one p4 command gave.
 struct TP4Result
 {
@@ -46,8 +50,9 @@ struct TP4Result
     std::string strError;             // standard error, or why it did not start
     bool bDecoded = true;             // the output was marshalled dictionaries
 
-    // The first "error" record's message, else the first line of standard
-    // error, else a description of the exit status; empty on success.
+    // The first failure record's message, else (when the command failed)
+    // the first line of standard error, else a description of the exit
+    // status; empty on success.
     std::string Problem() const;
 };
 

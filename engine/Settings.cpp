@@ -41,8 +41,9 @@ TRows SettingRows(const MCE::TPropertyInfo* pInfo)
     return aastrRows;
 }
 
-void ApplySettings(MCE::CProvider& cProvider, const TSettings& atGiven)
+std::map<std::string, std::string> ApplySettings(MCE::CProvider& cProvider, const TSettings& atGiven)
 {
+    std::map<std::string, std::string> mapSet;
     const MCE::TPropertyInfo* pInfo = cProvider.GetPropertyInfo();
     std::map<std::string, std::string> mapGiven;
     for (const auto& kv : atGiven)
@@ -64,7 +65,9 @@ void ApplySettings(MCE::CProvider& cProvider, const TSettings& atGiven)
         if (!cProvider.ValidateStringProperty(p->pszKey, strValue, strError))
             throw EStop(eExitUsage, "the setting '" + strKey + "' is not valid: " + Utf8(strError));
         cProvider.SetProperty(VCM::CString(p->pszKey), strValue);
+        mapSet[strKey] = Utf8(strValue);
     }
+    return mapSet;
 }
 
 } // namespace IMP

@@ -2,6 +2,7 @@
 // line over their defaults.
 #pragma once
 
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -21,8 +22,9 @@ TRows SettingRows(const MCE::TPropertyInfo* pInfo);
 // Sets every setting of the provider's table: the given value, else its
 // default. Throws EStop (usage) for a key the table lacks, a boolean that
 // is not 0 or 1, or a value the provider rejects; nothing is set then
-// beyond the settings before it in the table.
-void ApplySettings(MCE::CProvider& cProvider, const TSettings& atGiven);
+// beyond the settings before it in the table. Returns every key with the
+// value it was set to.
+std::map<std::string, std::string> ApplySettings(MCE::CProvider& cProvider, const TSettings& atGiven);
 
 } // namespace IMP
 } // namespace ORVANE

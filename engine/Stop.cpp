@@ -12,12 +12,17 @@ EProviderFailure::EProviderFailure(const char* pszCall, int nResult)
 {
 }
 
+EStop StopBySignal(int nSignal)
+{
+    return EStop(eExitSignal + nSignal, std::string("interrupted by ") + (nSignal == SIGINT ? "SIGINT" : "SIGTERM") +
+                                            "; the migration did not complete");
+}
+
 void CheckStopSignal()
 {
     const int nSignal = g_nStopSignal;
     if (nSignal)
-        throw EStop(eExitSignal + nSignal, std::string("interrupted by ") + (nSignal == SIGINT ? "SIGINT" : "SIGTERM") +
-                                               "; the migration did not complete");
+        throw StopBySignal(nSignal);
 }
 
 } // namespace IMP

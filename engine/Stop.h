@@ -45,6 +45,9 @@ private:
 // The signal that asked the run to stop, or 0. Set by the signal handler.
 extern volatile std::sig_atomic_t g_nStopSignal;
 
+// The stop for the signal.
+EStop StopBySignal(int nSignal);
+
 // Throws the stop when a signal asked for it.
 void CheckStopSignal();
 

@@ -111,6 +111,8 @@ void CSupervisor::OnEvent(const std::string& strLine, TState& tState)
         tState.strClient.clear();
     else if (strKind == EVENT::pszLog)
         tState.strLog = strText;
+    else if (strKind == EVENT::pszWorkspace)
+        m_tSupervision.strTemporaryWorkspace = strText;
     else if (strKind == EVENT::pszDone)
         tState.bDone = true;
 }
@@ -267,7 +269,7 @@ void CSupervisor::ForwardStop(VCM::CChildProcess& cWorker, TState& tState, TCloc
     {
         tState.nStopSignal = g_nSupervisorStop;
         tState.tStopAsked = tNow;
-        cWorker.Signal(SIGTERM);
+        cWorker.Signal(tState.nStopSignal);
     }
 }
 

@@ -21,6 +21,7 @@ const char* const pszP4 = "p4";
 const char* const pszClient = "client";
 const char* const pszClientGone = "client-gone";
 const char* const pszLog = "log";
+const char* const pszWorkspace = "workspace";
 const char* const pszDone = "done";
 } // namespace EVENT
 
@@ -30,6 +31,12 @@ namespace {
 const size_t s_nPeekBytes = 64 * 1024;
 
 } // namespace
+
+CWorkerChannel& WorkerChannel()
+{
+    static CWorkerChannel s_cChannel;
+    return s_cChannel;
+}
 
 std::string CommandText(const std::vector<std::string>& astrArgs)
 {
@@ -59,13 +66,10 @@ std::string ChildProblem(int nStatus, const VCM::CProcessCapture& cCapture)
     CMarshalDecoder cDecoder;
     const std::string strOut = cCapture.PeekOutput(s_nPeekBytes);
     cDecoder.Feed(strOut.data(), strOut.size(), [&tResult](const TP4Record& t) {
-        auto it = t.find("code");
-        if (it != t.end() && it->second == "error")
-        {
-            tResult.atRecords.push_back(t);
-            return false;
-        }
-        return true;
+        if (!IsFailureRecord(t))
+            return true;
+        tResult.atRecords.push_back(t);
+        return false;
     });
     // Output that is no marshalled stream is a plain command's: not a fault.
     std::string strProblem = tResult.Problem();

@@ -24,6 +24,7 @@ extern const char* const pszP4;         // the p4 client the provider runs
 extern const char* const pszClient;     // a temporary client is being made on the server: its name
 extern const char* const pszClientGone; // ... and has been removed
 extern const char* const pszLog;        // the import log's path
+extern const char* const pszWorkspace;  // a workspace folder made for this run
 extern const char* const pszDone;       // the worker ends by itself, having cleaned up
 } // namespace EVENT
 
@@ -52,6 +53,9 @@ private:
     int m_nFd = -1;
     std::string m_strLastFailure;
 };
+
+// The channel of this process (closed unless it is a worker).
+CWorkerChannel& WorkerChannel();
 
 // One command line as a person would type it again (arguments with blanks
 // or quotes in single quotes).

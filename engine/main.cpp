@@ -13,6 +13,9 @@
 
 #include "Import.h"
 #include "Stop.h"
+#include "Supervisor.h"
+#include "WorkerChannel.h"
+#include "host/ProcessCapture.h"
 
 #ifndef ORVANE_IMPORT_VERSION
 #define ORVANE_IMPORT_VERSION "0"
@@ -22,9 +25,22 @@ namespace {
 
 using ORVANE::IMP::TOptions;
 
+// How long the module may go without any sign of work, and a p4 command
+// without ending (0: no limit), before the run is taken to be stuck.
+struct TLimits
+{
+    double fStallSeconds = 600;
+    double fCommandSeconds = 0;
+};
+
 void OnStopSignal(int nSignal)
 {
     ORVANE::IMP::g_nStopSignal = nSignal;
+}
+
+void OnSupervisorSignal(int nSignal)
+{
+    ORVANE::IMP::g_nSupervisorStop = nSignal;
 }
 
 // The module converts all text through the C library's locale: without a
@@ -39,8 +55,18 @@ void SetLocale()
         std::fprintf(stderr, "orvane-import: warning: no UTF-8 locale; names beyond ASCII may be lost\n");
 }
 
-void AddOptions(CLI::App& app, TOptions& tOptions, std::vector<std::string>& astrSettings)
+void AddOptions(CLI::App& app, TOptions& tOptions, std::vector<std::string>& astrSettings, TLimits& tLimits)
 {
+    app.add_option("--stall-timeout", tLimits.fStallSeconds,
+                   "end the run when the module shows no sign of work (no p4 command, no result) for this long")
+        ->type_name("SECONDS")
+        ->check(CLI::PositiveNumber)
+        ->default_val(600);
+    app.add_option("--command-timeout", tLimits.fCommandSeconds,
+                   "end the run when one p4 command runs longer than this (default: no limit)")
+        ->type_name("SECONDS")
+        ->check(CLI::NonNegativeNumber)
+        ->default_val(0);
     app.set_version_flag("--version", std::string("orvane-import ") + ORVANE_IMPORT_VERSION);
     app.add_option("--provider", tOptions.strProvider,
                    "provider id: loads liborvane-em-ID.so from the installation's lib/orvane/")
@@ -92,18 +118,57 @@ bool HasSomethingToDo(const TOptions& tOptions)
     return false;
 }
 
-// SIGINT and SIGTERM end the run between two calls of the provider; a
-// reader of the output that goes away is no reason to die.
-void InstallSignalHandlers()
+// In the worker, SIGINT and SIGTERM end the run between two calls of the
+// provider; the supervisor wakes up at once to pass them on. A reader of the
+// output that goes away is no reason to die.
+void InstallSignalHandlers(void (*pfnHandler)(int), int nFlags)
 {
     struct sigaction sa;
     std::memset(&sa, 0, sizeof(sa));
-    sa.sa_handler = OnStopSignal;
-    sa.sa_flags = SA_RESTART;
+    sa.sa_handler = pfnHandler;
+    sa.sa_flags = nFlags;
     sigemptyset(&sa.sa_mask);
     sigaction(SIGINT, &sa, nullptr);
     sigaction(SIGTERM, &sa, nullptr);
     signal(SIGPIPE, SIG_IGN);
+}
+
+// The migration itself, in the worker process: it tells the supervisor what
+// it does through the channel.
+int RunWorker(const TOptions& tOptions)
+{
+    ORVANE::IMP::CWorkerChannel& cChannel = ORVANE::IMP::WorkerChannel();
+    ORVANE::VCM::CProcessCapture::SetObserver(&cChannel);
+    InstallSignalHandlers(OnStopSignal, SA_RESTART);
+    const int nStatus = ORVANE::IMP::RunImport(tOptions);
+    cChannel.Send(ORVANE::IMP::EVENT::pszDone);
+    ORVANE::VCM::CProcessCapture::SetObserver(nullptr);
+    return nStatus;
+}
+
+// The program again, as the worker, with the same arguments.
+std::vector<std::string> WorkerCommand(int argc, char** argv)
+{
+    std::vector<std::string> astr = {"/proc/self/exe"};
+    for (int i = 1; i < argc; ++i)
+        astr.push_back(argv[i]);
+    return astr;
+}
+
+// The supervising process: runs the worker and cleans up after it.
+int RunSupervisor(const TOptions& tOptions, const TLimits& tLimits, int argc, char** argv)
+{
+    ORVANE::IMP::TSupervision tSupervision;
+    tSupervision.astrWorker = WorkerCommand(argc, argv);
+    for (const auto& kv : tOptions.atSettings)
+        if (kv.first == "P4Path")
+            tSupervision.strP4 = kv.second;
+    tSupervision.bKeepWorkspace = tOptions.bKeepWorkspace;
+    tSupervision.fStallSeconds = tLimits.fStallSeconds;
+    tSupervision.fChildSeconds = tLimits.fCommandSeconds;
+    tSupervision.bQuiet = tOptions.bQuiet;
+    InstallSignalHandlers(OnSupervisorSignal, 0);
+    return ORVANE::IMP::CSupervisor(tSupervision).Run();
 }
 
 } // namespace
@@ -119,7 +184,8 @@ int main(int argc, char** argv)
                  "Exit status: 0 the migration completed, 1 it failed (the provider reported a failure, git\n"
                  "or the verification failed), 2 usage error, 130/143 interrupted by SIGINT/SIGTERM.",
                  "orvane-import"};
-    AddOptions(app, tOptions, astrSettings);
+    TLimits tLimits;
+    AddOptions(app, tOptions, astrSettings, tLimits);
     try
     {
         app.parse(argc, argv);
@@ -141,6 +207,7 @@ int main(int argc, char** argv)
     }
     if (!SplitSettings(astrSettings, tOptions) || !HasSomethingToDo(tOptions))
         return ORVANE::IMP::eExitUsage;
-    InstallSignalHandlers();
-    return ORVANE::IMP::RunImport(tOptions);
+    if (ORVANE::IMP::WorkerChannel().OpenFromEnvironment())
+        return RunWorker(tOptions);
+    return RunSupervisor(tOptions, tLimits, argc, argv);
 }

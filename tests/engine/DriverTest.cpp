@@ -20,11 +20,14 @@ public:
     explicit CRecordingHandler(std::vector<std::string>& astrLog) : m_astrLog(astrLog) {}
     size_t m_nStopAt = size_t(-1);
 
-    void CheckStop() override
+    void BeforeCall(const char* pszCall) override
     {
         if (m_astrLog.size() >= m_nStopAt)
             throw EStop(eExitSignal + 2, "stopped");
+        m_astrBefore.push_back(pszCall);
     }
+    // The calls announced, in order.
+    std::vector<std::string> m_astrBefore;
     void OnStreamOpening() override { m_astrLog.push_back("> opening"); }
     void OnStreamsRefreshed(const std::vector<TStreamInfo>& atStreams) override
     {
@@ -89,6 +92,20 @@ TEST_F(CDriverTest, WalksRootsThenEachStreamsChildrenDepthFirst)
                                         "GetNextStream 1", "GetNextStream 1", "GetNextStream 1", "GetNextStream 2",
                                         "GetNextStream 2", "GetNextStream 4", "GetNextStream 5", "GetNextStream 3"}),
               Calls());
+}
+
+TEST_F(CDriverTest, EveryProviderCallIsAnnouncedByItsName)
+{
+    m_cDriver.EstablishStreams();
+    m_cDriver.InitialiseClients("/ws");
+    m_cDriver.ImportStream(2, "/ws/rel1");
+    // Each provider call of the log, by its name alone.
+    std::vector<std::string> astrCalls;
+    for (const std::string& str : Calls())
+        if (str.compare(0, 1, ">") != 0)
+            astrCalls.push_back(str.substr(0, str.find(' ')));
+    EXPECT_EQ(astrCalls, m_cHandler.m_astrBefore);
+    EXPECT_EQ("OnNextChangeset", m_cHandler.m_astrBefore.back());
 }
 
 TEST_F(CDriverTest, AStreamThatIsItsOwnAncestorIsWalkedOnce)

@@ -107,3 +107,15 @@ TEST(P4Query, MissingClientIsAStartFailure)
     EXPECT_EQ(127, t.nStatus);
     EXPECT_EQ("cannot run '/nonexistent/p4': No such file or directory", t.Problem());
 }
+
+TEST(P4Result, WarningsAreNoProblem)
+{
+    TP4Result t;
+    t.nStatus = 0;
+    t.atRecords.push_back({{"code", "error"}, {"severity", "2"}, {"data", "//depot/... - no such file(s).\n"}});
+    EXPECT_EQ("", t.Problem());
+    EXPECT_FALSE(IsFailureRecord(t.atRecords[0]));
+    EXPECT_TRUE(IsFailureRecord({{"code", "error"}, {"severity", "3"}}));
+    EXPECT_TRUE(IsFailureRecord({{"code", "error"}}));
+    EXPECT_FALSE(IsFailureRecord({{"code", "stat"}}));
+}

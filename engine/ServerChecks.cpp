@@ -1,0 +1,75 @@
+#include "ServerChecks.h"
+
+#include <cstdlib>
+
+#include "P4Query.h"
+#include "Stop.h"
+#include "host/ChildProcess.h"
+
+namespace ORVANE {
+namespace IMP {
+
+namespace {
+
+std::string Variable(const char* pszName, const char* pszUnset)
+{
+    const char* psz = std::getenv(pszName);
+    return psz && *psz ? std::string(psz) : std::string(pszUnset);
+}
+
+// The client itself could not be started: no records, and the capture's
+// start failure on standard error.
+bool NotStarted(const TP4Result& tResult)
+{
+    return tResult.atRecords.empty() &&
+           (tResult.nStatus == VCM::eStatusNotFound || tResult.nStatus == VCM::eStatusCannotExecute) &&
+           tResult.strError.compare(0, 12, "cannot run '") == 0;
+}
+
+} // namespace
+
+void CServerChecks::CheckConnection() const
+{
+    const CP4Query cQuery(m_strP4);
+    const TP4Result tInfo = cQuery.Run({"info"});
+    if (NotStarted(tInfo))
+        throw EStop(eExitFailure, "the Perforce client cannot be run: " + tInfo.Problem() +
+                                      " (the setting P4Path names the p4 executable)");
+    std::string strProblem = tInfo.Problem();
+    if (!strProblem.empty())
+        throw EStop(eExitFailure, "the Perforce server at P4PORT=" + Variable("P4PORT", "(unset)") +
+                                      " cannot be reached: " + strProblem);
+    // A real server answers "'login' not necessary, no password set for
+    // this user." as an informational record when there is no password.
+    const TP4Result tLogin = cQuery.Run({"login", "-s"});
+    strProblem = tLogin.Problem();
+    if (!strProblem.empty())
+        throw EStop(eExitFailure, "the Perforce server does not accept the user " + Variable("P4USER", "(unset)") +
+                                      ": " + strProblem + " (log in with 'p4 login' first)");
+}
+
+void CServerChecks::ScanNames(const std::string& strRootPath, CEscapedNames& cNames) const
+{
+    const TP4Result tFiles = CP4Query(m_strP4).Run({"files", strRootPath}, [&cNames](const TP4Record& t) {
+        auto itCode = t.find("code");
+        auto itFile = t.find("depotFile");
+        if (itCode != t.end() && itCode->second == "stat" && itFile != t.end())
+            cNames.Add(itFile->second);
+        return true;
+    });
+    const std::string strProblem = tFiles.Problem();
+    if (!strProblem.empty())
+        throw EStop(eExitFailure, "the depot files under " + strRootPath + " cannot be listed: " + strProblem);
+    const std::vector<std::string>& astrNever = cNames.GetNeverEnding();
+    if (astrNever.empty())
+        return;
+    std::string strMessage = "the migration module cannot read the names of these depot files (its decoding of "
+                             "'%' escapes would never finish on them):";
+    for (const std::string& strFile : astrNever)
+        strMessage += "\n    " + strFile;
+    strMessage += "\nRename them in Perforce (p4 move), or set RootPath to a narrower path that leaves them out.";
+    throw EStop(eExitFailure, strMessage);
+}
+
+} // namespace IMP
+} // namespace ORVANE
