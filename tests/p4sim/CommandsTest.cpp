@@ -95,18 +95,18 @@ TEST_F(CommandsTest, ViewLinesWithQuotesBlanksAndExclusions)
 
 TEST(ViewMapping, LaterLinesWinAndWildcardsCarryOver)
 {
-    p4sim::MapTable t;
-    p4sim::MapLine l;
-    ASSERT_TRUE(p4sim::ParseViewLine(" \"//depot/a b/...\" \"//c/x y/...\"", l));
-    EXPECT_EQ(l.left, "//depot/a b/...");
-    EXPECT_EQ(l.right, "//c/x y/...");
+    ORVANE::P4SIM::CMapTable t;
+    ORVANE::P4SIM::TMapLine l;
+    ASSERT_TRUE(ORVANE::P4SIM::ParseViewLine(" \"//depot/a b/...\" \"//c/x y/...\"", l));
+    EXPECT_EQ(l.strLeft, "//depot/a b/...");
+    EXPECT_EQ(l.strRight, "//c/x y/...");
     t.Add(l);
-    ASSERT_TRUE(p4sim::ParseViewLine("-\"//depot/a b/tmp/...\" \"//c/x y/tmp/...\"", l));
-    EXPECT_TRUE(l.exclude);
+    ASSERT_TRUE(ORVANE::P4SIM::ParseViewLine("-\"//depot/a b/tmp/...\" \"//c/x y/tmp/...\"", l));
+    EXPECT_TRUE(l.bExclude);
     t.Add(l);
-    ASSERT_TRUE(p4sim::ParseViewLine("\"-//depot/*/%%1.c\" //c/src/%%1/*.c", l));
-    EXPECT_TRUE(l.exclude);
-    ASSERT_TRUE(p4sim::ParseViewLine("//depot/%%1/%%2.c //c/src/%%2/%%1.c", l));
+    ASSERT_TRUE(ORVANE::P4SIM::ParseViewLine("\"-//depot/*/%%1.c\" //c/src/%%1/*.c", l));
+    EXPECT_TRUE(l.bExclude);
+    ASSERT_TRUE(ORVANE::P4SIM::ParseViewLine("//depot/%%1/%%2.c //c/src/%%2/%%1.c", l));
     t.Add(l);
     std::string out;
     EXPECT_TRUE(t.Translate("//depot/a b/d/e.txt", out));
@@ -116,7 +116,7 @@ TEST(ViewMapping, LaterLinesWinAndWildcardsCarryOver)
     EXPECT_EQ(out, "//c/src/main/lib.c");
     EXPECT_TRUE(t.TranslateBack("//c/x y/q", out));
     EXPECT_EQ(out, "//depot/a b/q");
-    EXPECT_FALSE(p4sim::ParseViewLine("//depot/only-one", l));
+    EXPECT_FALSE(ORVANE::P4SIM::ParseViewLine("//depot/only-one", l));
 }
 
 TEST_F(CommandsTest, HostRefusal)

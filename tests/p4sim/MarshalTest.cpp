@@ -145,7 +145,7 @@ TEST_F(MarshalTest, DescribeErrors)
 }
 
 // The value of the first string key in marshalled bytes.
-std::string ValueOf(const std::string& bytes, const std::string& key)
+static std::string ValueOf(const std::string& bytes, const std::string& key)
 {
     size_t p = 1;
     while (p + 5 <= bytes.size() && bytes[p] == 's') {

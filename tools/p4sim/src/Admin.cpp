@@ -1,102 +1,262 @@
 #include "Admin.h"
 
+#include "Errors.h"
+#include "FileSystem.h"
 #include "History.h"
 #include "Store.h"
-#include "Util.h"
+#include "Text.h"
 
-#include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <map>
 
-namespace p4sim {
+namespace ORVANE
+{
+namespace P4SIM
+{
 
-namespace {
-
-const char* kUsage =
-    "usage: p4sim admin init DIR\n"
+const char* const g_pszAdminUsage =
+    "Usage: p4sim admin init DIR\n"
     "       p4sim admin load DIR HISTORY.json\n"
     "       p4sim admin generate DIR [--changes N] [--branches B] [--files F] [--seed S] [--json FILE]\n";
 
-int Init(const std::string& dir)
+namespace
 {
-    MakeDirs(dir);
-    if (FileExists(Store::DbPath(dir))) {
-        std::cerr << "p4sim: a server already exists in " << dir << "\n";
-        return 1;
-    }
-    Store s(dir, true);
-    return 0;
+
+const char* const s_pszInitHelp = "Usage: p4sim admin init DIR\n"
+                                  "\n"
+                                  "Makes an empty server in DIR (and the folder, when there is none).\n";
+
+const char* const s_pszLoadHelp =
+    "Usage: p4sim admin load DIR HISTORY.json\n"
+    "\n"
+    "Submits the history in HISTORY.json to the server in DIR, all of it or nothing.\n"
+    "A server is made when there is none; an existing one continues its change numbering.\n";
+
+const char* const s_pszGenerateHelp =
+    "Usage: p4sim admin generate DIR [--changes N] [--branches B] [--files F] [--seed S] [--json FILE]\n"
+    "\n"
+    "Submits a reproducible history to the server in DIR (made when there is none): a mainline\n"
+    "//depot/main, branches rel1... made from it, and edits, adds, deletes, renames and\n"
+    "integrations on all of them. The same options give the same history, byte for byte.\n"
+    "\n"
+    "  --changes N    changes in all (default 100)\n"
+    "  --branches B   branches (default 2)\n"
+    "  --files F      files of the mainline's first change (default 50)\n"
+    "  --seed S       seed of the pseudo-random choices (default 1)\n"
+    "  --json FILE    also writes the history to FILE, in the format that load reads\n";
+
+const char* const s_pszAdminHelpEnd = "\nRun 'p4sim admin COMMAND --help' for one command.\n";
+
+// The arguments of one admin command: its folder and file arguments and its
+// --name value options.
+struct TAdminArgs
+{
+    std::vector<std::string> astrPositional;
+    std::map<std::string, std::string> mapOptions;
+};
+
+bool IsHelp(const std::string& strArg)
+{
+    return strArg == "--help" || strArg == "-h";
 }
 
-int Submit(const std::string& dir, const History& h)
+TAdminArgs SplitAdminArgs(const std::string& strCommand, const std::vector<std::string>& astrArgs,
+                          const std::vector<std::string>& astrValueOptions)
 {
-    MakeDirs(dir);
-    bool fresh = !FileExists(Store::DbPath(dir));
-    Store s(dir, fresh);
-    s.Begin(true);
-    try {
-        SubmitHistory(s, h);
-        s.Commit();
-        // A history arrives as one large transaction, all of it in the
-        // write-ahead log: fold it into the database once, so that every
-        // later command starts from a short log.
-        s.Checkpoint();
-    } catch (...) {
-        s.Rollback();
+    TAdminArgs tOut;
+    for (size_t i = 0; i < astrArgs.size(); ++i)
+    {
+        const std::string& strArg = astrArgs[i];
+        if (strArg.empty() || strArg[0] != '-')
+        {
+            tOut.astrPositional.push_back(strArg);
+            continue;
+        }
+        std::string strName = strArg.substr(0, strArg.find('='));
+        bool bKnown = false;
+        for (const std::string& strOption : astrValueOptions)
+            bKnown = bKnown || strName == strOption;
+        if (!bKnown)
+            throw EUsageError("p4sim admin " + strCommand + ": unknown option '" + strArg + "'");
+        if (strName.size() < strArg.size())
+            tOut.mapOptions[strName] = strArg.substr(strName.size() + 1);
+        else if (i + 1 < astrArgs.size())
+            tOut.mapOptions[strName] = astrArgs[++i];
+        else
+            throw EUsageError("p4sim admin " + strCommand + ": " + strArg + " needs a value");
+    }
+    return tOut;
+}
+
+void ExpectPositional(const std::string& strCommand, const TAdminArgs& tArgs, size_t nCount, const char* pszNames)
+{
+    if (tArgs.astrPositional.size() < nCount)
+        throw EUsageError("p4sim admin " + strCommand + ": missing " + pszNames);
+    if (tArgs.astrPositional.size() > nCount)
+        throw EUsageError("p4sim admin " + strCommand + ": unexpected argument '" + tArgs.astrPositional[nCount] + "'");
+}
+
+long long NumberOption(const TAdminArgs& tArgs, const std::string& strName, long long nDefault)
+{
+    auto it = tArgs.mapOptions.find(strName);
+    if (it == tArgs.mapOptions.end())
+        return nDefault;
+    long long nValue;
+    if (!ParseUInt(it->second, nValue))
+        throw EUsageError("p4sim admin generate: " + strName + ": not a number: '" + it->second + "'");
+    return nValue;
+}
+
+int Init(const std::string& strDir)
+{
+    MakeDirs(strDir);
+    if (FileExists(CStore::DbPath(strDir)))
+    {
+        std::cerr << "p4sim: a server already exists in " << strDir << "\n";
+        return eExitFailed;
+    }
+    CStore cStore(strDir, true);
+    return eExitOk;
+}
+
+// Runs fnSubmit in one transaction on the server in strDir (made when there
+// is none): all of it or nothing.
+int Submit(const std::string& strDir, const std::function<void(CStore&)>& fnSubmit)
+{
+    MakeDirs(strDir);
+    CStore cStore(strDir, !FileExists(CStore::DbPath(strDir)));
+    cStore.SetBulkCache();
+    cStore.Begin(true);
+    try
+    {
+        fnSubmit(cStore);
+        // The commit folds the history into the database file, so that every
+        // later command starts from an empty log.
+        cStore.Commit();
+    }
+    catch (...)
+    {
+        cStore.Rollback();
         throw;
     }
-    return 0;
+    return eExitOk;
 }
 
-long long NumberArg(const std::vector<std::string>& a, size_t& i)
+int Load(const std::string& strDir, const std::string& strFile)
 {
-    if (i + 1 >= a.size()) throw std::runtime_error(a[i] + " needs a value");
-    long long v;
-    if (!ParseUInt(a[i + 1], v)) throw std::runtime_error(a[i] + ": not a number: " + a[i + 1]);
-    ++i;
-    return v;
-}
-
-}  // namespace
-
-int RunAdmin(const std::vector<std::string>& args)
-{
-    try {
-        if (args.size() == 2 && args[0] == "init") return Init(args[1]);
-        if (args.size() == 3 && args[0] == "load") {
-            nlohmann::json j;
-            try {
-                j = nlohmann::json::parse(ReadWholeFile(args[2]));
-            } catch (const nlohmann::json::exception& e) {
-                throw std::runtime_error(args[2] + ": " + e.what());
-            }
-            return Submit(args[1], ParseHistory(j));
-        }
-        if (args.size() >= 2 && args[0] == "generate") {
-            GenerateOptions opt;
-            std::string jsonOut;
-            for (size_t i = 2; i < args.size(); ++i) {
-                if (args[i] == "--changes") opt.changes = NumberArg(args, i);
-                else if (args[i] == "--branches") opt.branches = NumberArg(args, i);
-                else if (args[i] == "--files") opt.files = NumberArg(args, i);
-                else if (args[i] == "--seed") opt.seed = (unsigned long long)NumberArg(args, i);
-                else if (args[i] == "--json" && i + 1 < args.size()) jsonOut = args[++i];
-                else throw std::runtime_error("unknown option " + args[i]);
-            }
-            History h = GenerateHistory(opt);
-            if (!jsonOut.empty()) {
-                std::ofstream f(jsonOut, std::ios::binary | std::ios::trunc);
-                if (!f) throw std::runtime_error("cannot write " + jsonOut);
-                f << HistoryToJson(h).dump(1) << "\n";
-            }
-            return Submit(args[1], h);
-        }
-    } catch (const std::exception& e) {
-        std::cerr << "p4sim admin: " << e.what() << "\n";
-        return 1;
+    nlohmann::json jHistory;
+    try
+    {
+        jHistory = nlohmann::json::parse(ReadWholeFile(strFile));
     }
-    std::cerr << kUsage;
-    return 2;
+    catch (const nlohmann::json::exception& e)
+    {
+        throw std::runtime_error(strFile + ": " + e.what());
+    }
+    THistory tHistory = ParseHistory(jHistory);
+    return Submit(strDir, [&](CStore& rStore) { SubmitHistory(rStore, tHistory); });
 }
 
-}  // namespace p4sim
+int Generate(const TAdminArgs& tArgs)
+{
+    TGenerateOptions tOptions;
+    tOptions.nChanges = NumberOption(tArgs, "--changes", tOptions.nChanges);
+    tOptions.nBranches = NumberOption(tArgs, "--branches", tOptions.nBranches);
+    tOptions.nFiles = NumberOption(tArgs, "--files", tOptions.nFiles);
+    tOptions.nSeed =
+        static_cast<unsigned long long>(NumberOption(tArgs, "--seed", static_cast<long long>(tOptions.nSeed)));
+    auto itJson = tArgs.mapOptions.find("--json");
+    std::string strJson = itJson == tArgs.mapOptions.end() ? "" : itJson->second;
+    return Submit(tArgs.astrPositional[0],
+                  [&](CStore& rStore)
+                  {
+                      CSubmitter cSubmitter(rStore);
+                      if (strJson.empty())
+                      {
+                          GenerateHistory(tOptions, cSubmitter);
+                          return;
+                      }
+                      CHistoryCollector cCollector(cSubmitter);
+                      GenerateHistory(tOptions, cCollector);
+                      std::ofstream cFile(strJson, std::ios::binary | std::ios::trunc);
+                      if (!cFile)
+                          throw std::runtime_error("cannot write " + strJson);
+                      cFile << HistoryToJson(cCollector.History()).dump(1) << "\n";
+                  });
+}
+
+// One admin command with its arguments; help and usage errors handled by
+// the caller.
+int RunCommand(const std::string& strCommand, const std::vector<std::string>& astrArgs)
+{
+    if (strCommand == "init")
+    {
+        TAdminArgs tArgs = SplitAdminArgs(strCommand, astrArgs, {});
+        ExpectPositional(strCommand, tArgs, 1, "DIR");
+        return Init(tArgs.astrPositional[0]);
+    }
+    if (strCommand == "load")
+    {
+        TAdminArgs tArgs = SplitAdminArgs(strCommand, astrArgs, {});
+        ExpectPositional(strCommand, tArgs, 2, "DIR and HISTORY.json");
+        return Load(tArgs.astrPositional[0], tArgs.astrPositional[1]);
+    }
+    TAdminArgs tArgs = SplitAdminArgs(strCommand, astrArgs, {"--changes", "--branches", "--files", "--seed", "--json"});
+    ExpectPositional(strCommand, tArgs, 1, "DIR");
+    return Generate(tArgs);
+}
+
+const char* HelpOf(const std::string& strCommand)
+{
+    if (strCommand == "init")
+        return s_pszInitHelp;
+    if (strCommand == "load")
+        return s_pszLoadHelp;
+    if (strCommand == "generate")
+        return s_pszGenerateHelp;
+    return nullptr;
+}
+
+} // namespace
+
+int RunAdmin(const std::vector<std::string>& astrArgs)
+{
+    if (!astrArgs.empty() && (IsHelp(astrArgs[0]) || astrArgs[0] == "help"))
+    {
+        const char* pszHelp = astrArgs.size() > 1 ? HelpOf(astrArgs[1]) : nullptr;
+        std::cout << (pszHelp ? std::string(pszHelp) : std::string(g_pszAdminUsage) + s_pszAdminHelpEnd);
+        return eExitOk;
+    }
+    std::string strCommand = astrArgs.empty() ? "" : astrArgs[0];
+    const char* pszHelp = HelpOf(strCommand);
+    std::vector<std::string> astrRest(astrArgs.begin() + (astrArgs.empty() ? 0 : 1), astrArgs.end());
+    try
+    {
+        if (!pszHelp)
+            throw EUsageError(strCommand.empty() ? "p4sim admin: no command given"
+                                                 : "p4sim admin: unknown command '" + strCommand + "'");
+        for (const std::string& strArg : astrRest)
+        {
+            if (IsHelp(strArg))
+            {
+                std::cout << pszHelp;
+                return eExitOk;
+            }
+        }
+        return RunCommand(strCommand, astrRest);
+    }
+    catch (const EUsageError& e)
+    {
+        std::cerr << e.what() << "\n" << (pszHelp ? Trim(SplitLines(pszHelp)[0]) + "\n" : g_pszAdminUsage);
+        return eExitUsage;
+    }
+    catch (const std::exception& e)
+    {
+        std::cerr << "p4sim admin: " << e.what() << "\n";
+        return eExitFailed;
+    }
+}
+
+} // namespace P4SIM
+} // namespace ORVANE

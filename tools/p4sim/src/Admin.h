@@ -5,10 +5,17 @@
 #include <string>
 #include <vector>
 
-namespace p4sim {
+namespace ORVANE
+{
+namespace P4SIM
+{
 
-// Runs one admin command; returns the exit status. Messages go to standard
-// error, results to standard output.
-int RunAdmin(const std::vector<std::string>& args);
+// Runs one admin command (the arguments after "admin"); returns the exit
+// status. Help goes to standard output, messages to standard error.
+int RunAdmin(const std::vector<std::string>& astrArgs);
 
-}  // namespace p4sim
+// The usage lines of the admin commands.
+extern const char* const g_pszAdminUsage;
+
+} // namespace P4SIM
+} // namespace ORVANE

@@ -1,79 +1,154 @@
-// The `p4` commands that p4sim answers.
+// The `p4` commands that p4sim answers, and what they share: the context of
+// one invocation, option parsing, the current client and file arguments.
 #pragma once
 
+#include "Errors.h"
 #include "Output.h"
 #include "Store.h"
 #include "View.h"
 
 #include <functional>
 #include <map>
-#include <optional>
+#include <memory>
 #include <string>
 #include <vector>
 
-namespace p4sim {
+namespace ORVANE
+{
+namespace P4SIM
+{
+
+struct TCommandSpec;
 
 // What the client side knows when it runs one command: the global options
 // and environment as resolved, the standard input on demand.
-struct Context {
-    std::string port, user, client, host, cwd;
-    Store* store = nullptr;
-    Output* out = nullptr;
-    std::function<std::string()> readStdin;
-    long long now = 0;
+struct TContext
+{
+    std::string strPort, strUser, strClient, strHost, strCwd;
+    CStore* pStore = nullptr;
+    COutput* pOutput = nullptr;
+    const TCommandSpec* pCommand = nullptr;
+    std::function<std::string()> fnReadStdin;
+    long long nNow = 0;
 
-    std::string ServerDir() const { return port.substr(4); }
+    std::string ServerDir() const { return strPort.substr(4); }
 };
 
 // Options of one command, parsed the way the real client parses them: a
 // flag, or a flag with a value either attached (-m5) or in the next
-// argument (-m 5). An unknown flag is a usage error.
-struct Options {
-    std::map<char, std::vector<std::string>> flags;
-    std::vector<std::string> args;
-    bool Has(char c) const { return flags.count(c) != 0; }
-    std::string Value(char c, const std::string& def = "") const
-    {
-        auto it = flags.find(c);
-        return it == flags.end() || it->second.empty() ? def : it->second.back();
-    }
+// argument (-m 5).
+struct TOptions
+{
+    std::map<char, std::vector<std::string>> mapFlags;
+    std::vector<std::string> astrArgs;
+
+    bool Has(char c) const { return mapFlags.count(c) != 0; }
+    std::string Value(char c, const std::string& strDefault = "") const;
+    const std::vector<std::string>& Values(char c) const;
 };
-Options ParseOptions(const std::vector<std::string>& argv, const std::string& plain, const std::string& withValue,
-                     const std::string& usage);
+
+using TCommandFn = void (*)(TContext&, const TOptions&);
+
+enum TWriteMode
+{
+    eReadOnly,
+    eWrites,
+    eWritesUnlessOutput // writes, except with -o
+};
+
+struct TCommandSpec
+{
+    const char* pszName;
+    TCommandFn fnRun;
+    const char* pszFlags;      // flags without a value
+    const char* pszValueFlags; // flags with a value
+    const char* pszUsage;
+    TWriteMode eWriteMode;
+};
+
+// The command of that name (aliases included), or null.
+const TCommandSpec* FindCommand(const std::string& strName);
+// Every command, in the order `p4sim help` lists them.
+const std::vector<TCommandSpec>& AllCommands();
+
+// An unknown flag is a usage error.
+TOptions ParseOptions(const TCommandSpec& tCommand, const std::vector<std::string>& astrArgs);
+// "Usage: USAGE\nWHAT" as the command's usage error.
+EP4Error UsageError(const TContext& tContext, const std::string& strWhat);
+// The -m value, -1 without one.
+long long MaxOption(const TOptions& tOptions);
 
 // A file argument split into its path and revision specifier ("@12",
 // "#3", "#none", "#head", "@1,@5", or empty).
-struct FileArg {
-    std::string path;
-    std::string rev;
+struct TFileArg
+{
+    std::string strPath;
+    std::string strRev;
 };
-FileArg SplitFileArg(const std::string& arg);
+TFileArg SplitFileArg(const std::string& strArg);
 
-// The current client, with its view parsed; error texts as the server's
-// when it is unknown or locked to another host.
-struct ClientView {
-    ClientRec spec;
-    MapTable map;
-    std::string LocalPath(const std::string& clientFile) const;  // //ws/a%40b -> ROOT/a@b
+// What a revision specifier selects, for the listing commands.
+struct TRevBounds
+{
+    long long nLow = 1, nHigh = 0; // change range
+    long long nRev = -1;           // #N: that revision, -1 none
+    bool bNone = false;            // #none
+    bool bHave = false;            // #have
+};
+TRevBounds ParseRevBounds(const std::string& strRev, long long nMaxChange);
+
+// The current client, with its view parsed.
+struct TClientView
+{
+    TClientRec tSpec;
+    CMapTable cMap;
+
+    std::string LocalPath(const std::string& strClientFile) const; // //ws/a%40b -> ROOT/a@b
     // Local path (absolute, normalised) to client syntax; false when the
     // path is not under the root.
-    bool ClientPathOf(const std::string& local, std::string& clientPath) const;
+    bool ClientPathOf(const std::string& strLocal, std::string& strClientPath) const;
 };
-ClientView LoadClient(Context& ctx, bool checkHost);
+// Error texts as the server's when the client is unknown or locked to
+// another host.
+TClientView LoadClient(TContext& tContext, bool bCheckHost);
+// The client for commands whose arguments may be in client or local syntax:
+// needed (and loaded, or an error) when an argument is; otherwise loaded when
+// it exists, to show mapped client files.
+std::unique_ptr<TClientView> ClientIfNeeded(TContext& tContext, const std::vector<std::string>& astrArgs,
+                                            bool bCheckHost);
+
 // A file argument in depot, client or local syntax, as a pattern in client
-// syntax (for client and local paths) or depot syntax. isDepot tells which.
-std::string ArgPattern(Context& ctx, const std::string& path, const ClientView* cv, bool& isDepot);
-std::string AbsoluteLocal(const Context& ctx, const std::string& path);
+// syntax (for client and local paths) or depot syntax; bIsDepot tells which.
+std::string ArgPattern(TContext& tContext, const std::string& strPath, const TClientView* pView, bool& bIsDepot);
+std::string AbsoluteLocal(const TContext& tContext, const std::string& strPath);
+// The depot prefixes under which the files of a pattern lie.
+std::vector<std::string> DepotPrefixes(const std::string& strPattern, bool bIsDepot, const TClientView* pView);
+// Does a depot file fall under the pattern? strClientFile gets its client
+// path when the client maps it.
+bool PatternNames(const std::string& strPattern, bool bIsDepot, const TClientView* pView,
+                  const std::string& strDepotFile, std::string& strClientFile);
 
-bool IsTextType(const std::string& type);
+bool IsTextType(const std::string& strType);
 
-// Each command: reads its arguments, writes through ctx.out; throws P4Error
-// for a failure that ends the command.
-using CommandFn = void (*)(Context&, const std::vector<std::string>&);
-CommandFn FindCommand(const std::string& name);
-// Commands that change the server state run in a write transaction.
-bool CommandWrites(const std::string& name, const std::vector<std::string>& args);
+// The -u, -e and -E filters of the spec listings (branches, clients).
+bool ListingSelects(const TOptions& tOptions, const std::string& strName, const std::string& strOwner);
 
-void CmdSync(Context& ctx, const std::vector<std::string>& args);
+// The commands, by family.
+void CmdBranches(TContext& tContext, const TOptions& tOptions);
+void CmdBranch(TContext& tContext, const TOptions& tOptions);
+void CmdChanges(TContext& tContext, const TOptions& tOptions);
+void CmdDescribe(TContext& tContext, const TOptions& tOptions);
+void CmdClient(TContext& tContext, const TOptions& tOptions);
+void CmdClients(TContext& tContext, const TOptions& tOptions);
+void CmdSync(TContext& tContext, const TOptions& tOptions);
+void CmdHave(TContext& tContext, const TOptions& tOptions);
+void CmdWhere(TContext& tContext, const TOptions& tOptions);
+void CmdFiles(TContext& tContext, const TOptions& tOptions);
+void CmdFstat(TContext& tContext, const TOptions& tOptions);
+void CmdPrint(TContext& tContext, const TOptions& tOptions);
+void CmdUsers(TContext& tContext, const TOptions& tOptions);
+void CmdInfo(TContext& tContext, const TOptions& tOptions);
+void CmdLogin(TContext& tContext, const TOptions& tOptions);
 
-}  // namespace p4sim
+} // namespace P4SIM
+} // namespace ORVANE

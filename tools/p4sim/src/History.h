@@ -2,56 +2,117 @@
 // makes it, and its submission into the server state.
 #pragma once
 
-#include "Store.h"
+#include "Records.h"
 
 #include <nlohmann/json.hpp>
 
+#include <memory>
 #include <string>
 #include <vector>
 
-namespace p4sim {
+namespace ORVANE
+{
+namespace P4SIM
+{
 
-struct FileAction {
-    std::string path;    // depot path as the file is named (unescaped)
-    std::string action;  // add edit delete branch integrate move/add move/delete
-    std::string type;    // empty: text for new files, else the previous type
-    bool hasContent = false;
-    std::string content;  // the bytes
-    std::string from;     // source of branch, integrate, move/add (unescaped)
-    long long fromRev = 0;  // 0: the source's head before this change
+class CStore;
+
+struct TFileAction
+{
+    std::string strPath;   // depot path as the file is named (unescaped)
+    std::string strAction; // add edit delete branch integrate move/add move/delete
+    std::string strType;   // empty: text for new files, else the previous type
+    // The bytes; none given (null) for actions that take them from the source
+    // or need none.
+    std::shared_ptr<const std::string> pContent;
+    std::string strFrom;    // source of branch, integrate, move/add (unescaped)
+    long long nFromRev = 0; // 0: the source's head before this change
 };
 
-struct ChangeSpec {
-    long long change = 0;  // 0: the next number
-    std::string user, client;
-    long long time = 0;
-    std::string description;
-    std::vector<FileAction> files;
+struct TChangeSpec
+{
+    long long nChange = 0; // 0: the next number
+    std::string strUser, strClient;
+    long long nTime = 0;
+    std::string strDescription;
+    std::vector<TFileAction> atFiles;
 };
 
-struct History {
-    std::vector<UserRec> users;
-    std::vector<BranchRec> branches;
-    std::vector<ClientRec> clients;
-    std::vector<ChangeSpec> changes;
+struct THistory
+{
+    std::vector<TUserRec> atUsers;
+    std::vector<TBranchRec> atBranches;
+    std::vector<TClientRec> atClients;
+    std::vector<TChangeSpec> atChanges;
 };
 
 // Throws std::runtime_error with a readable message on a malformed history.
-History ParseHistory(const nlohmann::json& j);
-nlohmann::json HistoryToJson(const History& h);
+THistory ParseHistory(const nlohmann::json& jHistory);
+nlohmann::json HistoryToJson(const THistory& tHistory);
 
-// Submits the whole history into the store, inside the caller's
-// transaction. Throws std::runtime_error when an action is impossible (an
-// edit of a file that does not exist, say).
-void SubmitHistory(Store& store, const History& h);
-
-struct GenerateOptions {
-    long long changes = 100;
-    long long branches = 2;
-    long long files = 50;
-    unsigned long long seed = 1;
+// Where a history goes, part by part: users first, then the changes one by
+// one, then branch and client specifications.
+class CHistorySink
+{
+public:
+    virtual ~CHistorySink() = default;
+    virtual void AddUsers(const std::vector<TUserRec>& atUsers) = 0;
+    virtual void AddChange(const TChangeSpec& tChange) = 0;
+    virtual void Finish(const std::vector<TBranchRec>& atBranches, const std::vector<TClientRec>& atClients) = 0;
 };
 
-History GenerateHistory(const GenerateOptions& opt);
+// Submits a history into the store, inside the caller's transaction. Throws
+// std::runtime_error when an action is impossible (an edit of a file that
+// does not exist, say).
+class CSubmitter : public CHistorySink
+{
+public:
+    explicit CSubmitter(CStore& rStore);
+    void AddUsers(const std::vector<TUserRec>& atUsers) override;
+    void AddChange(const TChangeSpec& tChange) override;
+    // Specifications without a time get the last change's.
+    void Finish(const std::vector<TBranchRec>& atBranches, const std::vector<TClientRec>& atClients) override;
 
-}  // namespace p4sim
+private:
+    std::vector<TFileAction> ActionsOf(const TChangeSpec& tChange, long long nNumber) const;
+    TRevRec RevisionFor(const TFileAction& tAction, const TChangeSpec& tChange, long long nNumber);
+    void TakeSource(const TFileAction& tAction, long long nNumber, const std::string& strWhat, TRevRec& tRev,
+                    std::shared_ptr<const std::string>& pContent);
+    void AddUserOf(const TChangeSpec& tChange);
+
+    CStore& m_rStore;
+    long long m_nNext;
+    long long m_nLastTime = 0;
+};
+
+// Keeps the whole history while passing it on (for `generate --json`).
+class CHistoryCollector : public CHistorySink
+{
+public:
+    explicit CHistoryCollector(CHistorySink& rNext) : m_rNext(rNext) {}
+    void AddUsers(const std::vector<TUserRec>& atUsers) override;
+    void AddChange(const TChangeSpec& tChange) override;
+    void Finish(const std::vector<TBranchRec>& atBranches, const std::vector<TClientRec>& atClients) override;
+    const THistory& History() const { return m_tHistory; }
+
+private:
+    CHistorySink& m_rNext;
+    THistory m_tHistory;
+};
+
+void SubmitHistory(CStore& rStore, const THistory& tHistory);
+
+struct TGenerateOptions
+{
+    long long nChanges = 100;
+    long long nBranches = 2;
+    long long nFiles = 50;
+    unsigned long long nSeed = 1;
+};
+
+// A reproducible history: the same options give the same history, made and
+// handed on change by change (nothing of it is kept).
+void GenerateHistory(const TGenerateOptions& tOptions, CHistorySink& rSink);
+
+} // namespace P4SIM
+} // namespace ORVANE

@@ -2,95 +2,105 @@
 
 #include <cstdint>
 
-namespace p4sim {
-
-void Output::PutString(std::string& out, const std::string& s)
+namespace ORVANE
 {
-    out += 's';
-    uint32_t n = uint32_t(s.size());
-    for (int i = 0; i < 4; ++i) out += char((n >> (8 * i)) & 0xFF);
-    out += s;
+namespace P4SIM
+{
+
+void COutput::PutString(std::string& strOut, const std::string& str)
+{
+    strOut += 's';
+    uint32_t nSize = uint32_t(str.size());
+    for (int i = 0; i < 4; ++i)
+        strOut += char((nSize >> (8 * i)) & 0xFF);
+    strOut += str;
 }
 
-void Output::PutInt(std::string& out, int v)
+void COutput::PutInt(std::string& strOut, int n)
 {
-    out += 'i';
-    uint32_t n = uint32_t(v);
-    for (int i = 0; i < 4; ++i) out += char((n >> (8 * i)) & 0xFF);
+    strOut += 'i';
+    uint32_t nValue = uint32_t(n);
+    for (int i = 0; i < 4; ++i)
+        strOut += char((nValue >> (8 * i)) & 0xFF);
 }
 
-void Output::Stat(const Record& fields, const std::string& plain)
+void COutput::OpenRecord(const char* pszCode)
 {
-    switch (m_mode) {
-    case OutputMode::Marshal:
-        m_out += '{';
-        PutString(m_out, "code");
-        PutString(m_out, "stat");
-        for (const auto& kv : fields) {
-            PutString(m_out, kv.first);
-            PutString(m_out, kv.second);
+    m_strOut += '{';
+    PutString(m_strOut, "code");
+    PutString(m_strOut, pszCode);
+}
+
+void COutput::Stat(const TRecord& aFields, const std::string& strPlain)
+{
+    switch (m_eMode)
+    {
+    case eOutputMarshal:
+        OpenRecord("stat");
+        for (const auto& tField : aFields)
+        {
+            PutString(m_strOut, tField.first);
+            PutString(m_strOut, tField.second);
         }
-        m_out += '0';
+        m_strOut += '0';
         break;
-    case OutputMode::Tagged:
-        for (const auto& kv : fields) {
-            m_out += "... " + kv.first + " " + kv.second + "\n";
-        }
-        m_out += "\n";
+    case eOutputTagged:
+        for (const auto& tField : aFields)
+            m_strOut += "... " + tField.first + " " + tField.second + "\n";
+        m_strOut += "\n";
         break;
-    case OutputMode::Plain:
-        m_out += plain;
+    case eOutputPlain:
+        m_strOut += strPlain;
         break;
     }
 }
 
-void Output::Info(const std::string& text, int level)
+void COutput::Info(const std::string& strText, int nLevel)
 {
-    if (m_mode == OutputMode::Marshal) {
-        m_out += '{';
-        PutString(m_out, "code");
-        PutString(m_out, "info");
-        PutString(m_out, "data");
-        PutString(m_out, text);
-        PutString(m_out, "level");
-        PutInt(m_out, level);
-        m_out += '0';
-    } else {
-        m_out += text + "\n";
+    if (m_eMode != eOutputMarshal)
+    {
+        m_strOut += strText + "\n";
+        return;
     }
+    OpenRecord("info");
+    PutString(m_strOut, "data");
+    PutString(m_strOut, strText);
+    PutString(m_strOut, "level");
+    PutInt(m_strOut, nLevel);
+    m_strOut += '0';
 }
 
-void Output::Message(const std::string& text, int severity, int generic)
+void COutput::Message(const std::string& strText, TSeverity eSeverity, TGeneric eGeneric)
 {
-    if (severity >= 3) m_failed = true;
-    if (m_mode == OutputMode::Marshal) {
-        m_out += '{';
-        PutString(m_out, "code");
-        PutString(m_out, "error");
-        PutString(m_out, "data");
-        PutString(m_out, text + "\n");
-        PutString(m_out, "severity");
-        PutInt(m_out, severity);
-        PutString(m_out, "generic");
-        PutInt(m_out, generic);
-        m_out += '0';
-    } else {
-        m_err += text + "\n";
+    if (eSeverity >= eSeverityFailed)
+        m_bFailed = true;
+    if (m_eMode != eOutputMarshal)
+    {
+        m_strErr += strText + "\n";
+        return;
     }
+    OpenRecord("error");
+    PutString(m_strOut, "data");
+    PutString(m_strOut, strText + "\n");
+    PutString(m_strOut, "severity");
+    PutInt(m_strOut, eSeverity);
+    PutString(m_strOut, "generic");
+    PutInt(m_strOut, eGeneric);
+    m_strOut += '0';
 }
 
-void Output::Content(const std::string& data, bool binary)
+void COutput::Content(const std::string& strData, bool bBinary)
 {
-    if (m_mode == OutputMode::Marshal) {
-        m_out += '{';
-        PutString(m_out, "code");
-        PutString(m_out, binary ? "binary" : "text");
-        PutString(m_out, "data");
-        PutString(m_out, data);
-        m_out += '0';
-    } else {
-        m_out += data;
+    if (m_eMode != eOutputMarshal)
+    {
+        m_strOut += strData;
+        return;
     }
+    OpenRecord(bBinary ? "binary" : "text");
+    PutString(m_strOut, "data");
+    PutString(m_strOut, strData);
+    m_strOut += '0';
 }
 
-}  // namespace p4sim
+} // namespace P4SIM
+} // namespace ORVANE

@@ -2,57 +2,68 @@
 // marshalled dictionaries (-G), tagged text (-z tag) and plain text.
 #pragma once
 
+#include "Errors.h"
+
 #include <string>
 #include <utility>
 #include <vector>
 
-namespace p4sim {
+namespace ORVANE
+{
+namespace P4SIM
+{
 
-using Record = std::vector<std::pair<std::string, std::string>>;
+// One result record: field names and values, in order.
+using TRecord = std::vector<std::pair<std::string, std::string>>;
 
-enum class OutputMode { Plain, Tagged, Marshal };
+enum TOutputMode
+{
+    eOutputPlain,
+    eOutputTagged,
+    eOutputMarshal
+};
 
-class Output {
+class COutput
+{
 public:
-    explicit Output(OutputMode mode) : m_mode(mode) {}
+    explicit COutput(TOutputMode eMode) : m_eMode(eMode) {}
 
-    OutputMode Mode() const { return m_mode; }
+    TOutputMode Mode() const { return m_eMode; }
 
-    // One result record ("code" "stat" is put first in -G form). plain is
+    // One result record ("code" "stat" is put first in -G form). strPlain is
     // the text line(s) a client prints without -G, newline included.
-    void Stat(const Record& fields, const std::string& plain);
+    void Stat(const TRecord& aFields, const std::string& strPlain);
 
     // An informational message ("Client x saved."). Without -G it goes to
     // standard output followed by a newline.
-    void Info(const std::string& text, int level = 0);
+    void Info(const std::string& strText, int nLevel = 0);
 
-    // A warning (severity 2) or an error (severity 3 or 4). Without -G it
-    // goes to standard error. An error makes the exit status 1.
-    void Message(const std::string& text, int severity, int generic);
+    // A message with a severity: warnings (2) and errors (3, 4) go to
+    // standard error without -G; an error makes the exit status 1.
+    void Message(const std::string& strText, TSeverity eSeverity, TGeneric eGeneric);
 
     // File content as `print` sends it: "text" or "binary" records with -G,
     // the raw bytes otherwise.
-    void Content(const std::string& data, bool binary);
+    void Content(const std::string& strData, bool bBinary);
 
-    // Raw text on standard output (forms, plain listings).
-    void Raw(const std::string& text) { m_out += text; }
+    const std::string& StdOut() const { return m_strOut; }
+    const std::string& StdErr() const { return m_strErr; }
+    TExitStatus ExitStatus() const { return m_bFailed ? eExitFailed : eExitOk; }
 
-    const std::string& StdOut() const { return m_out; }
-    std::string& StdOut() { return m_out; }
-    const std::string& StdErr() const { return m_err; }
-    int ExitStatus() const { return m_failed ? 1 : 0; }
-    void SetFailed() { m_failed = true; }
-
-    // Marshal encoding (Python marshal version 0) of one dictionary whose
-    // values are strings, then the integer fields.
-    static void PutString(std::string& out, const std::string& s);
-    static void PutInt(std::string& out, int v);
+    // Marshal encoding (Python marshal version 0) of a string and of an
+    // integer.
+    static void PutString(std::string& strOut, const std::string& str);
+    static void PutInt(std::string& strOut, int n);
 
 private:
-    OutputMode m_mode;
-    std::string m_out;
-    std::string m_err;
-    bool m_failed = false;
+    // "{", then "code" and its value.
+    void OpenRecord(const char* pszCode);
+
+    TOutputMode m_eMode;
+    std::string m_strOut;
+    std::string m_strErr;
+    bool m_bFailed = false;
 };
 
-}  // namespace p4sim
+} // namespace P4SIM
+} // namespace ORVANE

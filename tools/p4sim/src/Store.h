@@ -1,156 +1,167 @@
 // The server state, kept in one SQLite database (DIR/p4sim.db): users,
 // changelists, file revisions with their contents, branch and client
-// specifications and each client's have list. Every command runs inside
-// one transaction, so a p4sim killed mid-command leaves the state as it was
-// before that command.
+// specifications, each client's have list and its sync marks. Every command
+// runs inside one transaction, so a p4sim killed mid-command leaves the
+// state as it was before that command.
 #pragma once
+
+#include "Records.h"
+#include "StoreQueries.h"
 
 #include <sqlite3.h>
 
-#include <map>
-#include <memory>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
-namespace p4sim {
+namespace ORVANE
+{
+namespace P4SIM
+{
 
-class Stmt {
+// A prepared statement of the store, reset and unbound when handed out.
+class CStatement
+{
 public:
-    explicit Stmt(sqlite3_stmt* st) : m_st(st) {}
-    Stmt& Bind(int i, const std::string& s);
-    Stmt& Bind(int i, long long v);
-    Stmt& BindBlob(int i, const std::string& s);
-    Stmt& BindNull(int i);
-    bool Step();  // true while a row is there
-    void Run();   // step to the end
-    std::string Text(int col) const;
-    long long Int(int col) const;
-    bool IsNull(int col) const;
+    explicit CStatement(sqlite3_stmt* pStmt) : m_pStmt(pStmt) {}
+    CStatement& Bind(int nIndex, const std::string& str);
+    CStatement& Bind(int nIndex, long long n);
+    CStatement& BindBlob(int nIndex, const std::string& str);
+    CStatement& BindNull(int nIndex);
+    bool Step(); // true while a row is there
+    void Run();  // steps to the end
+    std::string Text(int nColumn) const;
+    long long Int(int nColumn) const;
+    bool IsNull(int nColumn) const;
 
 private:
-    sqlite3_stmt* m_st;
+    sqlite3_stmt* m_pStmt;
 };
 
-struct UserRec {
-    std::string name, email, fullName;
-    long long updated = 0, accessed = 0;
-};
+// Every row of a query, or its first one, read by fnRead.
+template <class T> std::vector<T> ReadRows(CStatement cQuery, T (*fnRead)(const CStatement&))
+{
+    std::vector<T> atOut;
+    while (cQuery.Step())
+        atOut.push_back(fnRead(cQuery));
+    return atOut;
+}
 
-struct ChangeRec {
-    long long change = 0;
-    std::string user, client;
-    long long time = 0;
-    std::string description, status, path;
-};
+template <class T> std::optional<T> ReadRow(CStatement cQuery, T (*fnRead)(const CStatement&))
+{
+    if (!cQuery.Step())
+        return std::nullopt;
+    return fnRead(cQuery);
+}
 
-struct RevRec {
-    std::string depotFile;
-    long long rev = 0, change = 0;
-    std::string action, type, digest;
-    long long size = 0, time = 0, modTime = 0;
-    bool Deleted() const { return action == "delete" || action == "move/delete" || action == "purge"; }
-};
-
-struct BranchRec {
-    std::string name, owner, description, options;
-    std::vector<std::string> view;
-    long long updated = 0, accessed = 0;
-};
-
-struct ClientRec {
-    std::string name, owner, host, description, root, options, submitOptions, lineEnd;
-    std::vector<std::string> view;
-    long long updated = 0, accessed = 0;
-};
-
-struct HaveRec {
-    std::string clientFile, depotFile;
-    long long rev = 0;
-};
-
-class Store {
+class CStore
+{
 public:
-    // Opens DIR/p4sim.db; throws std::runtime_error when it does not exist.
-    explicit Store(const std::string& dir, bool create = false);
-    ~Store();
-    Store(const Store&) = delete;
-    Store& operator=(const Store&) = delete;
+    // Opens DIR/p4sim.db; throws std::runtime_error when it does not exist
+    // (unless bCreate, which makes a new server with its schema).
+    explicit CStore(const std::string& strDir, bool bCreate = false);
+    ~CStore();
+    CStore(const CStore&) = delete;
+    CStore& operator=(const CStore&) = delete;
 
-    static std::string DbPath(const std::string& dir);
-    const std::string& Dir() const { return m_dir; }
+    static std::string DbPath(const std::string& strDir);
+    const std::string& Dir() const { return m_strDir; }
 
-    void Begin(bool write);
+    void Begin(bool bWrite);
+    // Commits; after a write the write-ahead log is folded into the database
+    // file and emptied, so that no later command reads through it.
     void Commit();
     void Rollback();
-    // Folds the write-ahead log into the database file and empties the log
-    // (outside a transaction).
+    // Folds the write-ahead log into the database and truncates it, as far
+    // as no other process is reading from it: never waits for one.
     void Checkpoint();
+    // For a bulk load: a page cache large enough that the pages of one big
+    // transaction are not read back from the log.
+    void SetBulkCache();
 
-    Stmt Prep(const char* sql);
-    void Exec(const char* sql);
+    CStatement Prepare(TQuery eQuery);
+    // The plan SQLite chooses for a query, one line per step
+    // ("SEARCH revs USING INDEX ...").
+    std::vector<std::string> QueryPlan(TQuery eQuery);
 
-    std::string Meta(const std::string& key, const std::string& def = "");
-    void SetMeta(const std::string& key, const std::string& value);
+    std::string Meta(const std::string& strKey, const std::string& strDefault = "");
+    void SetMeta(const std::string& strKey, const std::string& strValue);
 
     // Users
-    std::vector<UserRec> Users();
-    std::optional<UserRec> User(const std::string& name);
-    void PutUser(const UserRec& u);
+    std::vector<TUserRec> Users();
+    std::optional<TUserRec> User(const std::string& strName);
+    void PutUser(const TUserRec& tUser);
 
     // Changes
     long long MaxChange();
-    std::optional<ChangeRec> Change(long long n);
-    void PutChange(const ChangeRec& c);
-    // Changes that touched a file whose depot path starts with prefix,
-    // newest first, within [lo, hi].
-    std::vector<long long> ChangesUnder(const std::string& prefix, long long lo, long long hi);
-    std::vector<ChangeRec> AllChanges(long long lo, long long hi);
+    std::optional<TChangeRec> Change(long long nChange);
+    void PutChange(const TChangeRec& tChange);
+    // Changes in [nLow, nHigh], newest first (oldest first with bOldestFirst),
+    // for as long as fnVisit returns true.
+    void VisitChanges(long long nLow, long long nHigh, bool bOldestFirst,
+                      const std::function<bool(const TChangeRec&)>& fnVisit);
+    // Revisions whose change lies in [nLow, nHigh] and whose depot path
+    // starts with strPrefix, in change order (newest first unless
+    // bOldestFirst), as change number and depot path, for as long as
+    // fnVisit returns true.
+    void VisitRevsByChange(long long nLow, long long nHigh, const std::string& strPrefix, bool bOldestFirst,
+                           const std::function<bool(long long, const std::string&)>& fnVisit);
 
     // Revisions
-    void PutRev(const RevRec& r);
-    std::vector<RevRec> RevsOfChange(long long change);
-    // The newest revision of every file under prefix with change <= atChange.
-    std::vector<RevRec> HeadsUnder(const std::string& prefix, long long atChange);
-    std::optional<RevRec> Rev(const std::string& depotFile, long long rev);
-    std::optional<RevRec> HeadRev(const std::string& depotFile, long long atChange);
-    // Every revision of the files under prefix whose change lies in [lo, hi].
-    std::vector<RevRec> RevsUnder(const std::string& prefix, long long lo, long long hi);
+    void PutRev(const TRevRec& tRev);
+    std::vector<TRevRec> RevsOfChange(long long nChange);
+    // The newest revision of every file under strPrefix with a change at or
+    // below nAtChange.
+    std::vector<TRevRec> HeadsUnder(const std::string& strPrefix, long long nAtChange);
+    std::optional<TRevRec> Rev(const std::string& strDepotFile, long long nRev);
+    std::optional<TRevRec> HeadRev(const std::string& strDepotFile, long long nAtChange);
+    // Every revision of the files under strPrefix whose change lies in
+    // [nLow, nHigh].
+    std::vector<TRevRec> RevsUnder(const std::string& strPrefix, long long nLow, long long nHigh);
+    // The depot paths of the revisions whose change lies in (nAfter, nUpTo],
+    // at most nLimit of them (false when there are more).
+    bool FilesChangedBetween(long long nAfter, long long nUpTo, size_t nLimit, std::vector<std::string>& astrOut);
 
     // Contents, stored once per digest.
-    void PutContent(const std::string& digest, const std::string& data);
-    std::string Content(const std::string& digest);
+    void PutContent(const std::string& strDigest, const std::string& strData);
+    std::string Content(const std::string& strDigest);
 
     // Branch specifications
-    std::vector<BranchRec> Branches();
-    std::optional<BranchRec> Branch(const std::string& name);
-    void PutBranch(const BranchRec& b);
-    void DeleteBranch(const std::string& name);
+    std::vector<TBranchRec> Branches();
+    std::optional<TBranchRec> Branch(const std::string& strName);
+    void PutBranch(const TBranchRec& tBranch);
+    void DeleteBranch(const std::string& strName);
 
-    // Client specifications
-    std::vector<ClientRec> Clients();
-    std::optional<ClientRec> Client(const std::string& name);
-    void PutClient(const ClientRec& c);
-    void DeleteClient(const std::string& name);
+    // Client specifications. Saving a client drops its sync marks (its view
+    // may have changed); deleting one drops its have list too.
+    std::vector<TClientRec> Clients();
+    std::optional<TClientRec> Client(const std::string& strName);
+    void PutClient(const TClientRec& tClient);
+    void TouchClient(const std::string& strName, long long nAccessed);
+    void DeleteClient(const std::string& strName);
 
     // Have lists
-    std::vector<HaveRec> HaveUnder(const std::string& client, const std::string& clientPrefix);
-    std::optional<HaveRec> Have(const std::string& client, const std::string& clientFile);
-    void PutHave(const std::string& client, const HaveRec& h);
-    void DeleteHave(const std::string& client, const std::string& clientFile);
+    std::vector<THaveRec> HaveUnder(const std::string& strClient, const std::string& strClientPrefix);
+    std::optional<THaveRec> Have(const std::string& strClient, const std::string& strClientFile);
+    void PutHave(const std::string& strClient, const THaveRec& tHave);
+    void DeleteHave(const std::string& strClient, const std::string& strClientFile);
+
+    // Sync marks
+    std::vector<TSyncMark> SyncMarks(const std::string& strClient);
+    void PutSyncMark(const std::string& strClient, const TSyncMark& tMark);
+    void DeleteSyncMark(const std::string& strClient, const std::string& strPattern);
 
 private:
-    std::string m_dir;
-    sqlite3* m_db = nullptr;
-    std::map<const char*, sqlite3_stmt*> m_cache;
-    bool m_inTx = false;
+    void Exec(const char* pszSql);
+    void CreateSchema();
+
+    std::string m_strDir;
+    sqlite3* m_pDb = nullptr;
+    sqlite3_stmt* m_apStatements[eQueryCount] = {};
+    bool m_bInTransaction = false;
+    bool m_bWriting = false;
 };
 
-// "prefix" ends: the smallest text greater than every text starting with
-// prefix, for range scans on an index.
-std::string PrefixEnd(const std::string& prefix);
-
-std::string JoinLines(const std::vector<std::string>& lines);
-std::vector<std::string> SplitLines(const std::string& text);
-
-}  // namespace p4sim
+} // namespace P4SIM
+} // namespace ORVANE

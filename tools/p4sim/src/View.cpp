@@ -1,220 +1,316 @@
 #include "View.h"
 
-#include "Util.h"
+#include "Text.h"
 
 #include <algorithm>
+#include <utility>
 
-namespace p4sim {
+namespace ORVANE
+{
+namespace P4SIM
+{
 
-namespace {
+namespace
+{
 
-enum class Tok { Lit, Dots, Star, Pct };
-
-struct Token {
-    Tok kind;
-    char ch;   // for Lit
-    int num;   // for Pct
+enum TTokenKind
+{
+    eTokenLiteral,
+    eTokenDots,
+    eTokenStar,
+    eTokenPercent
 };
 
-std::vector<Token> Tokenize(const std::string& p)
+struct TToken
 {
-    std::vector<Token> out;
-    for (size_t i = 0; i < p.size();) {
-        if (p.compare(i, 3, "...") == 0) {
-            out.push_back({Tok::Dots, 0, 0});
+    TTokenKind eKind;
+    char c;     // for eTokenLiteral
+    int nIndex; // for eTokenPercent
+};
+
+std::vector<TToken> Tokenize(const std::string& strPattern)
+{
+    std::vector<TToken> atOut;
+    for (size_t i = 0; i < strPattern.size();)
+    {
+        char c = strPattern[i];
+        if (strPattern.compare(i, 3, "...") == 0)
+        {
+            atOut.push_back({eTokenDots, 0, 0});
             i += 3;
-        } else if (p[i] == '*') {
-            out.push_back({Tok::Star, 0, 0});
+        }
+        else if (c == '*')
+        {
+            atOut.push_back({eTokenStar, 0, 0});
             i += 1;
-        } else if (p[i] == '%' && i + 2 < p.size() && p[i + 1] == '%' && p[i + 2] >= '0' && p[i + 2] <= '9') {
-            out.push_back({Tok::Pct, 0, p[i + 2] - '0'});
+        }
+        else if (c == '%' && i + 2 < strPattern.size() && strPattern[i + 1] == '%' && strPattern[i + 2] >= '0' &&
+                 strPattern[i + 2] <= '9')
+        {
+            atOut.push_back({eTokenPercent, 0, strPattern[i + 2] - '0'});
             i += 3;
-        } else {
-            out.push_back({Tok::Lit, p[i], 0});
+        }
+        else
+        {
+            atOut.push_back({eTokenLiteral, c, 0});
             i += 1;
         }
     }
-    return out;
+    return atOut;
 }
 
-struct Captures {
-    std::vector<std::string> dots, stars;
-    std::string pct[10];
+struct TCaptures
+{
+    std::vector<std::string> astrDots, astrStars;
+    std::string astrPercent[10];
 };
 
-// Backtracking match of tokens[ti..] against s[si..], filling captures in
-// the order the wildcards occur.
-bool Match(const std::vector<Token>& t, size_t ti, const std::string& s, size_t si,
-           std::vector<std::pair<size_t, size_t>>& spans)
+using TSpans = std::vector<std::pair<size_t, size_t>>;
+
+// Backtracking match of atTokens[nToken..] against str[nPos..], recording
+// the span of each wildcard in the order they occur.
+bool Match(const std::vector<TToken>& atTokens, size_t nToken, const std::string& str, size_t nPos, TSpans& aSpans)
 {
-    while (ti < t.size() && t[ti].kind == Tok::Lit) {
-        if (si >= s.size() || s[si] != t[ti].ch) return false;
-        ++ti;
-        ++si;
+    while (nToken < atTokens.size() && atTokens[nToken].eKind == eTokenLiteral)
+    {
+        if (nPos >= str.size() || str[nPos] != atTokens[nToken].c)
+            return false;
+        ++nToken;
+        ++nPos;
     }
-    if (ti == t.size()) return si == s.size();
-    bool anySlash = t[ti].kind == Tok::Dots;
+    if (nToken == atTokens.size())
+        return nPos == str.size();
+    bool bAnySlash = atTokens[nToken].eKind == eTokenDots;
     // Longest first, as the server's "..." and "*" are greedy.
-    size_t maxEnd = si;
-    while (maxEnd < s.size() && (anySlash || s[maxEnd] != '/')) ++maxEnd;
-    for (size_t end = maxEnd + 1; end-- > si;) {
-        spans.push_back({si, end - si});
-        if (Match(t, ti + 1, s, end, spans)) return true;
-        spans.pop_back();
+    size_t nMaxEnd = nPos;
+    while (nMaxEnd < str.size() && (bAnySlash || str[nMaxEnd] != '/'))
+        ++nMaxEnd;
+    for (size_t nEnd = nMaxEnd + 1; nEnd-- > nPos;)
+    {
+        aSpans.push_back({nPos, nEnd - nPos});
+        if (Match(atTokens, nToken + 1, str, nEnd, aSpans))
+            return true;
+        aSpans.pop_back();
     }
     return false;
 }
 
-bool MatchCapture(const std::string& pattern, const std::string& s, Captures* caps)
+bool MatchCapture(const std::string& strPattern, const std::string& str, TCaptures* pCaptures)
 {
-    std::vector<Token> t = Tokenize(pattern);
-    std::vector<std::pair<size_t, size_t>> spans;
-    if (!Match(t, 0, s, 0, spans)) return false;
-    if (caps) {
-        size_t k = 0;
-        for (const Token& tok : t) {
-            if (tok.kind == Tok::Lit) continue;
-            std::string v = s.substr(spans[k].first, spans[k].second);
-            ++k;
-            if (tok.kind == Tok::Dots) caps->dots.push_back(v);
-            else if (tok.kind == Tok::Star) caps->stars.push_back(v);
-            else caps->pct[tok.num] = v;
-        }
+    std::vector<TToken> atTokens = Tokenize(strPattern);
+    TSpans aSpans;
+    if (!Match(atTokens, 0, str, 0, aSpans))
+        return false;
+    if (!pCaptures)
+        return true;
+    size_t nSpan = 0;
+    for (const TToken& tToken : atTokens)
+    {
+        if (tToken.eKind == eTokenLiteral)
+            continue;
+        std::string strValue = str.substr(aSpans[nSpan].first, aSpans[nSpan].second);
+        ++nSpan;
+        if (tToken.eKind == eTokenDots)
+            pCaptures->astrDots.push_back(strValue);
+        else if (tToken.eKind == eTokenStar)
+            pCaptures->astrStars.push_back(strValue);
+        else
+            pCaptures->astrPercent[tToken.nIndex] = strValue;
     }
     return true;
 }
 
-std::string Substitute(const std::string& pattern, const Captures& caps)
+std::string Substitute(const std::string& strPattern, const TCaptures& tCaptures)
 {
-    std::vector<Token> t = Tokenize(pattern);
-    std::string out;
-    size_t d = 0, st = 0;
-    for (const Token& tok : t) {
-        switch (tok.kind) {
-        case Tok::Lit: out += tok.ch; break;
-        case Tok::Dots: out += d < caps.dots.size() ? caps.dots[d++] : std::string(); break;
-        case Tok::Star: out += st < caps.stars.size() ? caps.stars[st++] : std::string(); break;
-        case Tok::Pct: out += caps.pct[tok.num]; break;
+    std::string strOut;
+    size_t nDots = 0, nStars = 0;
+    for (const TToken& tToken : Tokenize(strPattern))
+    {
+        switch (tToken.eKind)
+        {
+        case eTokenLiteral:
+            strOut += tToken.c;
+            break;
+        case eTokenDots:
+            strOut += nDots < tCaptures.astrDots.size() ? tCaptures.astrDots[nDots++] : std::string();
+            break;
+        case eTokenStar:
+            strOut += nStars < tCaptures.astrStars.size() ? tCaptures.astrStars[nStars++] : std::string();
+            break;
+        case eTokenPercent:
+            strOut += tCaptures.astrPercent[tToken.nIndex];
+            break;
         }
     }
-    return out;
+    return strOut;
 }
 
-bool TranslateWith(const std::vector<MapLine>& lines, const std::string& in, std::string& out, bool forward)
+bool TranslateWith(const std::vector<TMapLine>& atLines, const std::string& strIn, std::string& strOut, bool bForward)
 {
-    for (size_t i = lines.size(); i-- > 0;) {
-        const MapLine& l = lines[i];
-        Captures caps;
-        if (!MatchCapture(forward ? l.left : l.right, in, &caps)) continue;
-        if (l.exclude) return false;
-        out = Substitute(forward ? l.right : l.left, caps);
+    for (size_t i = atLines.size(); i-- > 0;)
+    {
+        const TMapLine& tLine = atLines[i];
+        TCaptures tCaptures;
+        if (!MatchCapture(bForward ? tLine.strLeft : tLine.strRight, strIn, &tCaptures))
+            continue;
+        if (tLine.bExclude)
+            return false;
+        strOut = Substitute(bForward ? tLine.strRight : tLine.strLeft, tCaptures);
         return true;
     }
     return false;
 }
 
-}  // namespace
-
-bool WildMatch(const std::string& pattern, const std::string& path) { return MatchCapture(pattern, path, nullptr); }
-
-bool HasWildcards(const std::string& pattern)
+// "PREFIX..." with no other wildcard.
+bool IsPlainTree(const std::string& strPattern)
 {
-    return pattern.find("...") != std::string::npos || pattern.find('*') != std::string::npos ||
-           pattern.find("%%") != std::string::npos;
+    return EndsWith(strPattern, "...") && LiteralPrefix(strPattern).size() + 3 == strPattern.size();
 }
 
-std::string LiteralPrefix(const std::string& pattern)
+// One word of a view line: quoted (blanks allowed) or up to the next blank.
+std::string ReadViewWord(const std::string& strLine, size_t& i)
 {
-    size_t p = pattern.size();
-    for (const char* w : {"...", "*", "%%"}) p = std::min(p, pattern.find(w));
-    return pattern.substr(0, p);
+    std::string strWord;
+    if (strLine[i] == '"')
+    {
+        ++i;
+        while (i < strLine.size() && strLine[i] != '"')
+            strWord += strLine[i++];
+        if (i < strLine.size())
+            ++i;
+        return strWord;
+    }
+    while (i < strLine.size() && strLine[i] != ' ' && strLine[i] != '\t' && strLine[i] != '\r' && strLine[i] != '\n')
+        strWord += strLine[i++];
+    return strWord;
 }
 
-bool ParseViewLine(const std::string& line, MapLine& out)
+} // namespace
+
+bool WildMatch(const std::string& strPattern, const std::string& strPath)
 {
-    std::vector<std::string> words;
+    return MatchCapture(strPattern, strPath, nullptr);
+}
+
+std::string LiteralPrefix(const std::string& strPattern)
+{
+    size_t nEnd = strPattern.size();
+    for (const char* pszWild : {"...", "*", "%%"})
+        nEnd = std::min(nEnd, strPattern.find(pszWild));
+    return strPattern.substr(0, nEnd);
+}
+
+bool ParseViewLine(const std::string& strLine, TMapLine& tOut)
+{
+    std::vector<std::string> astrWords;
+    bool bExclude = false;
     size_t i = 0;
-    bool exclude = false;
-    while (i < line.size()) {
-        char c = line[i];
-        if (c == ' ' || c == '\t' || c == '\r' || c == '\n') {
+    while (i < strLine.size())
+    {
+        char c = strLine[i];
+        if (c == ' ' || c == '\t' || c == '\r' || c == '\n')
+        {
             ++i;
             continue;
         }
-        std::string w;
-        bool quoted = false;
-        if ((c == '-' || c == '+') && i + 1 < line.size() && line[i + 1] == '"' && words.empty()) {
-            if (c == '-') exclude = true;
+        // -"..." and +"...": the mark outside the quotes.
+        if ((c == '-' || c == '+') && i + 1 < strLine.size() && strLine[i + 1] == '"' && astrWords.empty())
+        {
+            bExclude = bExclude || c == '-';
             ++i;
-            c = line[i];
         }
-        if (c == '"') {
-            quoted = true;
-            ++i;
-            while (i < line.size() && line[i] != '"') w += line[i++];
-            if (i < line.size()) ++i;
-        } else {
-            while (i < line.size() && line[i] != ' ' && line[i] != '\t' && line[i] != '\r' && line[i] != '\n') {
-                w += line[i++];
-            }
+        std::string strWord = ReadViewWord(strLine, i);
+        if (astrWords.empty() && !strWord.empty() && (strWord[0] == '-' || strWord[0] == '+'))
+        {
+            bExclude = bExclude || strWord[0] == '-';
+            strWord.erase(0, 1);
         }
-        (void)quoted;
-        if (words.empty() && !w.empty() && (w[0] == '-' || w[0] == '+')) {
-            if (w[0] == '-') exclude = true;
-            w.erase(0, 1);
-        }
-        words.push_back(w);
+        astrWords.push_back(strWord);
     }
-    if (words.size() != 2 || words[0].empty() || words[1].empty()) return false;
-    out.exclude = exclude;
-    out.left = words[0];
-    out.right = words[1];
+    if (astrWords.size() != 2 || astrWords[0].empty() || astrWords[1].empty())
+        return false;
+    tOut.bExclude = bExclude;
+    tOut.strLeft = astrWords[0];
+    tOut.strRight = astrWords[1];
     return true;
 }
 
-std::string FormatViewLine(const MapLine& line)
+std::string FormatViewLine(const TMapLine& tLine)
 {
-    auto side = [](const std::string& p, bool minus) {
-        std::string s = (minus ? "-" : "") + p;
-        if (p.find(' ') != std::string::npos || p.find('\t') != std::string::npos) return "\"" + s + "\"";
-        return s;
+    auto fnSide = [](const std::string& strPath, bool bMinus)
+    {
+        std::string str = (bMinus ? "-" : "") + strPath;
+        if (strPath.find(' ') != std::string::npos || strPath.find('\t') != std::string::npos)
+            return "\"" + str + "\"";
+        return str;
     };
-    return side(line.left, line.exclude) + " " + side(line.right, false);
+    return fnSide(tLine.strLeft, tLine.bExclude) + " " + fnSide(tLine.strRight, false);
 }
 
-bool MapTable::Translate(const std::string& left, std::string& right) const
+bool CMapTable::Translate(const std::string& strLeft, std::string& strRight) const
 {
-    return TranslateWith(m_lines, left, right, true);
+    return TranslateWith(m_atLines, strLeft, strRight, true);
 }
 
-bool MapTable::TranslateBack(const std::string& right, std::string& left) const
+bool CMapTable::TranslateBack(const std::string& strRight, std::string& strLeft) const
 {
-    return TranslateWith(m_lines, right, left, false);
+    return TranslateWith(m_atLines, strRight, strLeft, false);
 }
 
-std::vector<std::string> MapTable::LeftPrefixesFor(const std::string& rightPrefix) const
+std::vector<std::string> CMapTable::LeftPrefixesFor(const std::string& strRightPrefix) const
 {
-    std::vector<std::string> out;
-    for (const MapLine& l : m_lines) {
-        if (l.exclude) continue;
-        std::string rl = LiteralPrefix(l.right), ll = LiteralPrefix(l.left);
-        if (StartsWith(rightPrefix, rl)) {
+    std::vector<std::string> astrOut;
+    for (const TMapLine& tLine : m_atLines)
+    {
+        if (tLine.bExclude)
+            continue;
+        std::string strRightLiteral = LiteralPrefix(tLine.strRight), strLeftLiteral = LiteralPrefix(tLine.strLeft);
+        if (StartsWith(strRightPrefix, strRightLiteral))
+        {
             // When both sides end in a single trailing "...", the part of the
             // prefix beyond the right literal carries over to the left.
-            if (l.right == rl + "..." && l.left == ll + "...") out.push_back(ll + rightPrefix.substr(rl.size()));
-            else out.push_back(ll);
-        } else if (StartsWith(rl, rightPrefix)) {
-            out.push_back(ll);
+            if (tLine.strRight == strRightLiteral + "..." && tLine.strLeft == strLeftLiteral + "...")
+                astrOut.push_back(strLeftLiteral + strRightPrefix.substr(strRightLiteral.size()));
+            else
+                astrOut.push_back(strLeftLiteral);
+        }
+        else if (StartsWith(strRightLiteral, strRightPrefix))
+        {
+            astrOut.push_back(strLeftLiteral);
         }
     }
-    // Drop prefixes covered by shorter ones.
-    std::sort(out.begin(), out.end());
-    std::vector<std::string> kept;
-    for (const std::string& p : out) {
-        if (!kept.empty() && StartsWith(p, kept.back())) continue;
-        kept.push_back(p);
+    // Prefixes covered by shorter ones go.
+    std::sort(astrOut.begin(), astrOut.end());
+    std::vector<std::string> astrKept;
+    for (const std::string& strPrefix : astrOut)
+    {
+        if (astrKept.empty() || !StartsWith(strPrefix, astrKept.back()))
+            astrKept.push_back(strPrefix);
     }
-    return kept;
+    return astrKept;
 }
 
-}  // namespace p4sim
+bool CMapTable::IsOneToOne() const
+{
+    std::vector<std::string> astrRights;
+    for (const TMapLine& tLine : m_atLines)
+    {
+        if (tLine.bExclude)
+            continue;
+        if (!IsPlainTree(tLine.strLeft) || !IsPlainTree(tLine.strRight))
+            return false;
+        astrRights.push_back(LiteralPrefix(tLine.strRight));
+    }
+    for (size_t i = 0; i < astrRights.size(); ++i)
+    {
+        for (size_t k = 0; k < astrRights.size(); ++k)
+        {
+            if (i != k && StartsWith(astrRights[i], astrRights[k]))
+                return false;
+        }
+    }
+    return true;
+}
+
+} // namespace P4SIM
+} // namespace ORVANE

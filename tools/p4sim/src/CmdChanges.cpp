@@ -1,0 +1,249 @@
+// `p4 changes` and `p4 describe`.
+#include "Commands.h"
+
+#include "Text.h"
+
+#include <set>
+
+namespace ORVANE
+{
+namespace P4SIM
+{
+
+namespace
+{
+
+// The listing's filters and output: each change offered goes out unless a
+// filter drops it; false once the maximum is reached.
+class CChangeLister
+{
+public:
+    CChangeLister(TContext& rContext, const TOptions& tOptions) : m_rContext(rContext), m_tOptions(tOptions)
+    {
+        m_nMax = MaxOption(tOptions);
+        m_strStatus = tOptions.Value('s');
+        if (tOptions.Has('s') && m_strStatus != "submitted" && m_strStatus != "pending" && m_strStatus != "shelved")
+            throw EP4Error("Invalid changelist status '" + m_strStatus + "'.");
+    }
+
+    bool Done() const { return m_nMax >= 0 && m_nListed >= m_nMax; }
+    bool Offer(const TChangeRec& tChange);
+
+private:
+    TContext& m_rContext;
+    const TOptions& m_tOptions;
+    long long m_nMax = -1;
+    long long m_nListed = 0;
+    std::string m_strStatus;
+};
+
+bool CChangeLister::Offer(const TChangeRec& tChange)
+{
+    if (Done())
+        return false;
+    if (m_tOptions.Has('s') && tChange.strStatus != m_strStatus)
+        return true;
+    if (m_tOptions.Has('u') && tChange.strUser != m_tOptions.Value('u'))
+        return true;
+    if (m_tOptions.Has('c') && tChange.strClient != m_tOptions.Value('c'))
+        return true;
+    ++m_nListed;
+    bool bLong = m_tOptions.Has('l'), bLonger = m_tOptions.Has('L');
+    std::string strDesc = bLong ? tChange.strDescription : Truncated(tChange.strDescription, bLonger ? 250 : 31);
+    TRecord aRecord = {{"change", Num(tChange.nChange)}, {"time", Num(tChange.nTime)},
+                       {"user", tChange.strUser},        {"client", tChange.strClient},
+                       {"status", tChange.strStatus},    {"changeType", "public"},
+                       {"path", tChange.strPath},        {"desc", strDesc}};
+    std::string strDate = m_tOptions.Has('t') ? FormatDateTime(tChange.nTime) : FormatDate(tChange.nTime);
+    std::string strHead =
+        "Change " + Num(tChange.nChange) + " on " + strDate + " by " + tChange.strUser + "@" + tChange.strClient;
+    if (tChange.strStatus == "pending")
+        strHead += " *pending*";
+    std::string strPlain =
+        (bLong || bLonger) ? strHead + "\n\n" + Indented(strDesc) + "\n" : strHead + " '" + OneLine(strDesc) + "'\n";
+    m_rContext.pOutput->Stat(aRecord, strPlain);
+    return !Done();
+}
+
+// One file argument of `changes`, resolved to a pattern and a change range.
+struct TChangesArg
+{
+    std::string strPattern;
+    bool bIsDepot = true;
+    long long nLow = 1, nHigh = 0;
+    std::vector<std::string> astrPrefixes;
+};
+
+TChangesArg ResolveChangesArg(TContext& rContext, const std::string& strArg, const TClientView* pView,
+                              long long nMinChange, long long nMaxChange)
+{
+    TFileArg tArg = SplitFileArg(strArg);
+    TChangesArg tOut;
+    TRevBounds tBounds = ParseRevBounds(tArg.strRev, nMaxChange);
+    tOut.strPattern = ArgPattern(rContext, tArg.strPath, pView, tOut.bIsDepot);
+    if (tBounds.nRev >= 0 || tBounds.bNone || tBounds.bHave)
+        tBounds = TRevBounds{1, nMaxChange, -1, false, false};
+    tOut.nLow = std::max(tBounds.nLow, nMinChange);
+    tOut.nHigh = tBounds.nHigh;
+    tOut.astrPrefixes = DepotPrefixes(tOut.strPattern, tOut.bIsDepot, pView);
+    return tOut;
+}
+
+// The changes that touched the files of one argument under one prefix, in
+// listing order, while fnChange returns true.
+void VisitChangesOf(TContext& rContext, const TChangesArg& tArg, const std::string& strPrefix, const TClientView* pView,
+                    bool bOldestFirst, const std::function<bool(long long)>& fnChange)
+{
+    long long nLast = -1;
+    std::string strClientFile;
+    rContext.pStore->VisitRevsByChange(
+        tArg.nLow, tArg.nHigh, strPrefix, bOldestFirst,
+        [&](long long nChange, const std::string& strDepotFile)
+        {
+            if (nChange == nLast || !PatternNames(tArg.strPattern, tArg.bIsDepot, pView, strDepotFile, strClientFile))
+                return true;
+            nLast = nChange;
+            return fnChange(nChange);
+        });
+}
+
+void ListChangesOfFiles(TContext& rContext, const TOptions& tOptions, CChangeLister& rLister, long long nMinChange)
+{
+    long long nMaxChange = rContext.pStore->MaxChange();
+    std::unique_ptr<TClientView> pView;
+    std::vector<TChangesArg> atArgs;
+    for (const std::string& strArg : tOptions.astrArgs)
+    {
+        std::string strPath = SplitFileArg(strArg).strPath;
+        bool bClientSyntax = !StartsWith(strPath, "//") ||
+                             (!rContext.strClient.empty() && StartsWith(strPath, "//" + rContext.strClient + "/"));
+        if (!pView && bClientSyntax)
+            pView = std::make_unique<TClientView>(LoadClient(rContext, false));
+        atArgs.push_back(ResolveChangesArg(rContext, strArg, pView.get(), nMinChange, nMaxChange));
+    }
+    bool bOldestFirst = tOptions.Has('r');
+    auto fnOffer = [&](long long nChange)
+    {
+        std::optional<TChangeRec> tChange = rContext.pStore->Change(nChange);
+        return !tChange || rLister.Offer(*tChange);
+    };
+    // One range of one path: straight from the change index, so that a
+    // listing with a maximum reads no further than it shows.
+    if (atArgs.size() == 1 && atArgs[0].astrPrefixes.size() == 1)
+    {
+        VisitChangesOf(rContext, atArgs[0], atArgs[0].astrPrefixes[0], pView.get(), bOldestFirst, fnOffer);
+        return;
+    }
+    std::set<long long> setChanges;
+    for (const TChangesArg& tArg : atArgs)
+    {
+        for (const std::string& strPrefix : tArg.astrPrefixes)
+        {
+            VisitChangesOf(rContext, tArg, strPrefix, pView.get(), false,
+                           [&](long long nChange)
+                           {
+                               setChanges.insert(nChange);
+                               return true;
+                           });
+        }
+    }
+    if (bOldestFirst)
+    {
+        for (auto it = setChanges.begin(); it != setChanges.end() && fnOffer(*it); ++it)
+        {
+        }
+        return;
+    }
+    for (auto it = setChanges.rbegin(); it != setChanges.rend() && fnOffer(*it); ++it)
+    {
+    }
+}
+
+TRecord DescribeRecord(const TChangeRec& tChange, const std::vector<TRevRec>& atRevs)
+{
+    TRecord aRecord = {{"change", Num(tChange.nChange)}, {"user", tChange.strUser},
+                       {"client", tChange.strClient},    {"time", Num(tChange.nTime)},
+                       {"desc", tChange.strDescription}, {"status", tChange.strStatus},
+                       {"changeType", "public"},         {"path", tChange.strPath}};
+    for (size_t i = 0; i < atRevs.size(); ++i)
+    {
+        const TRevRec& tRev = atRevs[i];
+        std::string strIndex = Num(static_cast<long long>(i));
+        aRecord.push_back({"depotFile" + strIndex, tRev.strDepotFile});
+        aRecord.push_back({"action" + strIndex, tRev.strAction});
+        aRecord.push_back({"type" + strIndex, tRev.strType});
+        aRecord.push_back({"rev" + strIndex, Num(tRev.nRev)});
+        if (!tRev.Deleted())
+        {
+            aRecord.push_back({"fileSize" + strIndex, Num(tRev.nSize)});
+            aRecord.push_back({"digest" + strIndex, tRev.strDigest});
+        }
+    }
+    return aRecord;
+}
+
+std::string DescribeText(const TChangeRec& tChange, const std::vector<TRevRec>& atRevs, bool bShort)
+{
+    std::string strText = "Change " + Num(tChange.nChange) + " by " + tChange.strUser + "@" + tChange.strClient +
+                          " on " + FormatDateTime(tChange.nTime) + "\n\n" + Indented(tChange.strDescription) +
+                          "\nAffected files ...\n\n";
+    for (const TRevRec& tRev : atRevs)
+        strText += "... " + tRev.strDepotFile + "#" + Num(tRev.nRev) + " " + tRev.strAction + "\n";
+    strText += "\n";
+    if (bShort)
+        return strText;
+    // Differences are announced but not computed: see README.
+    strText += "Differences ...\n\n";
+    for (const TRevRec& tRev : atRevs)
+    {
+        if (tRev.strAction == "edit" || tRev.strAction == "integrate")
+            strText += "==== " + tRev.strDepotFile + "#" + Num(tRev.nRev) + " (" + tRev.strType + ") ====\n\n";
+    }
+    return strText;
+}
+
+} // namespace
+
+void CmdChanges(TContext& tContext, const TOptions& tOptions)
+{
+    CChangeLister cLister(tContext, tOptions);
+    long long nMinChange = 1;
+    if (tOptions.Has('e') && !ParseUInt(tOptions.Value('e'), nMinChange))
+        throw EP4Error("Invalid changelist number '" + tOptions.Value('e') + "'.");
+    if (!tOptions.astrArgs.empty())
+    {
+        ListChangesOfFiles(tContext, tOptions, cLister, nMinChange);
+        return;
+    }
+    if (cLister.Done())
+        return;
+    tContext.pStore->VisitChanges(nMinChange, tContext.pStore->MaxChange(), tOptions.Has('r'),
+                                  [&](const TChangeRec& tChange) { return cLister.Offer(tChange); });
+}
+
+void CmdDescribe(TContext& tContext, const TOptions& tOptions)
+{
+    if (tOptions.astrArgs.empty())
+        throw UsageError(tContext, "Missing/wrong number of arguments.");
+    bool bShort = tOptions.Has('s') || tOptions.Has('S');
+    for (const std::string& strArg : tOptions.astrArgs)
+    {
+        long long nChange;
+        if (!ParseUInt(strArg, nChange) || nChange == 0)
+        {
+            tContext.pOutput->Message("Invalid changelist number '" + strArg + "'.", eSeverityFailed, eGenericUsage);
+            continue;
+        }
+        std::optional<TChangeRec> tChange = tContext.pStore->Change(nChange);
+        if (!tChange)
+        {
+            tContext.pOutput->Message("Change " + strArg + " unknown.", eSeverityFailed, eGenericUnknown);
+            continue;
+        }
+        std::vector<TRevRec> atRevs = tContext.pStore->RevsOfChange(nChange);
+        tContext.pOutput->Stat(DescribeRecord(*tChange, atRevs), DescribeText(*tChange, atRevs, bShort));
+    }
+}
+
+} // namespace P4SIM
+} // namespace ORVANE

@@ -1,0 +1,454 @@
+// `admin generate`: a reproducible, realistic history. The same options
+// give the same history, byte for byte, on every platform.
+#include "History.h"
+
+#include "Text.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <map>
+
+namespace ORVANE
+{
+namespace P4SIM
+{
+
+namespace
+{
+
+// Deterministic pseudo-random numbers (splitmix64), the same on every
+// platform and library.
+class CRandom
+{
+public:
+    explicit CRandom(uint64_t nSeed) : m_nState(nSeed) {}
+    uint64_t Next()
+    {
+        uint64_t n = (m_nState += 0x9e3779b97f4a7c15ULL);
+        n = (n ^ (n >> 30)) * 0xbf58476d1ce4e5b9ULL;
+        n = (n ^ (n >> 27)) * 0x94d049bb133111ebULL;
+        return n ^ (n >> 31);
+    }
+    // A value in [0, nRange), nRange > 0.
+    uint64_t Below(uint64_t nRange) { return Next() % nRange; }
+    bool Chance(unsigned nPercent) { return Below(100) < nPercent; }
+
+private:
+    uint64_t m_nState;
+};
+
+const char* const s_apszWords[] = {"alpha", "buffer", "cache",  "delta",  "engine", "filter", "graph",  "handle",
+                                   "index", "join",   "kernel", "layout", "merge",  "node",   "offset", "parse",
+                                   "queue", "render", "stream", "token",  "update", "vector", "window", "yield"};
+const char* const s_apszUsers[] = {"alice", "bob", "carol", "dave", "erin", "frank"};
+const char* const s_apszDirs[] = {"src", "src/core", "src/ui", "include", "docs", "tests", "assets", "tools"};
+
+template <size_t N> const char* Pick(CRandom& rRandom, const char* const (&apsz)[N])
+{
+    return apsz[rRandom.Below(N)];
+}
+
+std::string Word(CRandom& rRandom)
+{
+    return Pick(rRandom, s_apszWords);
+}
+
+std::string MakeText(CRandom& rRandom, size_t nLines)
+{
+    std::string str;
+    for (size_t i = 0; i < nLines; ++i)
+    {
+        size_t nWords = 1 + rRandom.Below(8);
+        for (size_t k = 0; k < nWords; ++k)
+        {
+            if (k)
+                str += ' ';
+            str += Word(rRandom);
+        }
+        str += '\n';
+    }
+    return str;
+}
+
+std::string MakeBinary(CRandom& rRandom, size_t nSize)
+{
+    std::string str(nSize, '\0');
+    for (char& c : str)
+        c = char(rRandom.Below(256));
+    return str;
+}
+
+// Varied sizes: mostly small, some medium, now and then a large one.
+size_t TextLines(CRandom& rRandom)
+{
+    unsigned nKind = unsigned(rRandom.Below(100));
+    if (nKind < 60)
+        return 1 + rRandom.Below(20);
+    if (nKind < 95)
+        return 20 + rRandom.Below(200);
+    return 1000 + rRandom.Below(2000);
+}
+
+std::string EditText(CRandom& rRandom, const std::string& strOld)
+{
+    std::vector<std::string> astrLines = SplitLines(strOld);
+    if (!astrLines.empty() && astrLines.back().empty())
+        astrLines.pop_back();
+    size_t nEdits = 1 + rRandom.Below(4);
+    for (size_t e = 0; e < nEdits; ++e)
+    {
+        size_t nAt = astrLines.empty() ? 0 : rRandom.Below(astrLines.size() + 1);
+        switch (rRandom.Below(3))
+        {
+        case 0:
+            astrLines.insert(astrLines.begin() + long(nAt), Word(rRandom) + " " + Word(rRandom));
+            break;
+        case 1:
+            if (!astrLines.empty() && nAt < astrLines.size())
+                astrLines.erase(astrLines.begin() + long(nAt));
+            break;
+        default:
+            if (nAt < astrLines.size())
+                astrLines[nAt] = Word(rRandom) + " " + Word(rRandom) + " " + Word(rRandom);
+            else
+                astrLines.push_back(Word(rRandom));
+        }
+    }
+    std::string str;
+    for (const std::string& strLine : astrLines)
+        str += strLine + "\n";
+    return str;
+}
+
+using TContent = std::shared_ptr<const std::string>;
+
+struct TFileState
+{
+    std::string strType;
+    TContent pContent; // shared with the branches that copied it
+};
+
+bool SameContent(const TContent& pA, const TContent& pB)
+{
+    return pA == pB || *pA == *pB;
+}
+
+TFileAction Action(const std::string& strPath, const char* pszAction, const std::string& strFrom = "")
+{
+    TFileAction tAction;
+    tAction.strPath = strPath;
+    tAction.strAction = pszAction;
+    tAction.strFrom = strFrom;
+    return tAction;
+}
+
+class CGenerator
+{
+public:
+    CGenerator(const TGenerateOptions& tOptions, CHistorySink& rSink)
+        : m_tOptions(tOptions), m_cRandom(tOptions.nSeed), m_rSink(rSink)
+    {
+    }
+    void Run();
+
+private:
+    void AddUsers();
+    void Begin(const std::string& strDescription);
+    void End();
+    bool Touched(const std::string& strPath) const;
+    std::vector<const std::string*> FilesIn(const std::string& strStream) const;
+    std::string NewName(const std::string& strStream);
+    void AddNewFile(const std::string& strStream);
+    void EditFile(const std::string& strPath);
+    void Work(const std::string& strStream);
+    void MoveOneOf(const std::string& strStream, const std::vector<const std::string*>& apFiles);
+    void MakeBranch();
+    void Integrate();
+    void MultiStreamEdit();
+
+    TGenerateOptions m_tOptions;
+    CRandom m_cRandom;
+    CHistorySink& m_rSink;
+    std::vector<TBranchRec> m_atBranches;
+    long long m_nChangesMade = 0;
+    TChangeSpec m_tCurrent;
+    std::map<std::string, TFileState> m_mapFiles;
+    std::vector<std::string> m_astrStreams;
+    long long m_nTime = 1300000000;
+    long long m_nSerial = 1;
+};
+
+void CGenerator::Run()
+{
+    AddUsers();
+    m_astrStreams.push_back("//depot/main/");
+    long long nTotal = std::max(1LL, m_tOptions.nChanges);
+    // The first change imports the mainline.
+    Begin("Initial import of the mainline");
+    for (long long i = 0; i < std::max(1LL, m_tOptions.nFiles); ++i)
+        AddNewFile("//depot/main/");
+    End();
+    long long nBranchesMade = 0;
+    for (long long n = 2; n <= nTotal; ++n)
+    {
+        // Branches are spread evenly over the history.
+        if (nBranchesMade < m_tOptions.nBranches &&
+            n >= 2 + (nBranchesMade + 1) * (nTotal - 1) / (m_tOptions.nBranches + 1))
+        {
+            MakeBranch();
+            ++nBranchesMade;
+            continue;
+        }
+        unsigned nKind = unsigned(m_cRandom.Below(100));
+        if (nKind < 10 && m_astrStreams.size() > 1)
+            Integrate();
+        else if (nKind < 18 && m_astrStreams.size() > 1)
+            MultiStreamEdit();
+        else
+            Work(m_astrStreams[m_cRandom.Below(m_astrStreams.size())]);
+    }
+    for (long long nLeft = m_tOptions.nBranches - nBranchesMade; nLeft > 0; --nLeft)
+        MakeBranch();
+    m_rSink.Finish(m_atBranches, {});
+}
+
+void CGenerator::AddUsers()
+{
+    std::vector<TUserRec> atUsers;
+    for (const char* pszUser : s_apszUsers)
+    {
+        TUserRec tUser;
+        tUser.strName = pszUser;
+        tUser.strEmail = std::string(pszUser) + "@example.com";
+        tUser.strFullName = std::string(1, char(pszUser[0] - 'a' + 'A')) + (pszUser + 1);
+        tUser.nUpdated = tUser.nAccessed = m_nTime;
+        atUsers.push_back(tUser);
+    }
+    m_rSink.AddUsers(atUsers);
+}
+
+void CGenerator::Begin(const std::string& strDescription)
+{
+    // Equal submit times now and then; otherwise minutes to hours apart.
+    if (m_nChangesMade > 0 && !m_cRandom.Chance(8))
+        m_nTime += 60 + static_cast<long long>(m_cRandom.Below(7200));
+    TChangeSpec tChange;
+    tChange.strUser = Pick(m_cRandom, s_apszUsers);
+    tChange.strClient = tChange.strUser + "-ws";
+    tChange.nTime = m_nTime;
+    tChange.strDescription = strDescription + "\n";
+    if (m_cRandom.Chance(20))
+        tChange.strDescription += "\n" + MakeText(m_cRandom, 1 + m_cRandom.Below(4));
+    m_tCurrent = tChange;
+}
+
+void CGenerator::End()
+{
+    if (!m_tCurrent.atFiles.empty())
+    {
+        ++m_nChangesMade;
+        m_rSink.AddChange(m_tCurrent);
+    }
+    m_tCurrent = TChangeSpec();
+}
+
+bool CGenerator::Touched(const std::string& strPath) const
+{
+    for (const TFileAction& tAction : m_tCurrent.atFiles)
+    {
+        if (tAction.strPath == strPath || tAction.strFrom == strPath)
+            return true;
+    }
+    return false;
+}
+
+// The names of the files in a stream, in order: pointers to the keys of
+// m_mapFiles, valid until that file is removed.
+std::vector<const std::string*> CGenerator::FilesIn(const std::string& strStream) const
+{
+    std::vector<const std::string*> apOut;
+    for (auto it = m_mapFiles.lower_bound(strStream); it != m_mapFiles.end() && StartsWith(it->first, strStream); ++it)
+        apOut.push_back(&it->first);
+    return apOut;
+}
+
+std::string CGenerator::NewName(const std::string& strStream)
+{
+    std::string strDir = Pick(m_cRandom, s_apszDirs);
+    bool bBinary = strDir == "assets";
+    std::string strName;
+    do
+    {
+        strName = Word(m_cRandom) + "_" + std::to_string(m_nSerial++);
+        // A few names with the characters the server escapes.
+        if (m_cRandom.Chance(3))
+            strName += "@v2";
+        if (m_cRandom.Chance(2))
+            strName += "#1";
+        strName += bBinary ? ".bin" : (strDir == "docs" ? ".txt" : (m_cRandom.Chance(10) ? ".sh" : ".c"));
+    } while (m_mapFiles.count(strStream + strDir + "/" + strName));
+    return strStream + strDir + "/" + strName;
+}
+
+void CGenerator::AddNewFile(const std::string& strStream)
+{
+    TFileAction tAction = Action(NewName(strStream), "add");
+    if (EndsWith(tAction.strPath, ".bin"))
+    {
+        tAction.strType = "binary";
+        size_t nRange = m_cRandom.Chance(10) ? 200000 : 4000;
+        tAction.pContent = std::make_shared<const std::string>(MakeBinary(m_cRandom, 16 + m_cRandom.Below(nRange)));
+    }
+    else
+    {
+        tAction.strType = EndsWith(tAction.strPath, ".sh") ? "text+x" : "text";
+        tAction.pContent = std::make_shared<const std::string>(MakeText(m_cRandom, TextLines(m_cRandom)));
+    }
+    m_mapFiles[tAction.strPath] = TFileState{tAction.strType, tAction.pContent};
+    m_tCurrent.atFiles.push_back(tAction);
+}
+
+void CGenerator::EditFile(const std::string& strPath)
+{
+    TFileState& tState = m_mapFiles[strPath];
+    TFileAction tAction = Action(strPath, "edit");
+    tAction.strType = tState.strType;
+    tAction.pContent = std::make_shared<const std::string>(tState.strType == "binary"
+                                                               ? MakeBinary(m_cRandom, 16 + m_cRandom.Below(4000))
+                                                               : EditText(m_cRandom, *tState.pContent));
+    tState.pContent = tAction.pContent;
+    m_tCurrent.atFiles.push_back(tAction);
+}
+
+void CGenerator::Work(const std::string& strStream)
+{
+    Begin(Word(m_cRandom) + ": " + Word(m_cRandom) + " the " + Word(m_cRandom) + " " + Word(m_cRandom));
+    std::vector<const std::string*> apFiles = FilesIn(strStream);
+    size_t nEdits = apFiles.empty() ? 0 : 1 + m_cRandom.Below(std::min<size_t>(6, apFiles.size()));
+    for (size_t i = 0; i < nEdits; ++i)
+    {
+        const std::string& strPath = *apFiles[m_cRandom.Below(apFiles.size())];
+        if (!Touched(strPath))
+            EditFile(strPath);
+    }
+    if (m_cRandom.Chance(30) || apFiles.empty())
+        AddNewFile(strStream);
+    // A deleted file leaves the list of files only at the end, so that the
+    // names picked from apFiles stay valid; the move below skips it as
+    // touched.
+    std::string strDeleted;
+    if (apFiles.size() > 3 && m_cRandom.Chance(10))
+    {
+        const std::string& strPath = *apFiles[m_cRandom.Below(apFiles.size())];
+        if (!Touched(strPath))
+        {
+            m_tCurrent.atFiles.push_back(Action(strPath, "delete"));
+            strDeleted = strPath;
+        }
+    }
+    if (apFiles.size() > 3 && m_cRandom.Chance(8))
+        MoveOneOf(strStream, apFiles);
+    if (!strDeleted.empty())
+        m_mapFiles.erase(strDeleted);
+    End();
+}
+
+void CGenerator::MoveOneOf(const std::string& strStream, const std::vector<const std::string*>& apFiles)
+{
+    std::string strPath = *apFiles[m_cRandom.Below(apFiles.size())];
+    if (Touched(strPath) || !m_mapFiles.count(strPath))
+        return;
+    std::string strTo = NewName(strStream);
+    TFileState tState = m_mapFiles[strPath];
+    m_tCurrent.atFiles.push_back(Action(strTo, "move/add", strPath));
+    m_tCurrent.atFiles.push_back(Action(strPath, "move/delete"));
+    m_mapFiles.erase(strPath);
+    m_mapFiles[strTo] = tState;
+}
+
+void CGenerator::MakeBranch()
+{
+    std::string strName = "rel" + std::to_string(m_astrStreams.size());
+    std::string strSource = m_astrStreams[m_cRandom.Below(m_astrStreams.size())];
+    std::string strTarget = "//depot/" + strName + "/";
+    TBranchRec tBranch;
+    tBranch.strName = strName;
+    tBranch.strOwner = Pick(m_cRandom, s_apszUsers);
+    tBranch.strDescription = "Created by " + tBranch.strOwner + ".\n";
+    tBranch.strOptions = "unlocked";
+    tBranch.astrView.push_back(strSource + "... " + strTarget + "...");
+    tBranch.nUpdated = tBranch.nAccessed = m_nTime;
+    m_atBranches.push_back(tBranch);
+    Begin("Branch " + strSource + "... to " + strTarget + "...");
+    for (const std::string* pPath : FilesIn(strSource))
+    {
+        std::string strTo = strTarget + pPath->substr(strSource.size());
+        m_tCurrent.atFiles.push_back(Action(strTo, "branch", *pPath));
+        m_mapFiles[strTo] = m_mapFiles[*pPath];
+    }
+    m_astrStreams.push_back(strTarget);
+    End();
+}
+
+void CGenerator::Integrate()
+{
+    size_t nTarget = 1 + m_cRandom.Below(m_astrStreams.size() - 1);
+    const std::string strTarget = m_astrStreams[nTarget];
+    const std::string strSource = m_astrStreams[0];
+    Begin("Integrate " + strSource + "... to " + strTarget + "...");
+    for (const std::string* pPath : FilesIn(strSource))
+    {
+        std::string strTo = strTarget + pPath->substr(strSource.size());
+        const TFileState& tSource = m_mapFiles[*pPath];
+        auto it = m_mapFiles.find(strTo);
+        if (it == m_mapFiles.end())
+        {
+            if (m_cRandom.Chance(50))
+            {
+                m_tCurrent.atFiles.push_back(Action(strTo, "branch", *pPath));
+                m_mapFiles[strTo] = tSource;
+            }
+        }
+        else if (!SameContent(it->second.pContent, tSource.pContent) && m_cRandom.Chance(60))
+        {
+            m_tCurrent.atFiles.push_back(Action(strTo, "integrate", *pPath));
+            it->second = tSource;
+        }
+    }
+    if (m_tCurrent.atFiles.empty())
+    {
+        m_tCurrent = TChangeSpec();
+        Work(strTarget);
+        return;
+    }
+    End();
+}
+
+void CGenerator::MultiStreamEdit()
+{
+    Begin("Fix the same " + Word(m_cRandom) + " bug on several branches");
+    for (const std::string& strStream : m_astrStreams)
+    {
+        if (!m_cRandom.Chance(60) && strStream != m_astrStreams[0])
+            continue;
+        std::vector<const std::string*> apFiles = FilesIn(strStream);
+        if (apFiles.empty())
+            continue;
+        const std::string& strPath = *apFiles[m_cRandom.Below(apFiles.size())];
+        if (!Touched(strPath))
+            EditFile(strPath);
+    }
+    if (m_tCurrent.atFiles.empty())
+        AddNewFile(m_astrStreams[0]);
+    End();
+}
+
+} // namespace
+
+void GenerateHistory(const TGenerateOptions& tOptions, CHistorySink& rSink)
+{
+    CGenerator(tOptions, rSink).Run();
+}
+
+} // namespace P4SIM
+} // namespace ORVANE

@@ -1,0 +1,238 @@
+// The history format of `admin load` and `admin generate --json`.
+#include "History.h"
+
+#include "Digest.h"
+#include "Text.h"
+
+#include <set>
+#include <stdexcept>
+
+namespace ORVANE
+{
+namespace P4SIM
+{
+
+using nlohmann::json;
+
+namespace
+{
+
+std::string Str(const json& jObject, const char* pszKey, const std::string& strDefault = "")
+{
+    auto it = jObject.find(pszKey);
+    if (it == jObject.end() || it->is_null())
+        return strDefault;
+    if (!it->is_string())
+        throw std::runtime_error(std::string("'") + pszKey + "' must be a string");
+    return it->get<std::string>();
+}
+
+long long Int(const json& jObject, const char* pszKey, long long nDefault = 0)
+{
+    auto it = jObject.find(pszKey);
+    if (it == jObject.end() || it->is_null())
+        return nDefault;
+    if (!it->is_number_integer())
+        throw std::runtime_error(std::string("'") + pszKey + "' must be an integer");
+    return it->get<long long>();
+}
+
+std::vector<std::string> Lines(const json& jObject, const char* pszKey)
+{
+    std::vector<std::string> astrOut;
+    auto it = jObject.find(pszKey);
+    if (it == jObject.end() || it->is_null())
+        return astrOut;
+    if (it->is_string())
+        return SplitLines(it->get<std::string>());
+    if (!it->is_array())
+        throw std::runtime_error(std::string("'") + pszKey + "' must be a list of lines");
+    for (const json& jLine : *it)
+        astrOut.push_back(jLine.get<std::string>());
+    return astrOut;
+}
+
+// A server keeps form and change descriptions with a final line end.
+std::string WithNewline(const std::string& str)
+{
+    if (str.empty() || str.back() == '\n')
+        return str;
+    return str + "\n";
+}
+
+bool IsBinaryType(const std::string& strType)
+{
+    return StartsWith(strType, "binary") || StartsWith(strType, "ubinary") || StartsWith(strType, "apple") ||
+           StartsWith(strType, "resource");
+}
+
+void CheckDepotPath(const std::string& strPath)
+{
+    if (!StartsWith(strPath, "//") || strPath.size() < 4 || EndsWith(strPath, "/") ||
+        strPath.find("...") != std::string::npos)
+        throw std::runtime_error("bad depot file path '" + strPath + "'");
+}
+
+TUserRec ParseUser(const json& jUser)
+{
+    TUserRec tUser;
+    tUser.strName = Str(jUser, "name");
+    if (tUser.strName.empty())
+        throw std::runtime_error("a user without a name");
+    tUser.strEmail = Str(jUser, "email", tUser.strName + "@p4sim");
+    tUser.strFullName = Str(jUser, "fullName", tUser.strName);
+    tUser.nUpdated = tUser.nAccessed = Int(jUser, "time", 0);
+    return tUser;
+}
+
+TBranchRec ParseBranch(const json& jBranch)
+{
+    TBranchRec tBranch;
+    tBranch.strName = Str(jBranch, "name");
+    if (tBranch.strName.empty())
+        throw std::runtime_error("a branch spec without a name");
+    tBranch.strOwner = Str(jBranch, "owner", "p4sim");
+    tBranch.strDescription = WithNewline(Str(jBranch, "description", "Created by " + tBranch.strOwner + "."));
+    tBranch.strOptions = Str(jBranch, "options", "unlocked");
+    tBranch.astrView = Lines(jBranch, "view");
+    tBranch.nUpdated = tBranch.nAccessed = Int(jBranch, "time", 0);
+    return tBranch;
+}
+
+TClientRec ParseClient(const json& jClient)
+{
+    TClientRec tClient;
+    tClient.strName = Str(jClient, "name");
+    if (tClient.strName.empty())
+        throw std::runtime_error("a client without a name");
+    tClient.strOwner = Str(jClient, "owner", "p4sim");
+    tClient.strHost = Str(jClient, "host");
+    tClient.strDescription = WithNewline(Str(jClient, "description", "Created by " + tClient.strOwner + "."));
+    tClient.strRoot = Str(jClient, "root");
+    tClient.strOptions = Str(jClient, "options", "noallwrite noclobber nocompress unlocked nomodtime normdir");
+    tClient.strSubmitOptions = Str(jClient, "submitOptions", "submitunchanged");
+    tClient.strLineEnd = Str(jClient, "lineEnd", "local");
+    tClient.astrView = Lines(jClient, "view");
+    tClient.nUpdated = tClient.nAccessed = Int(jClient, "time", 0);
+    return tClient;
+}
+
+TFileAction ParseFileAction(const json& jFile)
+{
+    static const std::set<std::string> s_setActions = {"add",       "edit",     "delete",     "branch",
+                                                       "integrate", "move/add", "move/delete"};
+    TFileAction tAction;
+    tAction.strPath = Str(jFile, "path");
+    CheckDepotPath(tAction.strPath);
+    tAction.strAction = Str(jFile, "action", "edit");
+    if (!s_setActions.count(tAction.strAction))
+        throw std::runtime_error("unknown action '" + tAction.strAction + "'");
+    tAction.strType = Str(jFile, "type");
+    if (jFile.contains("content"))
+        tAction.pContent = std::make_shared<const std::string>(Str(jFile, "content"));
+    else if (jFile.contains("base64"))
+        tAction.pContent = std::make_shared<const std::string>(Base64Decode(Str(jFile, "base64")));
+    tAction.strFrom = Str(jFile, "from");
+    if (!tAction.strFrom.empty())
+        CheckDepotPath(tAction.strFrom);
+    tAction.nFromRev = Int(jFile, "fromRev", 0);
+    return tAction;
+}
+
+TChangeSpec ParseChange(const json& jChange)
+{
+    TChangeSpec tChange;
+    tChange.nChange = Int(jChange, "change", 0);
+    tChange.strUser = Str(jChange, "user", "p4sim");
+    tChange.strClient = Str(jChange, "client", tChange.strUser + "-ws");
+    tChange.nTime = Int(jChange, "time", 0);
+    tChange.strDescription = WithNewline(Str(jChange, "description", "change"));
+    for (const json& jFile : jChange.value("files", json::array()))
+        tChange.atFiles.push_back(ParseFileAction(jFile));
+    return tChange;
+}
+
+json FileActionToJson(const TFileAction& tAction)
+{
+    json jFile = {{"path", tAction.strPath}, {"action", tAction.strAction}};
+    if (!tAction.strType.empty())
+        jFile["type"] = tAction.strType;
+    if (tAction.pContent)
+    {
+        if (IsBinaryType(tAction.strType))
+            jFile["base64"] = Base64Encode(*tAction.pContent);
+        else
+            jFile["content"] = *tAction.pContent;
+    }
+    if (!tAction.strFrom.empty())
+        jFile["from"] = tAction.strFrom;
+    if (tAction.nFromRev)
+        jFile["fromRev"] = tAction.nFromRev;
+    return jFile;
+}
+
+json ChangeToJson(const TChangeSpec& tChange)
+{
+    json jFiles = json::array();
+    for (const TFileAction& tAction : tChange.atFiles)
+        jFiles.push_back(FileActionToJson(tAction));
+    json jChange = {{"user", tChange.strUser},
+                    {"client", tChange.strClient},
+                    {"time", tChange.nTime},
+                    {"description", tChange.strDescription}};
+    if (tChange.nChange)
+        jChange["change"] = tChange.nChange;
+    jChange["files"] = jFiles;
+    return jChange;
+}
+
+} // namespace
+
+THistory ParseHistory(const json& jHistory)
+{
+    if (!jHistory.is_object())
+        throw std::runtime_error("the history must be a JSON object");
+    THistory tHistory;
+    for (const json& jUser : jHistory.value("users", json::array()))
+        tHistory.atUsers.push_back(ParseUser(jUser));
+    for (const json& jBranch : jHistory.value("branches", json::array()))
+        tHistory.atBranches.push_back(ParseBranch(jBranch));
+    for (const json& jClient : jHistory.value("clients", json::array()))
+        tHistory.atClients.push_back(ParseClient(jClient));
+    for (const json& jChange : jHistory.value("changes", json::array()))
+        tHistory.atChanges.push_back(ParseChange(jChange));
+    return tHistory;
+}
+
+json HistoryToJson(const THistory& tHistory)
+{
+    json jHistory = json::object();
+    json jUsers = json::array();
+    for (const TUserRec& tUser : tHistory.atUsers)
+    {
+        jUsers.push_back({{"name", tUser.strName},
+                          {"email", tUser.strEmail},
+                          {"fullName", tUser.strFullName},
+                          {"time", tUser.nUpdated}});
+    }
+    jHistory["users"] = jUsers;
+    json jBranches = json::array();
+    for (const TBranchRec& tBranch : tHistory.atBranches)
+    {
+        jBranches.push_back({{"name", tBranch.strName},
+                             {"owner", tBranch.strOwner},
+                             {"description", tBranch.strDescription},
+                             {"options", tBranch.strOptions},
+                             {"view", tBranch.astrView},
+                             {"time", tBranch.nUpdated}});
+    }
+    jHistory["branches"] = jBranches;
+    json jChanges = json::array();
+    for (const TChangeSpec& tChange : tHistory.atChanges)
+        jChanges.push_back(ChangeToJson(tChange));
+    jHistory["changes"] = jChanges;
+    return jHistory;
+}
+
+} // namespace P4SIM
+} // namespace ORVANE

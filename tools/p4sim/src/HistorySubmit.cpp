@@ -1,0 +1,239 @@
+// Submitting a history into the server state, change by change.
+#include "History.h"
+
+#include "Digest.h"
+#include "Store.h"
+#include "Text.h"
+
+#include <set>
+#include <stdexcept>
+
+namespace ORVANE
+{
+namespace P4SIM
+{
+
+namespace
+{
+
+// The common folder of a change's files, as the server shows it in the
+// "path" field: //depot/main/... for //depot/main/a and //depot/main/b/c.
+std::string CommonPath(const std::vector<TRevRec>& atRevs)
+{
+    if (atRevs.empty())
+        return "";
+    const std::string& strFirst = atRevs[0].strDepotFile;
+    std::string strPrefix = strFirst.substr(0, strFirst.rfind('/') + 1);
+    for (const TRevRec& tRev : atRevs)
+    {
+        while (!StartsWith(tRev.strDepotFile, strPrefix))
+        {
+            strPrefix.pop_back();
+            strPrefix = strPrefix.substr(0, strPrefix.rfind('/') + 1);
+        }
+    }
+    if (strPrefix.size() < 3)
+        strPrefix = "//";
+    return strPrefix + "...";
+}
+
+bool IsAddition(const std::string& strAction)
+{
+    return strAction == "add" || strAction == "branch" || strAction == "move/add";
+}
+
+bool TakesSource(const std::string& strAction)
+{
+    return strAction == "branch" || strAction == "integrate" || strAction == "move/add";
+}
+
+} // namespace
+
+CSubmitter::CSubmitter(CStore& rStore) : m_rStore(rStore), m_nNext(rStore.MaxChange() + 1) {}
+
+void CSubmitter::AddUsers(const std::vector<TUserRec>& atUsers)
+{
+    for (const TUserRec& tUser : atUsers)
+        m_rStore.PutUser(tUser);
+}
+
+std::vector<TFileAction> CSubmitter::ActionsOf(const TChangeSpec& tChange, long long nNumber) const
+{
+    // Each file once per change; move/add brings its move/delete along.
+    std::vector<TFileAction> atActions = tChange.atFiles;
+    std::set<std::string> setSeen;
+    for (const TFileAction& tAction : tChange.atFiles)
+        setSeen.insert(tAction.strPath);
+    for (const TFileAction& tAction : tChange.atFiles)
+    {
+        if (tAction.strAction != "move/add")
+            continue;
+        if (tAction.strFrom.empty())
+            throw std::runtime_error("move/add of " + tAction.strPath + " without 'from'");
+        if (setSeen.insert(tAction.strFrom).second)
+        {
+            TFileAction tDelete;
+            tDelete.strPath = tAction.strFrom;
+            tDelete.strAction = "move/delete";
+            atActions.push_back(tDelete);
+        }
+    }
+    if (setSeen.size() != atActions.size())
+        throw std::runtime_error("change " + std::to_string(nNumber) + " names a file twice");
+    return atActions;
+}
+
+// A branch, integration or move takes the source's content and type unless
+// the action gives them; the source's digest and size come along unread.
+void CSubmitter::TakeSource(const TFileAction& tAction, long long nNumber, const std::string& strWhat, TRevRec& tRev,
+                            std::shared_ptr<const std::string>& pContent)
+{
+    if (tAction.strFrom.empty())
+        throw std::runtime_error(strWhat + ": no 'from'");
+    std::string strSource = EscapeName(tAction.strFrom);
+    std::optional<TRevRec> tSource =
+        tAction.nFromRev ? m_rStore.Rev(strSource, tAction.nFromRev) : m_rStore.HeadRev(strSource, nNumber - 1);
+    if (!tSource || tSource->Deleted())
+        throw std::runtime_error(strWhat + ": no such source " + tAction.strFrom);
+    if (!pContent)
+    {
+        tRev.strDigest = tSource->strDigest;
+        tRev.nSize = tSource->nSize;
+    }
+    if (tRev.strType.empty())
+        tRev.strType = tSource->strType;
+}
+
+TRevRec CSubmitter::RevisionFor(const TFileAction& tAction, const TChangeSpec& tChange, long long nNumber)
+{
+    TRevRec tRev;
+    tRev.strDepotFile = EscapeName(tAction.strPath);
+    std::optional<TRevRec> tHead = m_rStore.HeadRev(tRev.strDepotFile, nNumber - 1);
+    bool bExists = tHead && !tHead->Deleted();
+    tRev.nRev = tHead ? tHead->nRev + 1 : 1;
+    tRev.nChange = nNumber;
+    tRev.strAction = tAction.strAction;
+    tRev.nTime = tRev.nModTime = tChange.nTime;
+    tRev.strType = tAction.strType;
+    std::string strWhat = tAction.strAction + " of " + tAction.strPath + " in change " + std::to_string(nNumber);
+    if (IsAddition(tAction.strAction) && bExists)
+        throw std::runtime_error(strWhat + ": the file exists");
+    if (!IsAddition(tAction.strAction) && !bExists)
+        throw std::runtime_error(strWhat + ": no such file");
+    std::shared_ptr<const std::string> pContent = tAction.pContent;
+    if (TakesSource(tAction.strAction))
+        TakeSource(tAction, nNumber, strWhat, tRev, pContent);
+    if (tRev.Deleted())
+    {
+        if (tRev.strType.empty())
+            tRev.strType = tHead->strType;
+        tRev.strDigest.clear();
+        tRev.nSize = 0;
+        return tRev;
+    }
+    if (tRev.strType.empty())
+        tRev.strType = bExists ? tHead->strType : "text";
+    if (tAction.strAction == "edit" && !pContent)
+        throw std::runtime_error(strWhat + ": no content");
+    if (pContent || tRev.strDigest.empty())
+    {
+        static const std::string s_strEmpty;
+        const std::string& strContent = pContent ? *pContent : s_strEmpty;
+        tRev.strDigest = Md5Hex(strContent);
+        tRev.nSize = static_cast<long long>(strContent.size());
+        m_rStore.PutContent(tRev.strDigest, strContent);
+    }
+    return tRev;
+}
+
+void CSubmitter::AddUserOf(const TChangeSpec& tChange)
+{
+    if (m_rStore.User(tChange.strUser))
+        return;
+    TUserRec tUser;
+    tUser.strName = tChange.strUser;
+    tUser.strEmail = tChange.strUser + "@" + tChange.strClient;
+    tUser.strFullName = tChange.strUser;
+    tUser.nUpdated = tUser.nAccessed = tChange.nTime;
+    m_rStore.PutUser(tUser);
+}
+
+void CSubmitter::AddChange(const TChangeSpec& tChange)
+{
+    long long nNumber = tChange.nChange ? tChange.nChange : m_nNext;
+    if (nNumber < m_nNext)
+    {
+        throw std::runtime_error("change " + std::to_string(nNumber) + " is not above the last change " +
+                                 std::to_string(m_nNext - 1));
+    }
+    m_nNext = nNumber + 1;
+    m_nLastTime = tChange.nTime;
+    if (tChange.atFiles.empty())
+        throw std::runtime_error("change " + std::to_string(nNumber) + " has no files");
+    // All revisions are worked out against the state before the change,
+    // then stored.
+    std::vector<TRevRec> atRevs;
+    for (const TFileAction& tAction : ActionsOf(tChange, nNumber))
+        atRevs.push_back(RevisionFor(tAction, tChange, nNumber));
+    for (const TRevRec& tRev : atRevs)
+        m_rStore.PutRev(tRev);
+
+    TChangeRec tRecord;
+    tRecord.nChange = nNumber;
+    tRecord.strUser = tChange.strUser;
+    tRecord.strClient = tChange.strClient;
+    tRecord.nTime = tChange.nTime;
+    tRecord.strDescription = tChange.strDescription;
+    tRecord.strStatus = "submitted";
+    tRecord.strPath = CommonPath(atRevs);
+    m_rStore.PutChange(tRecord);
+    AddUserOf(tChange);
+}
+
+void CSubmitter::Finish(const std::vector<TBranchRec>& atBranches, const std::vector<TClientRec>& atClients)
+{
+    for (TBranchRec tBranch : atBranches)
+    {
+        if (!tBranch.nUpdated)
+            tBranch.nUpdated = tBranch.nAccessed = m_nLastTime;
+        m_rStore.PutBranch(tBranch);
+    }
+    for (TClientRec tClient : atClients)
+    {
+        if (!tClient.nUpdated)
+            tClient.nUpdated = tClient.nAccessed = m_nLastTime;
+        m_rStore.PutClient(tClient);
+    }
+    m_rStore.SetMeta("change", std::to_string(m_nNext - 1));
+}
+
+void CHistoryCollector::AddUsers(const std::vector<TUserRec>& atUsers)
+{
+    m_tHistory.atUsers.insert(m_tHistory.atUsers.end(), atUsers.begin(), atUsers.end());
+    m_rNext.AddUsers(atUsers);
+}
+
+void CHistoryCollector::AddChange(const TChangeSpec& tChange)
+{
+    m_tHistory.atChanges.push_back(tChange);
+    m_rNext.AddChange(tChange);
+}
+
+void CHistoryCollector::Finish(const std::vector<TBranchRec>& atBranches, const std::vector<TClientRec>& atClients)
+{
+    m_tHistory.atBranches.insert(m_tHistory.atBranches.end(), atBranches.begin(), atBranches.end());
+    m_tHistory.atClients.insert(m_tHistory.atClients.end(), atClients.begin(), atClients.end());
+    m_rNext.Finish(atBranches, atClients);
+}
+
+void SubmitHistory(CStore& rStore, const THistory& tHistory)
+{
+    CSubmitter cSubmitter(rStore);
+    cSubmitter.AddUsers(tHistory.atUsers);
+    for (const TChangeSpec& tChange : tHistory.atChanges)
+        cSubmitter.AddChange(tChange);
+    cSubmitter.Finish(tHistory.atBranches, tHistory.atClients);
+}
+
+} // namespace P4SIM
+} // namespace ORVANE

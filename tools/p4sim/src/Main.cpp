@@ -1,0 +1,363 @@
+// p4sim: a local stand-in for a Perforce server and its `p4` client.
+//
+//   p4sim [global options] command [args...]   a `p4` command against the
+//                                              server named by P4PORT=sim:DIR
+//   p4sim admin init|load|generate ...         administration
+//
+// Test switches (environment): P4SIM_JOURNAL, P4SIM_FAIL, P4SIM_LATENCY_MS,
+// P4SIM_GARBLE (with P4SIM_GARBLE_MODE). See README.md.
+#include "Admin.h"
+#include "Commands.h"
+#include "FileSystem.h"
+#include "Help.h"
+#include "Switches.h"
+#include "Text.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+
+#include <pwd.h>
+#include <unistd.h>
+
+using namespace ORVANE::P4SIM;
+
+namespace
+{
+
+std::string EnvOr(const char* pszName, const std::string& strDefault)
+{
+    const char* pszValue = getenv(pszName);
+    return pszValue ? std::string(pszValue) : strDefault;
+}
+
+std::string HostName()
+{
+    char szBuffer[256];
+    if (gethostname(szBuffer, sizeof szBuffer) != 0)
+        return "localhost";
+    szBuffer[sizeof szBuffer - 1] = 0;
+    return szBuffer;
+}
+
+std::string LoginName()
+{
+    if (const char* pszUser = getenv("USER"))
+        return pszUser;
+    if (struct passwd* pEntry = getpwuid(getuid()))
+        return pEntry->pw_name;
+    return "user";
+}
+
+std::string ReadFd(int nFd)
+{
+    std::string strOut;
+    char szBuffer[65536];
+    while (true)
+    {
+        ssize_t nRead = read(nFd, szBuffer, sizeof szBuffer);
+        if (nRead < 0 && errno == EINTR)
+            continue;
+        if (nRead <= 0)
+            return strOut;
+        strOut.append(szBuffer, size_t(nRead));
+    }
+}
+
+// One run of the program: its arguments, current directory and, once
+// read, its standard input.
+class CInvocation
+{
+public:
+    CInvocation(int nArgc, char** ppszArgv);
+    const std::vector<std::string>& Argv() const { return m_astrArgv; }
+    const std::string& Cwd() const { return m_strCwd; }
+    void SetCwd(const std::string& strCwd) { m_strCwd = strCwd; }
+    const std::string& StdinRead() const { return m_strStdin; }
+    std::string ReadStdin();
+
+private:
+    std::vector<std::string> m_astrArgv;
+    std::string m_strCwd;
+    std::string m_strStdin;
+    bool m_bStdinTaken = false;
+};
+
+CInvocation::CInvocation(int nArgc, char** ppszArgv) : m_astrArgv(ppszArgv, ppszArgv + nArgc), m_strCwd(CurrentDir())
+{
+    // The logical current directory, as the real client keeps it.
+    const char* pszPwd = getenv("PWD");
+    if (pszPwd && NormalizePath(pszPwd) == NormalizePath(m_strCwd))
+        m_strCwd = pszPwd;
+}
+
+std::string CInvocation::ReadStdin()
+{
+    if (!m_bStdinTaken)
+    {
+        m_strStdin = ReadFd(0);
+        m_bStdinTaken = true;
+    }
+    return m_strStdin;
+}
+
+// The global options and environment, resolved.
+struct TGlobals
+{
+    TOutputMode eMode = eOutputPlain;
+    std::string strPort, strUser, strClient, strHost, strArgFile;
+    size_t nCommand = 1; // where the command is in argv
+};
+
+enum TGlobalsResult
+{
+    eGlobalsRun,
+    eGlobalsVersion,
+    eGlobalsHelp,
+    eGlobalsInvalid
+};
+
+// Options that p4sim accepts and ignores: with a value, and without.
+bool IgnoredOption(char c, bool& bTakesValue)
+{
+    bTakesValue = c == 'P' || c == 'C' || c == 'L' || c == 'Q' || c == 'r' || c == 'v' || c == 'b';
+    return bTakesValue || c == 'q' || c == 'I' || c == 's';
+}
+
+TGlobalsResult ParseGlobals(CInvocation& rInvocation, TGlobals& tGlobals)
+{
+    const std::vector<std::string>& astrArgv = rInvocation.Argv();
+    tGlobals.strPort = EnvOr("P4PORT", "perforce:1666");
+    tGlobals.strUser = EnvOr("P4USER", "");
+    tGlobals.strClient = EnvOr("P4CLIENT", "");
+    tGlobals.strHost = EnvOr("P4HOST", "");
+    size_t& i = tGlobals.nCommand;
+    for (i = 1; i < astrArgv.size(); ++i)
+    {
+        const std::string& strArg = astrArgv[i];
+        if (strArg.size() < 2 || strArg[0] != '-')
+            break;
+        if (strArg == "--help" || strArg == "-h")
+            return eGlobalsHelp;
+        auto fnValue = [&]() -> std::string
+        {
+            if (strArg.size() > 2)
+                return strArg.substr(2);
+            return i + 1 < astrArgv.size() ? astrArgv[++i] : "";
+        };
+        bool bTakesValue = false;
+        switch (strArg[1])
+        {
+        case 'G':
+            tGlobals.eMode = eOutputMarshal;
+            break;
+        case 'c':
+            tGlobals.strClient = fnValue();
+            break;
+        case 'H':
+            tGlobals.strHost = fnValue();
+            break;
+        case 'p':
+            tGlobals.strPort = fnValue();
+            break;
+        case 'u':
+            tGlobals.strUser = fnValue();
+            break;
+        case 'x':
+            tGlobals.strArgFile = fnValue();
+            break;
+        case 'd':
+            rInvocation.SetCwd(NormalizePath(JoinPath(rInvocation.Cwd(), fnValue())));
+            break;
+        case 'z':
+            if (fnValue() == "tag" && tGlobals.eMode != eOutputMarshal)
+                tGlobals.eMode = eOutputTagged;
+            break;
+        case 'V':
+            return eGlobalsVersion;
+        default:
+            if (!IgnoredOption(strArg[1], bTakesValue))
+                return eGlobalsInvalid;
+            if (bTakesValue)
+                fnValue();
+        }
+    }
+    return eGlobalsRun;
+}
+
+// Prints the error that the real client prints when no server answers.
+int ConnectError(const std::string& strPort, TOutputMode eMode)
+{
+    std::string strTarget = strPort.find(':') == std::string::npos ? strPort + ":1666" : strPort;
+    std::string strText = "Connect to server failed; check $P4PORT.\nTCP connect to " + strTarget +
+                          " failed.\nconnect: " + strTarget + ": Connection refused";
+    if (eMode == eOutputMarshal)
+    {
+        COutput cOutput(eMode);
+        cOutput.Message(strText, eSeverityFatal, eGenericComm);
+        WriteAll(1, cOutput.StdOut());
+        return eExitFailed;
+    }
+    std::string strPlain = "Perforce client error:\n";
+    for (const std::string& strLine : SplitLines(strText))
+        strPlain += "\t" + strLine + "\n";
+    WriteAll(2, strPlain);
+    return eExitFailed;
+}
+
+// The command in one transaction: committed when it ends normally, rolled
+// back when it fails.
+void RunCommand(CInvocation& rInvocation, const TGlobals& tGlobals, const TCommandSpec& tCommand,
+                const std::vector<std::string>& astrArgs, COutput& rOutput)
+{
+    CStore cStore(tGlobals.strPort.substr(4));
+    TContext tContext;
+    tContext.strPort = tGlobals.strPort;
+    tContext.strUser = tGlobals.strUser;
+    tContext.strClient = tGlobals.strClient;
+    tContext.strHost = tGlobals.strHost;
+    tContext.strCwd = rInvocation.Cwd();
+    tContext.pStore = &cStore;
+    tContext.pOutput = &rOutput;
+    tContext.pCommand = &tCommand;
+    tContext.fnReadStdin = [&rInvocation]() { return rInvocation.ReadStdin(); };
+    tContext.nNow = static_cast<long long>(time(nullptr));
+    try
+    {
+        TOptions tOptions = ParseOptions(tCommand, astrArgs);
+        bool bWrites =
+            tCommand.eWriteMode == eWrites || (tCommand.eWriteMode == eWritesUnlessOutput && !tOptions.Has('o'));
+        cStore.Begin(bWrites);
+        tCommand.fnRun(tContext, tOptions);
+        cStore.Commit();
+    }
+    catch (const EP4Error& e)
+    {
+        cStore.Rollback();
+        rOutput.Message(e.what(), e.Severity(), e.Generic());
+    }
+}
+
+// The command's arguments: those on the command line, then those of the
+// -x file, one a line.
+std::vector<std::string> CommandArgs(CInvocation& rInvocation, const TGlobals& tGlobals)
+{
+    const std::vector<std::string>& astrArgv = rInvocation.Argv();
+    std::vector<std::string> astrArgs(astrArgv.begin() + long(tGlobals.nCommand) + 1, astrArgv.end());
+    if (tGlobals.strArgFile.empty())
+        return astrArgs;
+    std::string strText = tGlobals.strArgFile == "-" ? rInvocation.ReadStdin() : ReadWholeFile(tGlobals.strArgFile);
+    for (std::string strLine : SplitLines(strText))
+    {
+        if (!strLine.empty() && strLine.back() == '\r')
+            strLine.pop_back();
+        if (!strLine.empty())
+            astrArgs.push_back(strLine);
+    }
+    return astrArgs;
+}
+
+// The help p4sim gives itself, without a server; -1 when the command line
+// asks for none.
+int HelpStatus(const std::string& strCommand, const std::vector<std::string>& astrArgs)
+{
+    std::string strText;
+    if (strCommand == "help")
+    {
+        bool bKnown = HelpFor(astrArgs, strText);
+        WriteAll(bKnown ? 1 : 2, strText);
+        return bKnown ? eExitOk : eExitUsage;
+    }
+    if (FindCommand(strCommand) && AsksForHelp(astrArgs))
+    {
+        HelpFor({strCommand}, strText);
+        WriteAll(1, strText);
+        return eExitOk;
+    }
+    return -1;
+}
+
+int RunClient(CInvocation& rInvocation)
+{
+    TGlobals tGlobals;
+    switch (ParseGlobals(rInvocation, tGlobals))
+    {
+    case eGlobalsVersion:
+        WriteAll(1, "Perforce - The Fast Software Configuration Management System.\n"
+                    "Rev. P4/LINUX26X86_64/2014.1/p4sim (2014/01/01).\n");
+        return eExitOk;
+    case eGlobalsHelp:
+        WriteAll(1, GlobalHelp());
+        return eExitOk;
+    case eGlobalsInvalid:
+        WriteAll(2,
+                 std::string(g_pszGlobalUsage) + "\nInvalid option: " + rInvocation.Argv()[tGlobals.nCommand] + ".\n");
+        return eExitFailed;
+    case eGlobalsRun:
+        break;
+    }
+    const std::vector<std::string>& astrArgv = rInvocation.Argv();
+    if (tGlobals.nCommand >= astrArgv.size())
+    {
+        WriteAll(1, GlobalHelp());
+        return eExitOk;
+    }
+    if (tGlobals.strUser.empty())
+        tGlobals.strUser = LoginName();
+    if (tGlobals.strHost.empty())
+        tGlobals.strHost = HostName();
+    if (tGlobals.strClient.empty())
+        tGlobals.strClient = tGlobals.strHost;
+    const std::string& strCommand = astrArgv[tGlobals.nCommand];
+    std::vector<std::string> astrArgs = CommandArgs(rInvocation, tGlobals);
+    int nHelp = HelpStatus(strCommand, astrArgs);
+    if (nHelp >= 0)
+        return nHelp;
+    if (!StartsWith(tGlobals.strPort, "sim:") || !FileExists(CStore::DbPath(tGlobals.strPort.substr(4))))
+        return ConnectError(tGlobals.strPort, tGlobals.eMode);
+
+    COutput cOutput(tGlobals.eMode);
+    const TCommandSpec* pCommand = FindCommand(strCommand);
+    if (pCommand)
+        RunCommand(rInvocation, tGlobals, *pCommand, astrArgs, cOutput);
+    else
+        cOutput.Message("Unknown command.  Try 'p4 help' for info.", eSeverityFailed, eGenericUsage);
+    std::string strOut = cOutput.StdOut();
+    if (tGlobals.eMode == eOutputMarshal && MatchesEnvRegex("P4SIM_GARBLE", JoinedArgs(astrArgv)))
+        strOut = Garble(strOut);
+    WriteAll(1, strOut);
+    WriteAll(2, cOutput.StdErr());
+    return cOutput.ExitStatus();
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    CInvocation cInvocation(argc, argv);
+    WaitLatency();
+    if (argc >= 2 && std::string(argv[1]) == "admin")
+        return RunAdmin(std::vector<std::string>(cInvocation.Argv().begin() + 2, cInvocation.Argv().end()));
+
+    std::string strJoined = JoinedArgs(cInvocation.Argv());
+    int nStatus;
+    if (MatchesEnvRegex("P4SIM_FAIL", strJoined))
+    {
+        WriteAll(2, "p4sim: simulated failure of '" + strJoined + "'\np4sim: the command matched P4SIM_FAIL\n");
+        nStatus = eExitFailed;
+    }
+    else
+    {
+        try
+        {
+            nStatus = RunClient(cInvocation);
+        }
+        catch (const std::exception& e)
+        {
+            WriteAll(2, std::string("p4sim: ") + e.what() + "\n");
+            nStatus = eExitFailed;
+        }
+    }
+    Journal(cInvocation.Argv(), cInvocation.Cwd(), cInvocation.StdinRead(), nStatus);
+    return nStatus;
+}

@@ -1,0 +1,71 @@
+// The records of the server state: users, changelists, file revisions,
+// branch and client specifications, have lists and sync marks.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace ORVANE
+{
+namespace P4SIM
+{
+
+struct TUserRec
+{
+    std::string strName, strEmail, strFullName;
+    long long nUpdated = 0, nAccessed = 0;
+};
+
+struct TChangeRec
+{
+    long long nChange = 0;
+    std::string strUser, strClient;
+    long long nTime = 0;
+    std::string strDescription, strStatus, strPath;
+};
+
+struct TRevRec
+{
+    std::string strDepotFile;
+    long long nRev = 0, nChange = 0;
+    std::string strAction, strType, strDigest;
+    long long nSize = 0, nTime = 0, nModTime = 0;
+
+    bool Deleted() const { return strAction == "delete" || strAction == "move/delete" || strAction == "purge"; }
+};
+
+struct TBranchRec
+{
+    std::string strName, strOwner, strDescription, strOptions;
+    std::vector<std::string> astrView;
+    long long nUpdated = 0, nAccessed = 0;
+};
+
+struct TClientRec
+{
+    std::string strName, strOwner, strHost, strDescription, strRoot, strOptions, strSubmitOptions, strLineEnd;
+    std::vector<std::string> astrView;
+    long long nUpdated = 0, nAccessed = 0;
+};
+
+struct THaveRec
+{
+    std::string strClientFile, strDepotFile;
+    long long nRev = 0;
+};
+
+// What a complete sync of one file argument left behind: every file of the
+// client that the pattern names is in the have list at its revision as of
+// nChange (and files deleted or not yet added then are not), nHaveCount
+// files in all. A later sync of the same pattern needs to look only at the
+// files changed between the two changes. Any other change of those have
+// entries, and any change of the client's view, removes the mark.
+struct TSyncMark
+{
+    std::string strPattern;
+    long long nChange = 0;
+    long long nHaveCount = 0;
+};
+
+} // namespace P4SIM
+} // namespace ORVANE

@@ -1,0 +1,175 @@
+// File revisions, contents, have lists and sync marks in the store.
+#include "Store.h"
+
+#include "Text.h"
+
+namespace ORVANE
+{
+namespace P4SIM
+{
+
+namespace
+{
+
+TRevRec ReadRev(const CStatement& cRow)
+{
+    TRevRec tRev;
+    tRev.strDepotFile = cRow.Text(0);
+    tRev.nRev = cRow.Int(1);
+    tRev.nChange = cRow.Int(2);
+    tRev.strAction = cRow.Text(3);
+    tRev.strType = cRow.Text(4);
+    tRev.strDigest = cRow.IsNull(5) ? std::string() : cRow.Text(5);
+    tRev.nSize = cRow.Int(6);
+    tRev.nTime = cRow.Int(7);
+    tRev.nModTime = cRow.Int(8);
+    return tRev;
+}
+
+THaveRec ReadHave(const CStatement& cRow)
+{
+    return THaveRec{cRow.Text(0), cRow.Text(1), cRow.Int(2)};
+}
+
+TSyncMark ReadMark(const CStatement& cRow)
+{
+    return TSyncMark{cRow.Text(0), cRow.Int(1), cRow.Int(2)};
+}
+
+} // namespace
+
+// ---------------------------------------------------------------- revisions
+
+void CStore::PutRev(const TRevRec& tRev)
+{
+    CStatement cInsert = Prepare(eQueryRevPut);
+    cInsert.Bind(1, tRev.strDepotFile).Bind(2, tRev.nRev).Bind(3, tRev.nChange).Bind(4, tRev.strAction);
+    cInsert.Bind(5, tRev.strType);
+    if (tRev.strDigest.empty())
+        cInsert.BindNull(6);
+    else
+        cInsert.Bind(6, tRev.strDigest);
+    cInsert.Bind(7, tRev.nSize).Bind(8, tRev.nTime).Bind(9, tRev.nModTime).Run();
+}
+
+std::vector<TRevRec> CStore::RevsOfChange(long long nChange)
+{
+    return ReadRows(Prepare(eQueryRevsOfChange).Bind(1, nChange), ReadRev);
+}
+
+std::vector<TRevRec> CStore::HeadsUnder(const std::string& strPrefix, long long nAtChange)
+{
+    std::vector<TRevRec> atOut;
+    CStatement cQuery = Prepare(eQueryRevsUnderUpTo);
+    cQuery.Bind(1, strPrefix).Bind(2, PrefixEnd(strPrefix)).Bind(3, nAtChange);
+    while (cQuery.Step())
+    {
+        // A file's revisions come in order: a later row of the same file
+        // is a newer head.
+        TRevRec tRev = ReadRev(cQuery);
+        if (!atOut.empty() && atOut.back().strDepotFile == tRev.strDepotFile)
+            atOut.back() = std::move(tRev);
+        else
+            atOut.push_back(std::move(tRev));
+    }
+    return atOut;
+}
+
+std::optional<TRevRec> CStore::Rev(const std::string& strDepotFile, long long nRev)
+{
+    return ReadRow(Prepare(eQueryRev).Bind(1, strDepotFile).Bind(2, nRev), ReadRev);
+}
+
+std::optional<TRevRec> CStore::HeadRev(const std::string& strDepotFile, long long nAtChange)
+{
+    return ReadRow(Prepare(eQueryHeadRev).Bind(1, strDepotFile).Bind(2, nAtChange), ReadRev);
+}
+
+std::vector<TRevRec> CStore::RevsUnder(const std::string& strPrefix, long long nLow, long long nHigh)
+{
+    CStatement cQuery = Prepare(eQueryRevsUnderBetween);
+    cQuery.Bind(1, strPrefix).Bind(2, PrefixEnd(strPrefix)).Bind(3, nLow).Bind(4, nHigh);
+    return ReadRows(cQuery, ReadRev);
+}
+
+bool CStore::FilesChangedBetween(long long nAfter, long long nUpTo, size_t nLimit, std::vector<std::string>& astrOut)
+{
+    CStatement cQuery = Prepare(eQueryFilesChangedBetween);
+    cQuery.Bind(1, nAfter).Bind(2, nUpTo).Bind(3, static_cast<long long>(nLimit) + 1);
+    size_t nRows = 0;
+    while (cQuery.Step())
+    {
+        if (++nRows > nLimit)
+            return false;
+        astrOut.push_back(cQuery.Text(0));
+    }
+    return true;
+}
+
+// ---------------------------------------------------------------- contents
+
+void CStore::PutContent(const std::string& strDigest, const std::string& strData)
+{
+    Prepare(eQueryContentPut).Bind(1, strDigest).BindBlob(2, strData).Run();
+}
+
+std::string CStore::Content(const std::string& strDigest)
+{
+    CStatement cQuery = Prepare(eQueryContent);
+    cQuery.Bind(1, strDigest);
+    return cQuery.Step() ? cQuery.Text(0) : std::string();
+}
+
+// ---------------------------------------------------------------- have lists
+
+std::vector<THaveRec> CStore::HaveUnder(const std::string& strClient, const std::string& strClientPrefix)
+{
+    CStatement cQuery = Prepare(eQueryHaveUnder);
+    cQuery.Bind(1, strClient).Bind(2, strClientPrefix).Bind(3, PrefixEnd(strClientPrefix));
+    return ReadRows(cQuery, ReadHave);
+}
+
+std::optional<THaveRec> CStore::Have(const std::string& strClient, const std::string& strClientFile)
+{
+    return ReadRow(Prepare(eQueryHave).Bind(1, strClient).Bind(2, strClientFile), ReadHave);
+}
+
+void CStore::PutHave(const std::string& strClient, const THaveRec& tHave)
+{
+    Prepare(eQueryHavePut)
+        .Bind(1, strClient)
+        .Bind(2, tHave.strClientFile)
+        .Bind(3, tHave.strDepotFile)
+        .Bind(4, tHave.nRev)
+        .Run();
+}
+
+void CStore::DeleteHave(const std::string& strClient, const std::string& strClientFile)
+{
+    Prepare(eQueryHaveDelete).Bind(1, strClient).Bind(2, strClientFile).Run();
+}
+
+// ---------------------------------------------------------------- sync marks
+
+std::vector<TSyncMark> CStore::SyncMarks(const std::string& strClient)
+{
+    return ReadRows(Prepare(eQueryMarks).Bind(1, strClient), ReadMark);
+}
+
+void CStore::PutSyncMark(const std::string& strClient, const TSyncMark& tMark)
+{
+    Prepare(eQueryMarkPut)
+        .Bind(1, strClient)
+        .Bind(2, tMark.strPattern)
+        .Bind(3, tMark.nChange)
+        .Bind(4, tMark.nHaveCount)
+        .Run();
+}
+
+void CStore::DeleteSyncMark(const std::string& strClient, const std::string& strPattern)
+{
+    Prepare(eQueryMarkDelete).Bind(1, strClient).Bind(2, strPattern).Run();
+}
+
+} // namespace P4SIM
+} // namespace ORVANE

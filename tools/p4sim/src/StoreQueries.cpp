@@ -1,0 +1,101 @@
+#include "StoreQueries.h"
+
+namespace ORVANE
+{
+namespace P4SIM
+{
+
+#define P4SIM_REV_COLUMNS "depot_file,rev,change,action,type,digest,size,time,modtime"
+#define P4SIM_CHANGE_COLUMNS "change,user,client,time,description,status,path"
+#define P4SIM_USER_COLUMNS "name,email,fullname,updated,accessed"
+#define P4SIM_BRANCH_COLUMNS "name,owner,description,options,view,updated,accessed"
+#define P4SIM_CLIENT_COLUMNS "name,owner,host,description,root,options,submit_options,line_end,view,updated,accessed"
+
+const char* const g_pszSyncMarksSchema =
+    "CREATE TABLE IF NOT EXISTS sync_marks(client TEXT NOT NULL, pattern TEXT NOT NULL, change INTEGER NOT NULL,"
+    " have_count INTEGER NOT NULL, PRIMARY KEY(client, pattern)) WITHOUT ROWID;";
+
+const char* const g_pszSchema = R"SQL(
+CREATE TABLE meta(key TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
+CREATE TABLE users(name TEXT PRIMARY KEY, email TEXT NOT NULL, fullname TEXT NOT NULL,
+    updated INTEGER NOT NULL, accessed INTEGER NOT NULL) WITHOUT ROWID;
+CREATE TABLE changes(change INTEGER PRIMARY KEY, user TEXT NOT NULL, client TEXT NOT NULL,
+    time INTEGER NOT NULL, description TEXT NOT NULL, status TEXT NOT NULL, path TEXT NOT NULL);
+CREATE TABLE contents(digest TEXT PRIMARY KEY, data BLOB NOT NULL) WITHOUT ROWID;
+CREATE TABLE revs(depot_file TEXT NOT NULL, rev INTEGER NOT NULL, change INTEGER NOT NULL,
+    action TEXT NOT NULL, type TEXT NOT NULL, digest TEXT, size INTEGER NOT NULL,
+    time INTEGER NOT NULL, modtime INTEGER NOT NULL,
+    PRIMARY KEY(depot_file, rev)) WITHOUT ROWID;
+CREATE INDEX revs_by_change ON revs(change, depot_file);
+CREATE TABLE branches(name TEXT PRIMARY KEY, owner TEXT NOT NULL, description TEXT NOT NULL,
+    options TEXT NOT NULL, view TEXT NOT NULL, updated INTEGER NOT NULL, accessed INTEGER NOT NULL) WITHOUT ROWID;
+CREATE TABLE clients(name TEXT PRIMARY KEY, owner TEXT NOT NULL, host TEXT NOT NULL,
+    description TEXT NOT NULL, root TEXT NOT NULL, options TEXT NOT NULL, submit_options TEXT NOT NULL,
+    line_end TEXT NOT NULL, view TEXT NOT NULL, updated INTEGER NOT NULL, accessed INTEGER NOT NULL) WITHOUT ROWID;
+CREATE TABLE have(client TEXT NOT NULL, client_file TEXT NOT NULL, depot_file TEXT NOT NULL,
+    rev INTEGER NOT NULL, PRIMARY KEY(client, client_file)) WITHOUT ROWID;
+)SQL";
+
+namespace
+{
+
+// In the order of TQuery.
+const char* const s_apszQueries[eQueryCount] = {
+    "SELECT value FROM meta WHERE key=?",
+    "INSERT OR REPLACE INTO meta(key,value) VALUES(?,?)",
+    "SELECT " P4SIM_USER_COLUMNS " FROM users ORDER BY name",
+    "SELECT " P4SIM_USER_COLUMNS " FROM users WHERE name=?",
+    "INSERT OR REPLACE INTO users(" P4SIM_USER_COLUMNS ") VALUES(?,?,?,?,?)",
+    "SELECT MAX(change) FROM changes",
+    "SELECT " P4SIM_CHANGE_COLUMNS " FROM changes WHERE change=?",
+    "INSERT OR REPLACE INTO changes(" P4SIM_CHANGE_COLUMNS ") VALUES(?,?,?,?,?,?,?)",
+    "SELECT " P4SIM_CHANGE_COLUMNS " FROM changes WHERE change>=? AND change<=? ORDER BY change DESC",
+    "SELECT " P4SIM_CHANGE_COLUMNS " FROM changes WHERE change>=? AND change<=? ORDER BY change",
+    // Through the change index, newest first: a listing with a maximum stops
+    // after the first few changes instead of sorting every revision of the
+    // path. The unary + keeps the path bounds out of the index choice.
+    "SELECT change,depot_file FROM revs INDEXED BY revs_by_change"
+    " WHERE change>=? AND change<=? AND +depot_file>=? AND +depot_file<? ORDER BY change DESC",
+    "SELECT change,depot_file FROM revs INDEXED BY revs_by_change"
+    " WHERE change>=? AND change<=? AND +depot_file>=? AND +depot_file<? ORDER BY change",
+    "SELECT depot_file FROM revs WHERE change>? AND change<=? LIMIT ?",
+    "INSERT OR REPLACE INTO revs(" P4SIM_REV_COLUMNS ") VALUES(?,?,?,?,?,?,?,?,?)",
+    "SELECT " P4SIM_REV_COLUMNS " FROM revs WHERE change=? ORDER BY depot_file",
+    // Rows come in (depot_file, rev) order: the last one of each file is
+    // its head.
+    "SELECT " P4SIM_REV_COLUMNS " FROM revs WHERE depot_file>=? AND depot_file<? AND change<=?",
+    "SELECT " P4SIM_REV_COLUMNS " FROM revs WHERE depot_file=? AND rev=?",
+    "SELECT " P4SIM_REV_COLUMNS " FROM revs WHERE depot_file=? AND change<=? ORDER BY rev DESC LIMIT 1",
+    "SELECT " P4SIM_REV_COLUMNS " FROM revs WHERE depot_file>=? AND depot_file<? AND change>=? AND change<=?",
+    "INSERT OR IGNORE INTO contents(digest,data) VALUES(?,?)",
+    "SELECT data FROM contents WHERE digest=?",
+    "SELECT " P4SIM_BRANCH_COLUMNS " FROM branches ORDER BY name",
+    "SELECT " P4SIM_BRANCH_COLUMNS " FROM branches WHERE name=?",
+    "INSERT OR REPLACE INTO branches(" P4SIM_BRANCH_COLUMNS ") VALUES(?,?,?,?,?,?,?)",
+    "DELETE FROM branches WHERE name=?",
+    "SELECT " P4SIM_CLIENT_COLUMNS " FROM clients ORDER BY name",
+    "SELECT " P4SIM_CLIENT_COLUMNS " FROM clients WHERE name=?",
+    "INSERT OR REPLACE INTO clients(" P4SIM_CLIENT_COLUMNS ") VALUES(?,?,?,?,?,?,?,?,?,?,?)",
+    "UPDATE clients SET accessed=? WHERE name=?",
+    "DELETE FROM clients WHERE name=?",
+    "SELECT client_file,depot_file,rev FROM have WHERE client=? AND client_file>=? AND client_file<?"
+    " ORDER BY client_file",
+    "SELECT client_file,depot_file,rev FROM have WHERE client=? AND client_file=?",
+    "INSERT OR REPLACE INTO have(client,client_file,depot_file,rev) VALUES(?,?,?,?)",
+    "DELETE FROM have WHERE client=? AND client_file=?",
+    "DELETE FROM have WHERE client=?",
+    "SELECT pattern,change,have_count FROM sync_marks WHERE client=?",
+    "INSERT OR REPLACE INTO sync_marks(client,pattern,change,have_count) VALUES(?,?,?,?)",
+    "DELETE FROM sync_marks WHERE client=? AND pattern=?",
+    "DELETE FROM sync_marks WHERE client=?",
+};
+
+} // namespace
+
+const char* QueryText(TQuery eQuery)
+{
+    return s_apszQueries[eQuery];
+}
+
+} // namespace P4SIM
+} // namespace ORVANE

@@ -1,0 +1,64 @@
+// Every SQL statement of the store, by name: prepared once per process on
+// first use, and listed so that a test can check that each one is answered
+// through an index.
+#pragma once
+
+namespace ORVANE
+{
+namespace P4SIM
+{
+
+enum TQuery
+{
+    eQueryMetaGet,
+    eQueryMetaPut,
+    eQueryUsers,
+    eQueryUser,
+    eQueryUserPut,
+    eQueryMaxChange,
+    eQueryChange,
+    eQueryChangePut,
+    eQueryChangesNewestFirst,
+    eQueryChangesOldestFirst,
+    eQueryRevsByChangeNewestFirst,
+    eQueryRevsByChangeOldestFirst,
+    eQueryFilesChangedBetween,
+    eQueryRevPut,
+    eQueryRevsOfChange,
+    eQueryRevsUnderUpTo,
+    eQueryRev,
+    eQueryHeadRev,
+    eQueryRevsUnderBetween,
+    eQueryContentPut,
+    eQueryContent,
+    eQueryBranches,
+    eQueryBranch,
+    eQueryBranchPut,
+    eQueryBranchDelete,
+    eQueryClients,
+    eQueryClient,
+    eQueryClientPut,
+    eQueryClientTouch,
+    eQueryClientDelete,
+    eQueryHaveUnder,
+    eQueryHave,
+    eQueryHavePut,
+    eQueryHaveDelete,
+    eQueryHaveDeleteClient,
+    eQueryMarks,
+    eQueryMarkPut,
+    eQueryMarkDelete,
+    eQueryMarksDeleteClient,
+    eQueryCount
+};
+
+// The statement's SQL text.
+const char* QueryText(TQuery eQuery);
+
+// The tables and indexes of a new server.
+extern const char* const g_pszSchema;
+// The table of sync marks, for servers made before it existed.
+extern const char* const g_pszSyncMarksSchema;
+
+} // namespace P4SIM
+} // namespace ORVANE

@@ -1,0 +1,216 @@
+// Users, changelists, branch and client specifications in the store.
+#include "Store.h"
+
+#include "Text.h"
+
+namespace ORVANE
+{
+namespace P4SIM
+{
+
+namespace
+{
+
+TUserRec ReadUser(const CStatement& cRow)
+{
+    TUserRec tUser;
+    tUser.strName = cRow.Text(0);
+    tUser.strEmail = cRow.Text(1);
+    tUser.strFullName = cRow.Text(2);
+    tUser.nUpdated = cRow.Int(3);
+    tUser.nAccessed = cRow.Int(4);
+    return tUser;
+}
+
+TChangeRec ReadChange(const CStatement& cRow)
+{
+    TChangeRec tChange;
+    tChange.nChange = cRow.Int(0);
+    tChange.strUser = cRow.Text(1);
+    tChange.strClient = cRow.Text(2);
+    tChange.nTime = cRow.Int(3);
+    tChange.strDescription = cRow.Text(4);
+    tChange.strStatus = cRow.Text(5);
+    tChange.strPath = cRow.Text(6);
+    return tChange;
+}
+
+TBranchRec ReadBranch(const CStatement& cRow)
+{
+    TBranchRec tBranch;
+    tBranch.strName = cRow.Text(0);
+    tBranch.strOwner = cRow.Text(1);
+    tBranch.strDescription = cRow.Text(2);
+    tBranch.strOptions = cRow.Text(3);
+    tBranch.astrView = SplitLines(cRow.Text(4));
+    tBranch.nUpdated = cRow.Int(5);
+    tBranch.nAccessed = cRow.Int(6);
+    return tBranch;
+}
+
+TClientRec ReadClient(const CStatement& cRow)
+{
+    TClientRec tClient;
+    tClient.strName = cRow.Text(0);
+    tClient.strOwner = cRow.Text(1);
+    tClient.strHost = cRow.Text(2);
+    tClient.strDescription = cRow.Text(3);
+    tClient.strRoot = cRow.Text(4);
+    tClient.strOptions = cRow.Text(5);
+    tClient.strSubmitOptions = cRow.Text(6);
+    tClient.strLineEnd = cRow.Text(7);
+    tClient.astrView = SplitLines(cRow.Text(8));
+    tClient.nUpdated = cRow.Int(9);
+    tClient.nAccessed = cRow.Int(10);
+    return tClient;
+}
+
+} // namespace
+
+// ---------------------------------------------------------------- users
+
+std::vector<TUserRec> CStore::Users()
+{
+    return ReadRows(Prepare(eQueryUsers), ReadUser);
+}
+
+std::optional<TUserRec> CStore::User(const std::string& strName)
+{
+    return ReadRow(Prepare(eQueryUser).Bind(1, strName), ReadUser);
+}
+
+void CStore::PutUser(const TUserRec& tUser)
+{
+    Prepare(eQueryUserPut)
+        .Bind(1, tUser.strName)
+        .Bind(2, tUser.strEmail)
+        .Bind(3, tUser.strFullName)
+        .Bind(4, tUser.nUpdated)
+        .Bind(5, tUser.nAccessed)
+        .Run();
+}
+
+// ---------------------------------------------------------------- changes
+
+long long CStore::MaxChange()
+{
+    CStatement cQuery = Prepare(eQueryMaxChange);
+    return cQuery.Step() ? cQuery.Int(0) : 0;
+}
+
+std::optional<TChangeRec> CStore::Change(long long nChange)
+{
+    return ReadRow(Prepare(eQueryChange).Bind(1, nChange), ReadChange);
+}
+
+void CStore::PutChange(const TChangeRec& tChange)
+{
+    Prepare(eQueryChangePut)
+        .Bind(1, tChange.nChange)
+        .Bind(2, tChange.strUser)
+        .Bind(3, tChange.strClient)
+        .Bind(4, tChange.nTime)
+        .Bind(5, tChange.strDescription)
+        .Bind(6, tChange.strStatus)
+        .Bind(7, tChange.strPath)
+        .Run();
+}
+
+void CStore::VisitChanges(long long nLow, long long nHigh, bool bOldestFirst,
+                          const std::function<bool(const TChangeRec&)>& fnVisit)
+{
+    CStatement cQuery = Prepare(bOldestFirst ? eQueryChangesOldestFirst : eQueryChangesNewestFirst);
+    cQuery.Bind(1, nLow).Bind(2, nHigh);
+    while (cQuery.Step())
+    {
+        if (!fnVisit(ReadChange(cQuery)))
+            return;
+    }
+}
+
+void CStore::VisitRevsByChange(long long nLow, long long nHigh, const std::string& strPrefix, bool bOldestFirst,
+                               const std::function<bool(long long, const std::string&)>& fnVisit)
+{
+    CStatement cQuery = Prepare(bOldestFirst ? eQueryRevsByChangeOldestFirst : eQueryRevsByChangeNewestFirst);
+    cQuery.Bind(1, nLow).Bind(2, nHigh).Bind(3, strPrefix).Bind(4, PrefixEnd(strPrefix));
+    while (cQuery.Step())
+    {
+        if (!fnVisit(cQuery.Int(0), cQuery.Text(1)))
+            return;
+    }
+}
+
+// ---------------------------------------------------------------- branches
+
+std::vector<TBranchRec> CStore::Branches()
+{
+    return ReadRows(Prepare(eQueryBranches), ReadBranch);
+}
+
+std::optional<TBranchRec> CStore::Branch(const std::string& strName)
+{
+    return ReadRow(Prepare(eQueryBranch).Bind(1, strName), ReadBranch);
+}
+
+void CStore::PutBranch(const TBranchRec& tBranch)
+{
+    Prepare(eQueryBranchPut)
+        .Bind(1, tBranch.strName)
+        .Bind(2, tBranch.strOwner)
+        .Bind(3, tBranch.strDescription)
+        .Bind(4, tBranch.strOptions)
+        .Bind(5, JoinLines(tBranch.astrView))
+        .Bind(6, tBranch.nUpdated)
+        .Bind(7, tBranch.nAccessed)
+        .Run();
+}
+
+void CStore::DeleteBranch(const std::string& strName)
+{
+    Prepare(eQueryBranchDelete).Bind(1, strName).Run();
+}
+
+// ---------------------------------------------------------------- clients
+
+std::vector<TClientRec> CStore::Clients()
+{
+    return ReadRows(Prepare(eQueryClients), ReadClient);
+}
+
+std::optional<TClientRec> CStore::Client(const std::string& strName)
+{
+    return ReadRow(Prepare(eQueryClient).Bind(1, strName), ReadClient);
+}
+
+void CStore::PutClient(const TClientRec& tClient)
+{
+    Prepare(eQueryClientPut)
+        .Bind(1, tClient.strName)
+        .Bind(2, tClient.strOwner)
+        .Bind(3, tClient.strHost)
+        .Bind(4, tClient.strDescription)
+        .Bind(5, tClient.strRoot)
+        .Bind(6, tClient.strOptions)
+        .Bind(7, tClient.strSubmitOptions)
+        .Bind(8, tClient.strLineEnd)
+        .Bind(9, JoinLines(tClient.astrView))
+        .Bind(10, tClient.nUpdated)
+        .Bind(11, tClient.nAccessed)
+        .Run();
+    Prepare(eQueryMarksDeleteClient).Bind(1, tClient.strName).Run();
+}
+
+void CStore::TouchClient(const std::string& strName, long long nAccessed)
+{
+    Prepare(eQueryClientTouch).Bind(1, nAccessed).Bind(2, strName).Run();
+}
+
+void CStore::DeleteClient(const std::string& strName)
+{
+    Prepare(eQueryClientDelete).Bind(1, strName).Run();
+    Prepare(eQueryHaveDeleteClient).Bind(1, strName).Run();
+    Prepare(eQueryMarksDeleteClient).Bind(1, strName).Run();
+}
+
+} // namespace P4SIM
+} // namespace ORVANE

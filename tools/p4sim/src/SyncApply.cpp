@@ -1,0 +1,254 @@
+// Carrying out a sync under the client's root: writing, updating and
+// removing files, and keeping the have list.
+#include "Sync.h"
+
+#include "FileSystem.h"
+#include "Text.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace ORVANE
+{
+namespace P4SIM
+{
+
+namespace
+{
+
+bool Executable(const std::string& strType)
+{
+    size_t nPlus = strType.find('+');
+    if (nPlus != std::string::npos && strType.find('x', nPlus) != std::string::npos)
+        return true;
+    return strType == "xtext" || strType == "kxtext" || strType == "xbinary";
+}
+
+bool Writable(const std::string& strPath)
+{
+    struct stat tStat;
+    if (lstat(strPath.c_str(), &tStat) != 0)
+        return false;
+    return (tStat.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) != 0;
+}
+
+std::string ConvertLineEnds(const std::string& strData, const std::string& strLineEnd)
+{
+    if (strLineEnd == "\n")
+        return strData;
+    std::string strOut;
+    strOut.reserve(strData.size() + strData.size() / 16);
+    for (char c : strData)
+    {
+        if (c == '\n')
+            strOut += strLineEnd;
+        else
+            strOut += c;
+    }
+    return strOut;
+}
+
+std::string WriteAllTo(int nFd, const std::string& strData, const std::string& strPath)
+{
+    size_t nDone = 0;
+    while (nDone < strData.size())
+    {
+        ssize_t nWritten = write(nFd, strData.data() + nDone, strData.size() - nDone);
+        if (nWritten < 0 && errno == EINTR)
+            continue;
+        if (nWritten < 0)
+            return "write: " + strPath + ": " + std::strerror(errno);
+        nDone += size_t(nWritten);
+    }
+    return "";
+}
+
+// Writes the file through a temporary name and a rename, so that a reader
+// never sees half a file. Returns an error text or "".
+std::string WriteLocal(const std::string& strPath, const std::string& strData, mode_t nMode, long long nModTime)
+{
+    try
+    {
+        MakeDirs(DirName(strPath));
+    }
+    catch (const std::exception& e)
+    {
+        return e.what();
+    }
+    std::string strTemp = strPath + ".p4sim-tmp";
+    int nFd = open(strTemp.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    if (nFd < 0)
+        return "open for write: " + strTemp + ": " + std::strerror(errno);
+    std::string strError = WriteAllTo(nFd, strData, strTemp);
+    fchmod(nFd, nMode);
+    close(nFd);
+    if (strError.empty() && nModTime > 0)
+    {
+        struct timeval atTimes[2];
+        atTimes[0].tv_sec = time_t(nModTime);
+        atTimes[0].tv_usec = 0;
+        atTimes[1] = atTimes[0];
+        utimes(strTemp.c_str(), atTimes);
+    }
+    if (strError.empty() && rename(strTemp.c_str(), strPath.c_str()) != 0)
+        strError = "rename: " + strPath + ": " + std::strerror(errno);
+    if (!strError.empty())
+        unlink(strTemp.c_str());
+    return strError;
+}
+
+void RemoveEmptyDirs(std::string strDir, const std::string& strRoot)
+{
+    std::string strTop = NormalizePath(strRoot);
+    while (strDir.size() > strTop.size() && StartsWith(strDir, strTop + "/"))
+    {
+        if (rmdir(strDir.c_str()) != 0)
+            break;
+        strDir = DirName(strDir);
+    }
+}
+
+// A writable file may hold the user's work: without clobber (or -f) it
+// stays.
+bool MayReplace(const TSyncSettings& tSettings, const std::string& strLocal)
+{
+    return tSettings.bForce || tSettings.bClobber || !Writable(strLocal);
+}
+
+// Removes the local file of a deletion; an error text or "".
+std::string RemoveLocal(const TClientView& tView, const TSyncSettings& tSettings, const TSyncAction& tAction)
+{
+    if (!MayReplace(tSettings, tAction.strLocal))
+        return "Can't clobber writable file " + tAction.strLocal;
+    if (unlink(tAction.strLocal.c_str()) != 0 && errno != ENOENT)
+        return "unlink: " + tAction.strLocal + ": " + std::strerror(errno);
+    if (tSettings.bRmDir)
+        RemoveEmptyDirs(DirName(tAction.strLocal), tView.tSpec.strRoot);
+    return "";
+}
+
+// Writes the target revision to the local file; an error text or "".
+std::string PutLocal(TContext& tContext, const TSyncSettings& tSettings, const TSyncAction& tAction)
+{
+    if (!MayReplace(tSettings, tAction.strLocal))
+        return "Can't clobber writable file " + tAction.strLocal;
+    const TRevRec& tRev = tAction.tTarget;
+    std::string strData = tContext.pStore->Content(tRev.strDigest);
+    if (IsTextType(tRev.strType))
+        strData = ConvertLineEnds(strData, tSettings.strLineEnd);
+    mode_t nUmask = umask(0);
+    umask(nUmask);
+    mode_t nMode = tSettings.bAllWrite ? 0666 : 0444;
+    if (Executable(tRev.strType))
+        nMode |= 0111;
+    return WriteLocal(tAction.strLocal, strData, nMode & ~nUmask, tSettings.bModTime ? tRev.nModTime : 0);
+}
+
+// Does one action on disk and in the have list; false (after its error
+// message) when it failed.
+bool Carry(TContext& tContext, const TClientView& tView, const TSyncSettings& tSettings, const TSyncAction& tAction,
+           std::vector<THaveRec>& atChanged)
+{
+    bool bDelete = tAction.eKind == eSyncDelete;
+    if (!tSettings.bKeep)
+    {
+        std::string strError =
+            bDelete ? RemoveLocal(tView, tSettings, tAction) : PutLocal(tContext, tSettings, tAction);
+        if (!strError.empty())
+        {
+            tContext.pOutput->Message(strError, eSeverityFailed, eGenericClient);
+            return false;
+        }
+    }
+    if (tSettings.bNoHave)
+        return true;
+    THaveRec tHave{tAction.strClientFile, tAction.strDepotFile, tAction.tTarget.nRev};
+    if (bDelete)
+        tContext.pStore->DeleteHave(tView.tSpec.strName, tAction.strClientFile);
+    else
+        tContext.pStore->PutHave(tView.tSpec.strName, tHave);
+    atChanged.push_back(tHave);
+    return true;
+}
+
+const char* ActionWord(TSyncKind eKind)
+{
+    switch (eKind)
+    {
+    case eSyncAdd:
+        return "added";
+    case eSyncUpdate:
+        return "updated";
+    case eSyncRefresh:
+        return "refreshed";
+    case eSyncDelete:
+        break;
+    }
+    return "deleted";
+}
+
+const char* ActionPhrase(TSyncKind eKind)
+{
+    switch (eKind)
+    {
+    case eSyncAdd:
+        return " - added as ";
+    case eSyncUpdate:
+        return " - updating ";
+    case eSyncRefresh:
+        return " - refreshing ";
+    case eSyncDelete:
+        break;
+    }
+    return " - deleted as ";
+}
+
+} // namespace
+
+bool ApplySyncPlan(TContext& tContext, const TClientView& tView, const TSyncSettings& tSettings,
+                   const std::vector<TSyncAction>& atActions, long long nSyncChange, std::vector<THaveRec>& atChanged)
+{
+    long long nTotalSize = 0;
+    for (const TSyncAction& tAction : atActions)
+    {
+        if (tAction.eKind != eSyncDelete)
+            nTotalSize += tAction.tTarget.nSize;
+    }
+    bool bAllDone = true, bFirst = true;
+    for (const TSyncAction& tAction : atActions)
+    {
+        if (!tSettings.bPreview && !Carry(tContext, tView, tSettings, tAction, atChanged))
+        {
+            bAllDone = false;
+            continue;
+        }
+        std::string strRev = tAction.bTargetKnown ? Num(tAction.tTarget.nRev) : "none";
+        TRecord aRecord = {{"depotFile", tAction.strDepotFile},
+                           {"clientFile", tAction.strLocal},
+                           {"rev", strRev},
+                           {"action", ActionWord(tAction.eKind)}};
+        if (tAction.eKind != eSyncDelete)
+            aRecord.push_back({"fileSize", Num(tAction.tTarget.nSize)});
+        if (bFirst)
+        {
+            aRecord.push_back({"totalFileSize", Num(nTotalSize)});
+            aRecord.push_back({"totalFileCount", Num(static_cast<long long>(atActions.size()))});
+            aRecord.push_back({"change", Num(nSyncChange)});
+            bFirst = false;
+        }
+        if (!tSettings.bQuiet)
+        {
+            tContext.pOutput->Stat(aRecord, tAction.strDepotFile + "#" + strRev + ActionPhrase(tAction.eKind) +
+                                                tAction.strLocal + "\n");
+        }
+    }
+    return bAllDone;
+}
+
+} // namespace P4SIM
+} // namespace ORVANE
