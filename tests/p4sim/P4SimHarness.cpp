@@ -264,6 +264,13 @@ int Mode(const std::string& path)
     return int(st.st_mode & 07777);
 }
 
+long long Size(const std::string& path)
+{
+    struct stat st;
+    if (lstat(path.c_str(), &st) != 0) return -1;
+    return (long long)st.st_size;
+}
+
 long long MTime(const std::string& path)
 {
     struct stat st;

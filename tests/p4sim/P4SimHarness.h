@@ -54,6 +54,7 @@ std::string Info(const std::string& data, int level = 0);
 std::string ReadFile(const std::string& path);
 bool Exists(const std::string& path);
 int Mode(const std::string& path);  // permission bits
+long long Size(const std::string& path);  // -1 when missing
 long long MTime(const std::string& path);
 
 // The history most tests load.

@@ -2,11 +2,10 @@
 // give the same history, byte for byte, on every platform.
 #include "History.h"
 
+#include "GeneratorParts.h"
 #include "Text.h"
 
 #include <algorithm>
-#include <cstdint>
-#include <map>
 
 namespace ORVANE
 {
@@ -15,123 +14,6 @@ namespace P4SIM
 
 namespace
 {
-
-// Deterministic pseudo-random numbers (splitmix64), the same on every
-// platform and library.
-class CRandom
-{
-public:
-    explicit CRandom(uint64_t nSeed) : m_nState(nSeed) {}
-    uint64_t Next()
-    {
-        uint64_t n = (m_nState += 0x9e3779b97f4a7c15ULL);
-        n = (n ^ (n >> 30)) * 0xbf58476d1ce4e5b9ULL;
-        n = (n ^ (n >> 27)) * 0x94d049bb133111ebULL;
-        return n ^ (n >> 31);
-    }
-    // A value in [0, nRange), nRange > 0.
-    uint64_t Below(uint64_t nRange) { return Next() % nRange; }
-    bool Chance(unsigned nPercent) { return Below(100) < nPercent; }
-
-private:
-    uint64_t m_nState;
-};
-
-const char* const s_apszWords[] = {"alpha", "buffer", "cache",  "delta",  "engine", "filter", "graph",  "handle",
-                                   "index", "join",   "kernel", "layout", "merge",  "node",   "offset", "parse",
-                                   "queue", "render", "stream", "token",  "update", "vector", "window", "yield"};
-const char* const s_apszUsers[] = {"alice", "bob", "carol", "dave", "erin", "frank"};
-const char* const s_apszDirs[] = {"src", "src/core", "src/ui", "include", "docs", "tests", "assets", "tools"};
-
-template <size_t N> const char* Pick(CRandom& rRandom, const char* const (&apsz)[N])
-{
-    return apsz[rRandom.Below(N)];
-}
-
-std::string Word(CRandom& rRandom)
-{
-    return Pick(rRandom, s_apszWords);
-}
-
-std::string MakeText(CRandom& rRandom, size_t nLines)
-{
-    std::string str;
-    for (size_t i = 0; i < nLines; ++i)
-    {
-        size_t nWords = 1 + rRandom.Below(8);
-        for (size_t k = 0; k < nWords; ++k)
-        {
-            if (k)
-                str += ' ';
-            str += Word(rRandom);
-        }
-        str += '\n';
-    }
-    return str;
-}
-
-std::string MakeBinary(CRandom& rRandom, size_t nSize)
-{
-    std::string str(nSize, '\0');
-    for (char& c : str)
-        c = char(rRandom.Below(256));
-    return str;
-}
-
-// Varied sizes: mostly small, some medium, now and then a large one.
-size_t TextLines(CRandom& rRandom)
-{
-    unsigned nKind = unsigned(rRandom.Below(100));
-    if (nKind < 60)
-        return 1 + rRandom.Below(20);
-    if (nKind < 95)
-        return 20 + rRandom.Below(200);
-    return 1000 + rRandom.Below(2000);
-}
-
-std::string EditText(CRandom& rRandom, const std::string& strOld)
-{
-    std::vector<std::string> astrLines = SplitLines(strOld);
-    if (!astrLines.empty() && astrLines.back().empty())
-        astrLines.pop_back();
-    size_t nEdits = 1 + rRandom.Below(4);
-    for (size_t e = 0; e < nEdits; ++e)
-    {
-        size_t nAt = astrLines.empty() ? 0 : rRandom.Below(astrLines.size() + 1);
-        switch (rRandom.Below(3))
-        {
-        case 0:
-            astrLines.insert(astrLines.begin() + long(nAt), Word(rRandom) + " " + Word(rRandom));
-            break;
-        case 1:
-            if (!astrLines.empty() && nAt < astrLines.size())
-                astrLines.erase(astrLines.begin() + long(nAt));
-            break;
-        default:
-            if (nAt < astrLines.size())
-                astrLines[nAt] = Word(rRandom) + " " + Word(rRandom) + " " + Word(rRandom);
-            else
-                astrLines.push_back(Word(rRandom));
-        }
-    }
-    std::string str;
-    for (const std::string& strLine : astrLines)
-        str += strLine + "\n";
-    return str;
-}
-
-using TContent = std::shared_ptr<const std::string>;
-
-struct TFileState
-{
-    std::string strType;
-    TContent pContent; // shared with the branches that copied it
-};
-
-bool SameContent(const TContent& pA, const TContent& pB)
-{
-    return pA == pB || *pA == *pB;
-}
 
 TFileAction Action(const std::string& strPath, const char* pszAction, const std::string& strFrom = "")
 {
@@ -156,7 +38,6 @@ private:
     void Begin(const std::string& strDescription);
     void End();
     bool Touched(const std::string& strPath) const;
-    std::vector<const std::string*> FilesIn(const std::string& strStream) const;
     std::string NewName(const std::string& strStream);
     void AddNewFile(const std::string& strStream);
     void EditFile(const std::string& strPath);
@@ -172,7 +53,7 @@ private:
     std::vector<TBranchRec> m_atBranches;
     long long m_nChangesMade = 0;
     TChangeSpec m_tCurrent;
-    std::map<std::string, TFileState> m_mapFiles;
+    CFileIndex m_cFiles;
     std::vector<std::string> m_astrStreams;
     long long m_nTime = 1300000000;
     long long m_nSerial = 1;
@@ -215,7 +96,7 @@ void CGenerator::Run()
 void CGenerator::AddUsers()
 {
     std::vector<TUserRec> atUsers;
-    for (const char* pszUser : s_apszUsers)
+    for (const char* pszUser : GeneratedUsers())
     {
         TUserRec tUser;
         tUser.strName = pszUser;
@@ -233,7 +114,7 @@ void CGenerator::Begin(const std::string& strDescription)
     if (m_nChangesMade > 0 && !m_cRandom.Chance(8))
         m_nTime += 60 + static_cast<long long>(m_cRandom.Below(7200));
     TChangeSpec tChange;
-    tChange.strUser = Pick(m_cRandom, s_apszUsers);
+    tChange.strUser = PickUser(m_cRandom);
     tChange.strClient = tChange.strUser + "-ws";
     tChange.nTime = m_nTime;
     tChange.strDescription = strDescription + "\n";
@@ -262,19 +143,9 @@ bool CGenerator::Touched(const std::string& strPath) const
     return false;
 }
 
-// The names of the files in a stream, in order: pointers to the keys of
-// m_mapFiles, valid until that file is removed.
-std::vector<const std::string*> CGenerator::FilesIn(const std::string& strStream) const
-{
-    std::vector<const std::string*> apOut;
-    for (auto it = m_mapFiles.lower_bound(strStream); it != m_mapFiles.end() && StartsWith(it->first, strStream); ++it)
-        apOut.push_back(&it->first);
-    return apOut;
-}
-
 std::string CGenerator::NewName(const std::string& strStream)
 {
-    std::string strDir = Pick(m_cRandom, s_apszDirs);
+    std::string strDir = PickDir(m_cRandom);
     bool bBinary = strDir == "assets";
     std::string strName;
     do
@@ -286,7 +157,7 @@ std::string CGenerator::NewName(const std::string& strStream)
         if (m_cRandom.Chance(2))
             strName += "#1";
         strName += bBinary ? ".bin" : (strDir == "docs" ? ".txt" : (m_cRandom.Chance(10) ? ".sh" : ".c"));
-    } while (m_mapFiles.count(strStream + strDir + "/" + strName));
+    } while (m_cFiles.Has(strStream + strDir + "/" + strName));
     return strStream + strDir + "/" + strName;
 }
 
@@ -304,13 +175,13 @@ void CGenerator::AddNewFile(const std::string& strStream)
         tAction.strType = EndsWith(tAction.strPath, ".sh") ? "text+x" : "text";
         tAction.pContent = std::make_shared<const std::string>(MakeText(m_cRandom, TextLines(m_cRandom)));
     }
-    m_mapFiles[tAction.strPath] = TFileState{tAction.strType, tAction.pContent};
+    m_cFiles.Set(tAction.strPath, TFileState{tAction.strType, tAction.pContent});
     m_tCurrent.atFiles.push_back(tAction);
 }
 
 void CGenerator::EditFile(const std::string& strPath)
 {
-    TFileState& tState = m_mapFiles[strPath];
+    TFileState& tState = m_cFiles.Get(strPath);
     TFileAction tAction = Action(strPath, "edit");
     tAction.strType = tState.strType;
     tAction.pContent = std::make_shared<const std::string>(tState.strType == "binary"
@@ -323,7 +194,7 @@ void CGenerator::EditFile(const std::string& strPath)
 void CGenerator::Work(const std::string& strStream)
 {
     Begin(Word(m_cRandom) + ": " + Word(m_cRandom) + " the " + Word(m_cRandom) + " " + Word(m_cRandom));
-    std::vector<const std::string*> apFiles = FilesIn(strStream);
+    std::vector<const std::string*> apFiles = m_cFiles.FilesIn(strStream);
     size_t nEdits = apFiles.empty() ? 0 : 1 + m_cRandom.Below(std::min<size_t>(6, apFiles.size()));
     for (size_t i = 0; i < nEdits; ++i)
     {
@@ -349,21 +220,21 @@ void CGenerator::Work(const std::string& strStream)
     if (apFiles.size() > 3 && m_cRandom.Chance(8))
         MoveOneOf(strStream, apFiles);
     if (!strDeleted.empty())
-        m_mapFiles.erase(strDeleted);
+        m_cFiles.Erase(strDeleted);
     End();
 }
 
 void CGenerator::MoveOneOf(const std::string& strStream, const std::vector<const std::string*>& apFiles)
 {
     std::string strPath = *apFiles[m_cRandom.Below(apFiles.size())];
-    if (Touched(strPath) || !m_mapFiles.count(strPath))
+    if (Touched(strPath) || !m_cFiles.Has(strPath))
         return;
     std::string strTo = NewName(strStream);
-    TFileState tState = m_mapFiles[strPath];
+    TFileState tState = m_cFiles.Get(strPath);
     m_tCurrent.atFiles.push_back(Action(strTo, "move/add", strPath));
     m_tCurrent.atFiles.push_back(Action(strPath, "move/delete"));
-    m_mapFiles.erase(strPath);
-    m_mapFiles[strTo] = tState;
+    m_cFiles.Erase(strPath);
+    m_cFiles.Set(strTo, tState);
 }
 
 void CGenerator::MakeBranch()
@@ -373,18 +244,19 @@ void CGenerator::MakeBranch()
     std::string strTarget = "//depot/" + strName + "/";
     TBranchRec tBranch;
     tBranch.strName = strName;
-    tBranch.strOwner = Pick(m_cRandom, s_apszUsers);
+    tBranch.strOwner = PickUser(m_cRandom);
     tBranch.strDescription = "Created by " + tBranch.strOwner + ".\n";
     tBranch.strOptions = "unlocked";
     tBranch.astrView.push_back(strSource + "... " + strTarget + "...");
     tBranch.nUpdated = tBranch.nAccessed = m_nTime;
     m_atBranches.push_back(tBranch);
     Begin("Branch " + strSource + "... to " + strTarget + "...");
-    for (const std::string* pPath : FilesIn(strSource))
+    std::vector<const std::string*> apFiles = m_cFiles.FilesIn(strSource);
+    for (const std::string* pPath : apFiles)
     {
         std::string strTo = strTarget + pPath->substr(strSource.size());
         m_tCurrent.atFiles.push_back(Action(strTo, "branch", *pPath));
-        m_mapFiles[strTo] = m_mapFiles[*pPath];
+        m_cFiles.Set(strTo, m_cFiles.Get(*pPath));
     }
     m_astrStreams.push_back(strTarget);
     End();
@@ -396,23 +268,23 @@ void CGenerator::Integrate()
     const std::string strTarget = m_astrStreams[nTarget];
     const std::string strSource = m_astrStreams[0];
     Begin("Integrate " + strSource + "... to " + strTarget + "...");
-    for (const std::string* pPath : FilesIn(strSource))
+    std::vector<const std::string*> apFiles = m_cFiles.FilesIn(strSource);
+    for (const std::string* pPath : apFiles)
     {
         std::string strTo = strTarget + pPath->substr(strSource.size());
-        const TFileState& tSource = m_mapFiles[*pPath];
-        auto it = m_mapFiles.find(strTo);
-        if (it == m_mapFiles.end())
+        const TFileState tSource = m_cFiles.Get(*pPath);
+        if (!m_cFiles.Has(strTo))
         {
             if (m_cRandom.Chance(50))
             {
                 m_tCurrent.atFiles.push_back(Action(strTo, "branch", *pPath));
-                m_mapFiles[strTo] = tSource;
+                m_cFiles.Set(strTo, tSource);
             }
         }
-        else if (!SameContent(it->second.pContent, tSource.pContent) && m_cRandom.Chance(60))
+        else if (!SameContent(m_cFiles.Get(strTo).pContent, tSource.pContent) && m_cRandom.Chance(60))
         {
             m_tCurrent.atFiles.push_back(Action(strTo, "integrate", *pPath));
-            it->second = tSource;
+            m_cFiles.Set(strTo, tSource);
         }
     }
     if (m_tCurrent.atFiles.empty())
@@ -431,7 +303,7 @@ void CGenerator::MultiStreamEdit()
     {
         if (!m_cRandom.Chance(60) && strStream != m_astrStreams[0])
             continue;
-        std::vector<const std::string*> apFiles = FilesIn(strStream);
+        const std::vector<const std::string*>& apFiles = m_cFiles.FilesIn(strStream);
         if (apFiles.empty())
             continue;
         const std::string& strPath = *apFiles[m_cRandom.Below(apFiles.size())];
