@@ -51,10 +51,10 @@ size_t FilesOf(CStore& rStore, long long nChange, std::set<std::string>* psetInt
 
 // From nStart on: the first run of consecutive changes that together touch
 // at least nFiles files, none of them more than half again as many.
-TSyncPair PickSyncPair(CStore& rStore, long long nStart, long long nMaxChange, size_t nFiles)
+TSyncPair PickSyncPair(CStore& rStore, long long nStart, long long nMaxChange, size_t nFiles,
+                       std::set<std::string>& setFiles)
 {
     TSyncPair tPair;
-    std::set<std::string> setFiles;
     tPair.nFrom = nStart;
     for (long long nChange = nStart + 1; nChange <= nMaxChange; ++nChange)
     {
@@ -79,16 +79,43 @@ TSyncPair PickSyncPair(CStore& rStore, long long nStart, long long nMaxChange, s
     return tPair;
 }
 
-// Of the runs that start at the next few changes, the one whose number of
-// files comes closest to nFiles.
-TSyncPair ClosestSyncPair(CStore& rStore, long long nStart, long long nMaxChange, size_t nFiles)
+// The bytes a sync writes going from one change of the pair to the other
+// and back.
+long long PairBytes(CStore& rStore, const std::set<std::string>& setFiles, const TSyncPair& tPair)
 {
-    TSyncPair tBest = PickSyncPair(rStore, nStart, nMaxChange, nFiles);
-    for (long long nFrom = nStart + 1; nFrom < nStart + 40 && tBest.nFiles != nFiles && nFrom < nMaxChange; ++nFrom)
+    long long nBytes = 0;
+    for (const std::string& strFile : setFiles)
     {
-        TSyncPair tPair = PickSyncPair(rStore, nFrom, nMaxChange, nFiles);
-        if (tPair.nFiles >= nFiles && tPair.nFiles < tBest.nFiles)
+        for (long long nAt : {tPair.nFrom, tPair.nTo})
+        {
+            std::optional<TRevRec> tHead = rStore.HeadRev(strFile, nAt);
+            if (tHead && !tHead->Deleted())
+                nBytes += tHead->nSize;
+        }
+    }
+    return nBytes;
+}
+
+// Of the runs that start at the next changes, one of exactly nFiles files
+// whose contents come closest to nBytes (both ways): the same work at every
+// history size.
+TSyncPair ClosestSyncPair(CStore& rStore, long long nStart, long long nMaxChange, size_t nFiles, long long nBytes)
+{
+    TSyncPair tBest;
+    long long nBestScore = -1;
+    for (long long nFrom = nStart; nFrom < nStart + 300 && nFrom < nMaxChange; ++nFrom)
+    {
+        std::set<std::string> setFiles;
+        TSyncPair tPair = PickSyncPair(rStore, nFrom, nMaxChange, nFiles, setFiles);
+        tPair.nBytes = PairBytes(rStore, setFiles, tPair);
+        long long nScore =
+            std::llabs(tPair.nBytes - nBytes) +
+            (tPair.nFiles == nFiles ? 0 : 1000000000LL * std::llabs((long long)tPair.nFiles - (long long)nFiles));
+        if (nBestScore < 0 || nScore < nBestScore)
+        {
             tBest = tPair;
+            nBestScore = nScore;
+        }
     }
     return tBest;
 }
@@ -169,8 +196,8 @@ TBenchPicks PickChanges(const std::string& strDir)
         tPicks.nDescribe = nMiddle;
         tPicks.nDescribeFiles = FilesOf(cStore, nMiddle);
     }
-    tPicks.tSync10 = ClosestSyncPair(cStore, nMiddle, tPicks.nMaxChange, 10);
-    tPicks.tSync100 = ClosestSyncPair(cStore, nMiddle, tPicks.nMaxChange, 100);
+    tPicks.tSync10 = ClosestSyncPair(cStore, nMiddle, tPicks.nMaxChange, 10, 80000);
+    tPicks.tSync100 = ClosestSyncPair(cStore, nMiddle, tPicks.nMaxChange, 100, 800000);
     cStore.Rollback();
     return tPicks;
 }

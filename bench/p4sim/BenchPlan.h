@@ -27,12 +27,13 @@ struct TBenchOptions
 bool ParseBenchOptions(int nArgc, char** ppszArgv, TBenchOptions& tOptions, bool& bHelp);
 extern const char* const g_pszBenchUsage;
 
-// Two changes between which a sync of the whole client moves about
-// nFiles files.
+// Two changes between which a sync of the whole client moves nFiles files
+// with nBytes of contents (there and back).
 struct TSyncPair
 {
     long long nFrom = 0, nTo = 0;
     size_t nFiles = 0;
+    long long nBytes = 0;
 };
 
 // The changes the benchmark works with, chosen from the middle of the

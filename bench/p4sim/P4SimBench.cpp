@@ -26,23 +26,21 @@ using namespace ORVANE::P4SIMBENCH;
 namespace
 {
 
+// clang-format off
 std::string g_exe = P4SIM_EXE;
-double g_cpuMs = 0; // user + system time of the children run so far
+double g_cpuMs = 0;  // user + system time of the children run so far
 
 int Run(const std::vector<std::string>& args, const std::string& input = "")
 {
     int in[2];
-    if (pipe(in) != 0)
-        return -1;
+    if (pipe(in) != 0) return -1;
     std::vector<char*> argv;
     std::vector<std::string> store = {g_exe};
     store.insert(store.end(), args.begin(), args.end());
-    for (auto& s : store)
-        argv.push_back(const_cast<char*>(s.c_str()));
+    for (auto& s : store) argv.push_back(const_cast<char*>(s.c_str()));
     argv.push_back(nullptr);
     pid_t pid = fork();
-    if (pid == 0)
-    {
+    if (pid == 0) {
         dup2(in[0], 0);
         close(in[0]);
         close(in[1]);
@@ -54,17 +52,17 @@ int Run(const std::vector<std::string>& args, const std::string& input = "")
         _exit(127);
     }
     close(in[0]);
-    if (!input.empty() && write(in[1], input.data(), input.size()) < 0)
-    {
+    if (!input.empty() && write(in[1], input.data(), input.size()) < 0) {
     }
     close(in[1]);
     int status = 0;
     struct rusage ru;
     wait4(pid, &status, 0, &ru);
-    g_cpuMs +=
-        (ru.ru_utime.tv_sec + ru.ru_stime.tv_sec) * 1000.0 + (ru.ru_utime.tv_usec + ru.ru_stime.tv_usec) / 1000.0;
+    g_cpuMs += (ru.ru_utime.tv_sec + ru.ru_stime.tv_sec) * 1000.0 + (ru.ru_utime.tv_usec + ru.ru_stime.tv_usec) / 1000.0;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
+
+// clang-format on
 
 int RemoveEntry(const char* path, const struct stat*, int, struct FTW*)
 {
@@ -118,6 +116,12 @@ std::string ClientForm(const std::string& strRoot, const std::vector<std::string
     return strForm;
 }
 
+std::string SyncName(const TSyncPair& tPair)
+{
+    return "sync of " + std::to_string(tPair.nFiles) + " files, " + std::to_string(tPair.nBytes / 2048) + " KB (@" +
+           std::to_string(tPair.nFrom) + " <-> @" + std::to_string(tPair.nTo) + ")";
+}
+
 std::vector<TCase> Cases(const TBenchPicks& tPicks, const std::string& strWs, const std::string& strForm1,
                          const std::string& strForm2)
 {
@@ -137,12 +141,8 @@ std::vector<TCase> Cases(const TBenchPicks& tPicks, const std::string& strWs, co
         {"-G info", {{{"-G", "info"}, ""}}},
         {"-G users", {{{"-G", "users"}, ""}}},
         {"client -i (saved: the spec changes)", {{{"client", "-i"}, strForm1}, {{"client", "-i"}, strForm2}}},
-        {"sync of " + std::to_string(tPicks.tSync10.nFiles) + " files (@" + std::to_string(tPicks.tSync10.nFrom) +
-             " <-> @" + std::to_string(tPicks.tSync10.nTo) + ")",
-         {fnSync(tPicks.tSync10.nTo), fnSync(tPicks.tSync10.nFrom)}},
-        {"sync of " + std::to_string(tPicks.tSync100.nFiles) + " files (@" + std::to_string(tPicks.tSync100.nFrom) +
-             " <-> @" + std::to_string(tPicks.tSync100.nTo) + ")",
-         {fnSync(tPicks.tSync100.nTo), fnSync(tPicks.tSync100.nFrom)}},
+        {SyncName(tPicks.tSync10), {fnSync(tPicks.tSync10.nTo), fnSync(tPicks.tSync10.nFrom)}},
+        {SyncName(tPicks.tSync100), {fnSync(tPicks.tSync100.nTo), fnSync(tPicks.tSync100.nFrom)}},
     };
 }
 
