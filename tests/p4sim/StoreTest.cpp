@@ -40,7 +40,7 @@ const std::map<TQuery, std::vector<std::string>> kPlans = {
      {"SEARCH revs USING COVERING INDEX revs_by_change (change>? AND change<?)"}},
     {ORVANE::P4SIM::eQueryRevPut, {}},
     {ORVANE::P4SIM::eQueryRevsOfChange, {"SEARCH revs USING INDEX revs_by_change (change=?)"}},
-    {ORVANE::P4SIM::eQueryRevsUnderUpTo, {"SEARCH revs USING PRIMARY KEY (depot_file>? AND depot_file<?)"}},
+    {ORVANE::P4SIM::eQueryHeadsUnder, {"SEARCH revs USING PRIMARY KEY (depot_file>? AND depot_file<?)"}},
     {ORVANE::P4SIM::eQueryRev, {"SEARCH revs USING PRIMARY KEY (depot_file=? AND rev=?)"}},
     {ORVANE::P4SIM::eQueryHeadRev, {"SEARCH revs USING PRIMARY KEY (depot_file=?)"}},
     {ORVANE::P4SIM::eQueryRevsUnderBetween, {"SEARCH revs USING PRIMARY KEY (depot_file>? AND depot_file<?)"}},

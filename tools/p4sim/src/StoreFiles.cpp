@@ -59,20 +59,9 @@ std::vector<TRevRec> CStore::RevsOfChange(long long nChange)
 
 std::vector<TRevRec> CStore::HeadsUnder(const std::string& strPrefix, long long nAtChange)
 {
-    std::vector<TRevRec> atOut;
-    CStatement cQuery = Prepare(eQueryRevsUnderUpTo);
+    CStatement cQuery = Prepare(eQueryHeadsUnder);
     cQuery.Bind(1, strPrefix).Bind(2, PrefixEnd(strPrefix)).Bind(3, nAtChange);
-    while (cQuery.Step())
-    {
-        // A file's revisions come in order: a later row of the same file
-        // is a newer head.
-        TRevRec tRev = ReadRev(cQuery);
-        if (!atOut.empty() && atOut.back().strDepotFile == tRev.strDepotFile)
-            atOut.back() = std::move(tRev);
-        else
-            atOut.push_back(std::move(tRev));
-    }
-    return atOut;
+    return ReadRows(cQuery, ReadRev);
 }
 
 std::optional<TRevRec> CStore::Rev(const std::string& strDepotFile, long long nRev)

@@ -61,9 +61,10 @@ const char* const s_apszQueries[eQueryCount] = {
     "SELECT depot_file FROM revs WHERE change>? AND change<=? LIMIT ?",
     "INSERT OR REPLACE INTO revs(" P4SIM_REV_COLUMNS ") VALUES(?,?,?,?,?,?,?,?,?)",
     "SELECT " P4SIM_REV_COLUMNS " FROM revs WHERE change=? ORDER BY depot_file",
-    // Rows come in (depot_file, rev) order: the last one of each file is
-    // its head.
-    "SELECT " P4SIM_REV_COLUMNS " FROM revs WHERE depot_file>=? AND depot_file<? AND change<=?",
+    // One row per file, in depot order: with MAX() the other columns come
+    // from the row that holds the maximum, the file's head.
+    "SELECT depot_file,MAX(rev),change,action,type,digest,size,time,modtime FROM revs"
+    " WHERE depot_file>=? AND depot_file<? AND change<=? GROUP BY depot_file",
     "SELECT " P4SIM_REV_COLUMNS " FROM revs WHERE depot_file=? AND rev=?",
     "SELECT " P4SIM_REV_COLUMNS " FROM revs WHERE depot_file=? AND change<=? ORDER BY rev DESC LIMIT 1",
     "SELECT " P4SIM_REV_COLUMNS " FROM revs WHERE depot_file>=? AND depot_file<? AND change>=? AND change<=?",

@@ -25,7 +25,7 @@ enum TQuery
     eQueryFilesChangedBetween,
     eQueryRevPut,
     eQueryRevsOfChange,
-    eQueryRevsUnderUpTo,
+    eQueryHeadsUnder,
     eQueryRev,
     eQueryHeadRev,
     eQueryRevsUnderBetween,
