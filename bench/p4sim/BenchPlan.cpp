@@ -10,10 +10,8 @@
 
 #include <sys/stat.h>
 
-namespace ORVANE
-{
-namespace P4SIMBENCH
-{
+namespace ORVANE {
+namespace P4SIMBENCH {
 
 using P4SIM::CStore;
 using P4SIM::TRevRec;
@@ -25,8 +23,7 @@ const char* const g_pszBenchUsage =
     "Generates a server (or copies the one in DIR), then runs each command R times as a child\n"
     "process and prints the mean wall and CPU time of one invocation.\n";
 
-namespace
-{
+namespace {
 
 bool NumberValue(const std::string& strName, const char* pszValue, long long& nOut)
 {

@@ -6,10 +6,8 @@
 #include <string>
 #include <vector>
 
-namespace ORVANE
-{
-namespace P4SIMBENCH
-{
+namespace ORVANE {
+namespace P4SIMBENCH {
 
 struct TBenchOptions
 {

@@ -18,51 +18,45 @@
 #include <fcntl.h>
 #include <ftw.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
+
+#include "host/ChildProcess.h"
 
 using namespace ORVANE::P4SIMBENCH;
 
-namespace
-{
+namespace {
 
-// clang-format off
 std::string g_exe = P4SIM_EXE;
-double g_cpuMs = 0;  // user + system time of the children run so far
+double g_cpuMs = 0; // user + system time of the children run so far
 
+// Runs p4sim with the arguments and the input, its output dropped; its exit
+// status. Its CPU time is added to g_cpuMs.
 int Run(const std::vector<std::string>& args, const std::string& input = "")
 {
     int in[2];
-    if (pipe(in) != 0) return -1;
-    std::vector<char*> argv;
-    std::vector<std::string> store = {g_exe};
-    store.insert(store.end(), args.begin(), args.end());
-    for (auto& s : store) argv.push_back(const_cast<char*>(s.c_str()));
-    argv.push_back(nullptr);
-    pid_t pid = fork();
-    if (pid == 0) {
-        dup2(in[0], 0);
-        close(in[0]);
-        close(in[1]);
-        int null = open("/dev/null", O_WRONLY);
-        dup2(null, 1);
-        dup2(null, 2);
-        close(null);
-        execv(g_exe.c_str(), argv.data());
-        _exit(127);
-    }
-    close(in[0]);
-    if (!input.empty() && write(in[1], input.data(), input.size()) < 0) {
-    }
-    close(in[1]);
-    int status = 0;
-    struct rusage ru;
-    wait4(pid, &status, 0, &ru);
+    if (!ORVANE::VCM::MakePipe(in))
+        return -1;
+    int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    ORVANE::VCM::TSpawnOptions options;
+    options.nStdIn = in[0];
+    options.nStdOut = null;
+    options.nStdErr = null;
+    std::vector<std::string> argv = {g_exe};
+    argv.insert(argv.end(), args.begin(), args.end());
+    ORVANE::VCM::CChildProcess child;
+    const int error = child.Start(argv, options);
+    ORVANE::VCM::CloseDescriptor(in[0]);
+    ORVANE::VCM::CloseDescriptor(null);
+    if (error == 0 && !input.empty())
+        ORVANE::VCM::WriteAll(in[1], input.data(), input.size());
+    ORVANE::VCM::CloseDescriptor(in[1]);
+    if (error != 0)
+        return -1;
+    const int status = child.Wait();
+    const struct rusage& ru = child.GetUsage();
     g_cpuMs += (ru.ru_utime.tv_sec + ru.ru_stime.tv_sec) * 1000.0 + (ru.ru_utime.tv_usec + ru.ru_stime.tv_usec) / 1000.0;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return status;
 }
-
-// clang-format on
 
 int RemoveEntry(const char* path, const struct stat*, int, struct FTW*)
 {

@@ -8,8 +8,7 @@
 
 using namespace p4simtest;
 
-namespace
-{
+namespace {
 
 // The first line of a text, without its line end.
 std::string FirstLine(const std::string& text)

@@ -1,5 +1,7 @@
 #include "P4SimHarness.h"
 
+#include "Run.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -8,11 +10,7 @@
 #include <fstream>
 #include <sstream>
 
-#include <fcntl.h>
-#include <ftw.h>
-#include <poll.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace p4simtest {
@@ -53,97 +51,24 @@ std::string ClientForm(const std::string& root, const std::string& options, cons
 Result RunProcess(const std::string& exe, const std::vector<std::string>& args,
                   const std::map<std::string, std::string>& env, const std::string& input, const std::string& cwd)
 {
-    int in[2], out[2], err[2];
-    if (pipe(in) != 0 || pipe(out) != 0 || pipe(err) != 0) return {};
-    std::vector<std::string> argStore = {exe};
-    argStore.insert(argStore.end(), args.begin(), args.end());
-    std::vector<char*> argv;
-    for (auto& a : argStore) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    std::vector<std::string> envStore;
-    for (auto& kv : env) envStore.push_back(kv.first + "=" + kv.second);
-    std::vector<char*> envp;
-    for (auto& e : envStore) envp.push_back(const_cast<char*>(e.c_str()));
-    envp.push_back(nullptr);
-
-    pid_t pid = fork();
-    if (pid == 0) {
-        dup2(in[0], 0);
-        dup2(out[1], 1);
-        dup2(err[1], 2);
-        for (int fd : {in[0], in[1], out[0], out[1], err[0], err[1]}) close(fd);
-        if (!cwd.empty() && chdir(cwd.c_str()) != 0) _exit(126);
-        execve(exe.c_str(), argv.data(), envp.data());
-        _exit(127);
-    }
-    close(in[0]);
-    close(out[1]);
-    close(err[1]);
+    std::vector<std::string> argv = {exe};
+    argv.insert(argv.end(), args.begin(), args.end());
+    std::vector<std::string> envList;
+    for (const auto& kv : env)
+        envList.push_back(kv.first + "=" + kv.second);
+    const ORVANE::TEST::TRunResult t = ORVANE::TEST::RunProgramWithEnvironment(argv, envList, input, cwd);
     Result r;
-    size_t written = 0;
-    int inFd = in[1];
-    if (input.empty()) {
-        close(inFd);
-        inFd = -1;
-    } else {
-        fcntl(inFd, F_SETFL, O_NONBLOCK);
-    }
-    bool outOpen = true, errOpen = true;
-    while (outOpen || errOpen) {
-        struct pollfd fds[3];
-        int n = 0;
-        int iOut = -1, iErr = -1, iIn = -1;
-        if (outOpen) { fds[n] = {out[0], POLLIN, 0}; iOut = n++; }
-        if (errOpen) { fds[n] = {err[0], POLLIN, 0}; iErr = n++; }
-        if (inFd >= 0) { fds[n] = {inFd, POLLOUT, 0}; iIn = n++; }
-        if (poll(fds, nfds_t(n), -1) < 0) {
-            if (errno == EINTR) continue;
-            break;
-        }
-        char buf[65536];
-        if (iOut >= 0 && fds[iOut].revents) {
-            ssize_t k = read(out[0], buf, sizeof buf);
-            if (k > 0) r.out.append(buf, size_t(k));
-            else outOpen = false;
-        }
-        if (iErr >= 0 && fds[iErr].revents) {
-            ssize_t k = read(err[0], buf, sizeof buf);
-            if (k > 0) r.err.append(buf, size_t(k));
-            else errOpen = false;
-        }
-        if (iIn >= 0 && fds[iIn].revents) {
-            ssize_t k = write(inFd, input.data() + written, input.size() - written);
-            if (k > 0) written += size_t(k);
-            if (k < 0 || written == input.size()) {
-                close(inFd);
-                inFd = -1;
-            }
-        }
-    }
-    if (inFd >= 0) close(inFd);
-    close(out[0]);
-    close(err[0]);
-    int status = 0;
-    waitpid(pid, &status, 0);
-    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    r.status = t.nStatus;
+    r.out = t.strOut;
+    r.err = t.strErr;
     return r;
-}
-
-static int RemoveEntry(const char* path, const struct stat*, int, struct FTW*)
-{
-    chmod(path, 0700);
-    remove(path);
-    return 0;
 }
 
 SimServer::SimServer()
 {
-    const char* tmp = getenv("TMPDIR");
-    std::string templ = std::string(tmp && *tmp ? tmp : "/tmp") + "/p4sim-test-XXXXXX";
-    std::vector<char> buf(templ.begin(), templ.end());
-    buf.push_back(0);
-    if (!mkdtemp(buf.data())) throw std::runtime_error("mkdtemp failed");
-    m_root = buf.data();
+    if (m_scratch.Path().empty())
+        throw std::runtime_error("no temporary folder");
+    m_root = m_scratch.Path();
     m_env = {{"P4PORT", "sim:" + ServerDir()}, {"P4USER", "jo"}, {"P4CLIENT", "ws"}, {"P4HOST", "h1"},
              {"TZ", "UTC"}, {"PATH", "/usr/bin:/bin"}};
     for (const char* v : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"}) {
@@ -153,7 +78,7 @@ SimServer::SimServer()
     if (r.status != 0) throw std::runtime_error("admin init failed: " + r.err);
 }
 
-SimServer::~SimServer() { nftw(m_root.c_str(), RemoveEntry, 16, FTW_DEPTH | FTW_PHYS); }
+SimServer::~SimServer() = default;
 
 Result SimServer::P4(const std::vector<std::string>& args, const std::string& input, const std::string& cwd)
 {
@@ -267,7 +192,8 @@ int Mode(const std::string& path)
 long long Size(const std::string& path)
 {
     struct stat st;
-    if (lstat(path.c_str(), &st) != 0) return -1;
+    if (lstat(path.c_str(), &st) != 0)
+        return -1;
     return (long long)st.st_size;
 }
 

@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "Scratch.h"
+
 namespace p4simtest {
 
 struct Result {
@@ -41,6 +43,7 @@ public:
     void WriteFile(const std::string& path, const std::string& data);
 
 private:
+    ORVANE::TEST::CScratchFolder m_scratch{"p4sim-test"};
     std::string m_root;
     std::map<std::string, std::string> m_env;
 };
@@ -54,7 +57,7 @@ std::string Info(const std::string& data, int level = 0);
 std::string ReadFile(const std::string& path);
 bool Exists(const std::string& path);
 int Mode(const std::string& path);  // permission bits
-long long Size(const std::string& path);  // -1 when missing
+long long Size(const std::string& path); // -1 when missing
 long long MTime(const std::string& path);
 
 // The history most tests load.

@@ -14,8 +14,7 @@ using namespace p4simtest;
 using ORVANE::P4SIM::CStore;
 using ORVANE::P4SIM::TQuery;
 
-namespace
-{
+namespace {
 
 // The plan SQLite 3.40 chooses for each query of the store. "SCAN" appears
 // only for the listings of specifications and users, which read every row

@@ -12,8 +12,7 @@ using namespace p4simtest;
 using ORVANE::P4SIM::CStore;
 using ORVANE::P4SIM::TSyncMark;
 
-namespace
-{
+namespace {
 
 std::string Replaced(std::string text, const std::string& from, const std::string& to)
 {

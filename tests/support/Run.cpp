@@ -64,9 +64,15 @@ std::vector<std::string> Environment(const std::map<std::string, std::string>& m
 TRunResult RunProgram(const std::vector<std::string>& astrArgv, const std::map<std::string, std::string>& mapEnv,
                       const std::string& strInput, const std::string& strWorkingDirectory)
 {
-    const std::vector<std::string> astrEnv = Environment(mapEnv);
+    return RunProgramWithEnvironment(astrArgv, Environment(mapEnv), strInput, strWorkingDirectory);
+}
+
+TRunResult RunProgramWithEnvironment(const std::vector<std::string>& astrArgv,
+                                     const std::vector<std::string>& astrEnvironment, const std::string& strInput,
+                                     const std::string& strWorkingDirectory)
+{
     VCM::TSpawnOptions tOptions;
-    tOptions.pastrEnvironment = &astrEnv;
+    tOptions.pastrEnvironment = &astrEnvironment;
     tOptions.strWorkingDirectory = strWorkingDirectory;
     VCM::CProcessCapture cCapture;
     if (!strInput.empty())

@@ -32,6 +32,11 @@ std::vector<std::string> Environment(const std::map<std::string, std::string>& m
 TRunResult RunProgram(const std::vector<std::string>& astrArgv, const std::map<std::string, std::string>& mapEnv = {},
                       const std::string& strInput = "", const std::string& strWorkingDirectory = "");
 
+// The same with exactly the given environment ("NAME=value" entries).
+TRunResult RunProgramWithEnvironment(const std::vector<std::string>& astrArgv,
+                                     const std::vector<std::string>& astrEnvironment, const std::string& strInput = "",
+                                     const std::string& strWorkingDirectory = "");
+
 // Starts the program with no input and its output and error going to
 // files; the child is ended and reaped if it is still running when the
 // object goes. IsRunning() is false when it could not be started.

@@ -10,18 +10,15 @@
 #include <iostream>
 #include <map>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 const char* const g_pszAdminUsage =
     "Usage: p4sim admin init DIR\n"
     "       p4sim admin load DIR HISTORY.json\n"
     "       p4sim admin generate DIR [--changes N] [--branches B] [--files F] [--seed S] [--json FILE]\n";
 
-namespace
-{
+namespace {
 
 const char* const s_pszInitHelp = "Usage: p4sim admin init DIR\n"
                                   "\n"
@@ -168,22 +165,20 @@ int Generate(const TAdminArgs& tArgs)
         static_cast<unsigned long long>(NumberOption(tArgs, "--seed", static_cast<long long>(tOptions.nSeed)));
     auto itJson = tArgs.mapOptions.find("--json");
     std::string strJson = itJson == tArgs.mapOptions.end() ? "" : itJson->second;
-    return Submit(tArgs.astrPositional[0],
-                  [&](CStore& rStore)
-                  {
-                      CSubmitter cSubmitter(rStore);
-                      if (strJson.empty())
-                      {
-                          GenerateHistory(tOptions, cSubmitter);
-                          return;
-                      }
-                      CHistoryCollector cCollector(cSubmitter);
-                      GenerateHistory(tOptions, cCollector);
-                      std::ofstream cFile(strJson, std::ios::binary | std::ios::trunc);
-                      if (!cFile)
-                          throw std::runtime_error("cannot write " + strJson);
-                      cFile << HistoryToJson(cCollector.History()).dump(1) << "\n";
-                  });
+    return Submit(tArgs.astrPositional[0], [&](CStore& rStore) {
+        CSubmitter cSubmitter(rStore);
+        if (strJson.empty())
+        {
+            GenerateHistory(tOptions, cSubmitter);
+            return;
+        }
+        CHistoryCollector cCollector(cSubmitter);
+        GenerateHistory(tOptions, cCollector);
+        std::ofstream cFile(strJson, std::ios::binary | std::ios::trunc);
+        if (!cFile)
+            throw std::runtime_error("cannot write " + strJson);
+        cFile << HistoryToJson(cCollector.History()).dump(1) << "\n";
+    });
 }
 
 // One admin command with its arguments; help and usage errors handled by

@@ -5,10 +5,8 @@
 #include <string>
 #include <vector>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 // Runs one admin command (the arguments after "admin"); returns the exit
 // status. Help goes to standard output, messages to standard error.

@@ -4,13 +4,10 @@
 #include "Forms.h"
 #include "Text.h"
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
-namespace
-{
+namespace {
 
 void SaveBranch(TContext& tContext)
 {

@@ -5,13 +5,10 @@
 
 #include <set>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
-namespace
-{
+namespace {
 
 // The listing's filters and output: each change offered goes out unless a
 // filter drops it; false once the maximum is reached.
@@ -97,9 +94,7 @@ void VisitChangesOf(TContext& rContext, const TChangesArg& tArg, const std::stri
     long long nLast = -1;
     std::string strClientFile;
     rContext.pStore->VisitRevsByChange(
-        tArg.nLow, tArg.nHigh, strPrefix, bOldestFirst,
-        [&](long long nChange, const std::string& strDepotFile)
-        {
+        tArg.nLow, tArg.nHigh, strPrefix, bOldestFirst, [&](long long nChange, const std::string& strDepotFile) {
             if (nChange == nLast || !PatternNames(tArg.strPattern, tArg.bIsDepot, pView, strDepotFile, strClientFile))
                 return true;
             nLast = nChange;
@@ -122,8 +117,7 @@ void ListChangesOfFiles(TContext& rContext, const TOptions& tOptions, CChangeLis
         atArgs.push_back(ResolveChangesArg(rContext, strArg, pView.get(), nMinChange, nMaxChange));
     }
     bool bOldestFirst = tOptions.Has('r');
-    auto fnOffer = [&](long long nChange)
-    {
+    auto fnOffer = [&](long long nChange) {
         std::optional<TChangeRec> tChange = rContext.pStore->Change(nChange);
         return !tChange || rLister.Offer(*tChange);
     };
@@ -139,12 +133,10 @@ void ListChangesOfFiles(TContext& rContext, const TOptions& tOptions, CChangeLis
     {
         for (const std::string& strPrefix : tArg.astrPrefixes)
         {
-            VisitChangesOf(rContext, tArg, strPrefix, pView.get(), false,
-                           [&](long long nChange)
-                           {
-                               setChanges.insert(nChange);
-                               return true;
-                           });
+            VisitChangesOf(rContext, tArg, strPrefix, pView.get(), false, [&](long long nChange) {
+                setChanges.insert(nChange);
+                return true;
+            });
         }
     }
     if (bOldestFirst)

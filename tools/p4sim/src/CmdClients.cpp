@@ -6,13 +6,10 @@
 
 #include <set>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
-namespace
-{
+namespace {
 
 EP4Error SpecError(const std::string& strWhat, TGeneric eGeneric = eGenericUsage)
 {

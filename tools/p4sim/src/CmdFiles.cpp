@@ -9,13 +9,10 @@
 #include <fstream>
 #include <set>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
-namespace
-{
+namespace {
 
 // A file that an argument names, at the revision its specifier selects.
 struct TResolvedFile
@@ -30,10 +27,9 @@ std::vector<TRevRec> RevisionsUnder(CStore& rStore, const std::string& strPrefix
     if (bAllRevs)
     {
         std::vector<TRevRec> atRevs = rStore.RevsUnder(strPrefix, tBounds.nLow, tBounds.nHigh);
-        std::sort(atRevs.begin(), atRevs.end(),
-                  [](const TRevRec& tA, const TRevRec& tB) {
-                      return tA.strDepotFile != tB.strDepotFile ? tA.strDepotFile < tB.strDepotFile : tA.nRev > tB.nRev;
-                  });
+        std::sort(atRevs.begin(), atRevs.end(), [](const TRevRec& tA, const TRevRec& tB) {
+            return tA.strDepotFile != tB.strDepotFile ? tA.strDepotFile < tB.strDepotFile : tA.nRev > tB.nRev;
+        });
         return atRevs;
     }
     std::vector<TRevRec> atRevs;

@@ -3,10 +3,8 @@
 
 #include "Text.h"
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 void CmdHave(TContext& tContext, const TOptions& tOptions)
 {

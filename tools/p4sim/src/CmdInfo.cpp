@@ -3,13 +3,10 @@
 
 #include "Text.h"
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
-namespace
-{
+namespace {
 
 const char* const s_pszServerVersion = "P4D/LINUX26X86_64/2014.1/p4sim (2014/01/01)";
 

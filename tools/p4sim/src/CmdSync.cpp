@@ -9,13 +9,10 @@
 
 #include "Text.h"
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
-namespace
-{
+namespace {
 
 TSyncSettings SettingsFor(const TOptions& tOptions, const TClientRec& tClient)
 {

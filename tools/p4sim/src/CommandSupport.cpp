@@ -6,10 +6,8 @@
 
 #include <algorithm>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 std::string TOptions::Value(char c, const std::string& strDefault) const
 {
@@ -93,8 +91,7 @@ bool IsTextType(const std::string& strType)
              StartsWith(strType, "resource") || StartsWith(strType, "utf16"));
 }
 
-namespace
-{
+namespace {
 
 // One end of a range: "@12", "#3", "@head", "@now".
 long long RangeEnd(const std::string& strEnd, long long nMaxChange)
@@ -186,8 +183,7 @@ bool TClientView::ClientPathOf(const std::string& strLocal, std::string& strClie
     return true;
 }
 
-namespace
-{
+namespace {
 
 EP4Error UnknownClient(const TContext& tContext)
 {

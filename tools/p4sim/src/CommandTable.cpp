@@ -1,13 +1,10 @@
 // The table of p4 commands: names, options, usage lines.
 #include "Commands.h"
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
-namespace
-{
+namespace {
 
 const char* const s_pszBranchesUsage = "branches [ -t ] [ -u user ] [ [-e|-E] query -m max ]";
 const char* const s_pszBranchUsage = "branch [ -d -f -o -i ] branchname";

@@ -13,10 +13,8 @@
 #include <string>
 #include <vector>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 struct TCommandSpec;
 

@@ -6,10 +6,8 @@
 #include <cstdint>
 #include <stdexcept>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 std::string Md5Hex(const std::string& strData)
 {

@@ -4,10 +4,8 @@
 
 #include <string>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 // MD5 of the bytes, as 32 upper-case hexadecimal digits (the form of the
 // server's digest field).

@@ -5,10 +5,8 @@
 #include <stdexcept>
 #include <string>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 // How bad a message is: 2 a warning (exit status 0), 3 a failed command,
 // 4 a fatal one (exit status 1 for both).

@@ -13,10 +13,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 std::string ReadWholeFile(const std::string& strPath)
 {
@@ -84,8 +82,7 @@ std::string NormalizePath(const std::string& strPath)
     bool bAbsolute = StartsWith(strPath, "/");
     std::vector<std::string> astrParts;
     std::string strItem;
-    auto fnFlush = [&]()
-    {
+    auto fnFlush = [&]() {
         if (strItem == "..")
         {
             if (!astrParts.empty())

@@ -3,10 +3,8 @@
 
 #include <string>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 std::string ReadWholeFile(const std::string& strPath); // throws std::runtime_error
 bool FileExists(const std::string& strPath);

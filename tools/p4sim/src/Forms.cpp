@@ -3,13 +3,10 @@
 #include "Errors.h"
 #include "Text.h"
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
-namespace
-{
+namespace {
 
 EP4Error SyntaxError(const std::string& strWhat, const std::string& strLine)
 {

@@ -8,10 +8,8 @@
 #include <utility>
 #include <vector>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 // A parsed form: field names (as written) and values (lines joined by
 // "\n"), in order. Names compare case-insensitively.

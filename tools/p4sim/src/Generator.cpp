@@ -7,13 +7,10 @@
 
 #include <algorithm>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
-namespace
-{
+namespace {
 
 TFileAction Action(const std::string& strPath, const char* pszAction, const std::string& strFrom = "")
 {

@@ -5,13 +5,10 @@
 #include <algorithm>
 #include <iterator>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
-namespace
-{
+namespace {
 
 const char* const s_apszWords[] = {"alpha", "buffer", "cache",  "delta",  "engine", "filter", "graph",  "handle",
                                    "index", "join",   "kernel", "layout", "merge",  "node",   "offset", "parse",
@@ -118,8 +115,7 @@ bool SameContent(const TContent& pA, const TContent& pB)
     return pA == pB || *pA == *pB;
 }
 
-namespace
-{
+namespace {
 
 // The branch folder of a depot path: "//depot/NAME/".
 std::string StreamOf(const std::string& strPath)

@@ -3,16 +3,13 @@
 #include "Admin.h"
 #include "Commands.h"
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 const char* const g_pszGlobalUsage =
     "Usage: p4 [ -G -c client -H host -p port -u user -x file -z tag -d dir ] command [ arg ... ]";
 
-namespace
-{
+namespace {
 
 // The command names, a few to a line.
 std::string CommandList()

@@ -10,10 +10,8 @@
 #include <string>
 #include <vector>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 class CStore;
 

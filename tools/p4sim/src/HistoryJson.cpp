@@ -7,15 +7,12 @@
 #include <set>
 #include <stdexcept>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 using nlohmann::json;
 
-namespace
-{
+namespace {
 
 std::string Str(const json& jObject, const char* pszKey, const std::string& strDefault = "")
 {

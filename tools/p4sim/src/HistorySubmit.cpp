@@ -8,13 +8,10 @@
 #include <set>
 #include <stdexcept>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
-namespace
-{
+namespace {
 
 // The common folder of a change's files, as the server shows it in the
 // "path" field: //depot/main/... for //depot/main/a and //depot/main/b/c.

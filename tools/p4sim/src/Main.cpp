@@ -22,8 +22,7 @@
 
 using namespace ORVANE::P4SIM;
 
-namespace
-{
+namespace {
 
 std::string EnvOr(const char* pszName, const std::string& strDefault)
 {
@@ -139,8 +138,7 @@ TGlobalsResult ParseGlobals(CInvocation& rInvocation, TGlobals& tGlobals)
             break;
         if (strArg == "--help" || strArg == "-h")
             return eGlobalsHelp;
-        auto fnValue = [&]() -> std::string
-        {
+        auto fnValue = [&]() -> std::string {
             if (strArg.size() > 2)
                 return strArg.substr(2);
             return i + 1 < astrArgv.size() ? astrArgv[++i] : "";

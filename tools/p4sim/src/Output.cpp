@@ -2,10 +2,8 @@
 
 #include <cstdint>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 void COutput::PutString(std::string& strOut, const std::string& str)
 {

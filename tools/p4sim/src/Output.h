@@ -8,10 +8,8 @@
 #include <utility>
 #include <vector>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 // One result record: field names and values, in order.
 using TRecord = std::vector<std::pair<std::string, std::string>>;

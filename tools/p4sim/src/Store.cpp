@@ -5,13 +5,10 @@
 #include <ctime>
 #include <stdexcept>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
-namespace
-{
+namespace {
 
 void Check(sqlite3* pDb, int nResult, const char* pszWhat)
 {

@@ -15,10 +15,8 @@
 #include <string>
 #include <vector>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 // A prepared statement of the store, reset and unbound when handed out.
 class CStatement

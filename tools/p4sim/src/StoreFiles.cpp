@@ -3,13 +3,10 @@
 
 #include "Text.h"
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
-namespace
-{
+namespace {
 
 TRevRec ReadRev(const CStatement& cRow)
 {

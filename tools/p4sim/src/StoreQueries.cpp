@@ -1,9 +1,7 @@
 #include "StoreQueries.h"
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 #define P4SIM_REV_COLUMNS "depot_file,rev,change,action,type,digest,size,time,modtime"
 #define P4SIM_CHANGE_COLUMNS "change,user,client,time,description,status,path"
@@ -36,8 +34,7 @@ CREATE TABLE have(client TEXT NOT NULL, client_file TEXT NOT NULL, depot_file TE
     rev INTEGER NOT NULL, PRIMARY KEY(client, client_file)) WITHOUT ROWID;
 )SQL";
 
-namespace
-{
+namespace {
 
 // In the order of TQuery.
 const char* const s_apszQueries[eQueryCount] = {

@@ -3,10 +3,8 @@
 // through an index.
 #pragma once
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 enum TQuery
 {

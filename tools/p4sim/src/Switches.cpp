@@ -15,13 +15,10 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
-namespace
-{
+namespace {
 
 std::string EnvOr(const char* pszName, const std::string& strDefault)
 {

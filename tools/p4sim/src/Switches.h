@@ -7,10 +7,8 @@
 #include <string>
 #include <vector>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 // The arguments after the program, joined by blanks: what P4SIM_FAIL and
 // P4SIM_GARBLE are matched against.

@@ -13,13 +13,10 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
-namespace
-{
+namespace {
 
 bool Executable(const std::string& strType)
 {

@@ -7,13 +7,10 @@
 #include <map>
 #include <set>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
-namespace
-{
+namespace {
 
 // How many revisions between a mark's change and the argument's the plan
 // from a mark looks at; beyond that the full plan is cheaper.

@@ -2,13 +2,10 @@
 
 #include <ctime>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
-namespace
-{
+namespace {
 
 bool IsBlank(char c)
 {

@@ -5,10 +5,8 @@
 #include <string>
 #include <vector>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 bool StartsWith(const std::string& str, const std::string& strPrefix);
 bool EndsWith(const std::string& str, const std::string& strSuffix);

@@ -5,13 +5,10 @@
 #include <algorithm>
 #include <utility>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
-namespace
-{
+namespace {
 
 enum TTokenKind
 {
@@ -237,8 +234,7 @@ bool ParseViewLine(const std::string& strLine, TMapLine& tOut)
 
 std::string FormatViewLine(const TMapLine& tLine)
 {
-    auto fnSide = [](const std::string& strPath, bool bMinus)
-    {
+    auto fnSide = [](const std::string& strPath, bool bMinus) {
         std::string str = (bMinus ? "-" : "") + strPath;
         if (strPath.find(' ') != std::string::npos || strPath.find('\t') != std::string::npos)
             return "\"" + str + "\"";

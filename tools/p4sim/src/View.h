@@ -6,10 +6,8 @@
 #include <string>
 #include <vector>
 
-namespace ORVANE
-{
-namespace P4SIM
-{
+namespace ORVANE {
+namespace P4SIM {
 
 // Does strPath match strPattern (wildcards ..., * and %%n)? Case-sensitive,
 // as a server on Linux compares.
