@@ -54,7 +54,8 @@ int Run(const std::vector<std::string>& args, const std::string& input = "")
         return -1;
     const int status = child.Wait();
     const struct rusage& ru = child.GetUsage();
-    g_cpuMs += (ru.ru_utime.tv_sec + ru.ru_stime.tv_sec) * 1000.0 + (ru.ru_utime.tv_usec + ru.ru_stime.tv_usec) / 1000.0;
+    g_cpuMs +=
+        (ru.ru_utime.tv_sec + ru.ru_stime.tv_sec) * 1000.0 + (ru.ru_utime.tv_usec + ru.ru_stime.tv_usec) / 1000.0;
     return status;
 }
 
