@@ -7,13 +7,37 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <dirent.h>
+#include <signal.h>
+
+#include <cerrno>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
 namespace enginetest {
 
+namespace {
+
+// The staging files of all runs: their names in /tmp.
+std::set<std::string> StagingFiles()
+{
+    std::set<std::string> setFiles;
+    DIR* pDir = opendir("/tmp");
+    if (!pDir)
+        return setFiles;
+    while (const dirent* pEntry = readdir(pDir))
+        if (std::string(pEntry->d_name).compare(0, 10, "orvane-em-") == 0)
+            setFiles.insert(pEntry->d_name);
+    closedir(pDir);
+    return setFiles;
+}
+
+} // namespace
+
 void CEngineTest::SetUp()
 {
+    m_setStagingBefore = StagingFiles();
     m_pScratch.reset(new ORVANE::TEST::CScratchFolder("orvane-import-test"));
     m_strTemp = m_pScratch->Path();
     ASSERT_FALSE(m_strTemp.empty());
@@ -269,14 +293,20 @@ void CEngineTest::ExpectBranchesMatchDepot(const std::vector<nlohmann::json>& aS
     EXPECT_EQ(0, f.nStatus) << f.strOut << f.strErr;
 }
 
-void CEngineTest::ExpectCleanedUp(pid_t nEnginePid, const std::string& strWorkspace) const
+void CEngineTest::ExpectCleanedUp(const std::string& strWorkspace) const
 {
     const TResult c = P4({"clients"});
     EXPECT_EQ(0, c.nStatus) << c.strErr;
     EXPECT_EQ(std::string::npos, c.strOut.find("Orvane_Temp_Client")) << c.strOut;
-    const std::string strBase = "/tmp/orvane-em-" + std::to_string(nEnginePid);
-    EXPECT_FALSE(Exists(strBase + ".tdf"));
-    EXPECT_FALSE(Exists(strBase + ".tlf"));
+    // The staging files of this test's run are gone; those of runs of other
+    // tests at the same time belong to processes that still live.
+    for (const std::string& strName : StagingFiles())
+    {
+        if (m_setStagingBefore.count(strName))
+            continue;
+        const pid_t nPid = static_cast<pid_t>(std::atol(strName.c_str() + 10));
+        EXPECT_FALSE(nPid > 0 && kill(nPid, 0) != 0 && errno == ESRCH) << "left behind: /tmp/" << strName;
+    }
     if (!strWorkspace.empty())
     {
         EXPECT_FALSE(Exists(strWorkspace)) << strWorkspace;

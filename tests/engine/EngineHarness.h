@@ -7,6 +7,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -74,9 +75,10 @@ protected:
     std::vector<nlohmann::json> ReadDump(const std::string& strFile) const;
     // No temporary client on the server, no staging file of the engine and
     // no workspace.
-    void ExpectCleanedUp(pid_t nEnginePid, const std::string& strWorkspace) const;
+    void ExpectCleanedUp(const std::string& strWorkspace) const;
 
     std::unique_ptr<ORVANE::TEST::CScratchFolder> m_pScratch;
+    std::set<std::string> m_setStagingBefore;
     std::string m_strTemp;
     std::string m_strServer;
     std::string m_strGit;

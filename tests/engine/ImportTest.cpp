@@ -202,7 +202,6 @@ TEST_P(CFailureTest, EndsWithStatusOneAndLeavesNothingBehind)
         Start(EngineArgs({"--git", m_strGit, "--dump", strDump, "--workspace", strWorkspace}),
               Env({{"P4SIM_FAIL", GetParam().pszPattern}}), m_strTemp + "/out", strErr);
     ASSERT_TRUE(cEngine.IsRunning());
-    const pid_t nPid = cEngine.GetPid();
     EXPECT_EQ(1, cEngine.Wait());
     const std::string strMessage = ReadWholeFile(strErr);
     EXPECT_NE(std::string::npos, strMessage.find("orvane-import: error: ")) << strMessage;
@@ -212,7 +211,7 @@ TEST_P(CFailureTest, EndsWithStatusOneAndLeavesNothingBehind)
         ASSERT_FALSE(aDump.empty());
         EXPECT_EQ((nlohmann::json{{"kind", "failure"}, {"call", GetParam().pszCall}, {"result", 1}}), aDump.back());
     }
-    ExpectCleanedUp(nPid, strWorkspace);
+    ExpectCleanedUp(strWorkspace);
 }
 
 INSTANTIATE_TEST_SUITE_P(Injected, CFailureTest,
@@ -237,7 +236,6 @@ TEST_P(CSignalTest, StopsBetweenCallsAndCleansUp)
         Start(EngineArgs({"--git", m_strGit, "--workspace", strWorkspace}),
               Env({{"P4SIM_LATENCY_MS", "40"}, {"P4SIM_JOURNAL", strJournal}}), m_strTemp + "/out", strErr);
     ASSERT_TRUE(cEngine.IsRunning());
-    const pid_t nPid = cEngine.GetPid();
     bool bSynced = false;
     for (int i = 0; i < 3000 && !bSynced; ++i)
     {
@@ -252,7 +250,7 @@ TEST_P(CSignalTest, StopsBetweenCallsAndCleansUp)
     cEngine.Signal(GetParam());
     EXPECT_EQ(128 + GetParam(), cEngine.Wait());
     EXPECT_NE(std::string::npos, ReadWholeFile(strErr).find("interrupted")) << ReadWholeFile(strErr);
-    ExpectCleanedUp(nPid, strWorkspace);
+    ExpectCleanedUp(strWorkspace);
 }
 
 INSTANTIATE_TEST_SUITE_P(Signals, CSignalTest, ::testing::Values(SIGINT, SIGTERM),
@@ -283,5 +281,5 @@ TEST_F(CEngineTest, KeptWorkspaceHoldsEachStreamsLastState)
     // The import log went to standard error as well as to its file.
     EXPECT_NE(std::string::npos, r.strErr.find("Proposing stream 'rel1'")) << r.strErr;
     EXPECT_NE(std::string::npos, ReadWholeFile(m_strLog).find("Proposing stream 'rel1'"));
-    ExpectCleanedUp(0, std::string());
+    ExpectCleanedUp(std::string());
 }
