@@ -1,10 +1,10 @@
 // Construction, destruction and settings of CProviderBase.
 #include "mce/ProviderBase.h"
 
-#include <cstdlib>
-
 #include <wx/filefn.h>
 #include <wx/log.h>
+
+#include "mce/Atoi32.h"
 
 namespace ORVANE {
 namespace MCE {
@@ -86,8 +86,7 @@ bool CProviderBase::GetBooleanProperty(const VCM::CString& strKey)
         return false;
     // The C library's reading of a decimal integer on the locale's multibyte
     // form: blanks skipped, a sign, digits up to the first non-digit.
-    const wxCharBuffer abValue = strValue.mb_str(wxConvLibc);
-    return std::atoi(abValue.data() ? abValue.data() : "") != 0;
+    return Atoi32(strValue) != 0;
 }
 
 } // namespace MCE

@@ -5,6 +5,8 @@
 #include <wx/string.h>
 #include <wx/wxcrt.h>
 
+#include "mce/Atoi32.h"
+
 namespace ORVANE {
 namespace MP4 {
 
@@ -31,9 +33,9 @@ bool CChangesCmd::GetNextChange(TChange& cChange)
         if (nResult == 1)
         {
             if (strKey.CompareNoCase(L"change") == 0)
-                cChange.nChange = static_cast<unsigned int>(wxAtoi(strValue));
+                cChange.nChange = static_cast<unsigned int>(MCE::Atoi32(strValue));
             else if (strKey.CompareNoCase(L"time") == 0)
-                cChange.cTime.Set(static_cast<long>(wxAtoi(strValue)));
+                cChange.cTime.Set(static_cast<long>(MCE::Atoi32(strValue)));
             else if (strKey.CompareNoCase(L"user") == 0)
                 cChange.strUser = strValue;
             else if (strKey.CompareNoCase(L"client") == 0)
@@ -113,7 +115,7 @@ bool CDescribeCmd::GetNextItem(TChangeItem& cItem)
             if (strKey.Mid(3).CmpNoCase(strSuffix) != 0)
                 return false;
             // The revision completes an item.
-            cItem.nRev = static_cast<unsigned int>(wxAtoi(strValue));
+            cItem.nRev = static_cast<unsigned int>(MCE::Atoi32(strValue));
             return cItem.nRev != 0;
         }
         nResult = GetNextPair(strKey, strValue);

@@ -133,6 +133,39 @@ TEST_F(ChangeCmdsTest, RecordWithoutAUsableNumberIsSkipped)
     EXPECT_EQ(FeedArgs(), std::vector<std::string>{"-G changes //depot/main/..."});
 }
 
+// Numbers are read as by atoi with a 32-bit long: beyond the 32-bit range
+// they saturate, whatever the width of long where the module is built.
+TEST_F(ChangeCmdsTest, NumbersBeyond32BitsSaturate)
+{
+    Feed("default", MarshalRecord({{"change", "4294967297"}, {"time", "2200000000"}, {"user", "a"}}) +
+                        MarshalRecord({{"change", "7"}, {"time", "-4294967296"}, {"user", "b"}}));
+    CChangesCmd cCmd;
+    ASSERT_TRUE(cCmd.EnumChangesForPath(Path(L"//depot/main")));
+    TChange cChange;
+    ASSERT_TRUE(cCmd.GetNextChange(cChange));
+    EXPECT_EQ(cChange.nChange, 2147483647u);
+    EXPECT_EQ(cChange.cTime.GetUTC(), 2147483647L);
+    ASSERT_TRUE(cCmd.GetNextChange(cChange));
+    EXPECT_EQ(cChange.nChange, 7u);
+    EXPECT_EQ(cChange.cTime.GetUTC(), -2147483647L - 1);
+    EXPECT_FALSE(cCmd.GetNextChange(cChange));
+
+    // A revision of 2^32 is not 0: the item counts.
+    Feed("-G describe 12", MarshalRecord({{"code", "stat"},
+                                          {"change", "12"},
+                                          {"desc", "Wide revision"},
+                                          {"depotFile0", "//depot/main/x.c"},
+                                          {"action0", "edit"},
+                                          {"rev0", "4294967296"}}));
+    CString strDescription;
+    ASSERT_TRUE(m_cDescribe.EnumItemsForChange(12, strDescription));
+    TChangeItem cItem;
+    ASSERT_TRUE(m_cDescribe.GetNextItem(cItem));
+    EXPECT_EQ(PathText(cItem), L"//depot/main/x.c");
+    EXPECT_EQ(cItem.nRev, 2147483647u);
+    EXPECT_FALSE(m_cDescribe.GetNextItem(cItem));
+}
+
 TEST_F(ChangeCmdsTest, LastRecordCutShortStillCounts)
 {
     Feed("default", MarshalRecord({{"change", "5"}}) + "{" + MarshalString("change") + MarshalString("6") +

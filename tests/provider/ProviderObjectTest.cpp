@@ -79,6 +79,9 @@ TEST(ProviderSettings, BooleanReadingFollowsTheCLibrarysAtoi)
     } atCases[] = {
         {L"", false}, {L"0", false}, {L"01", true},  {L"yes", false}, {L"1", true},    {L"2", true},
         {L"-1", true}, {L" 1", true}, {L"true", false}, {L"on", false}, {L"+3x", true}, {L"-0", false},
+        // Beyond 32 bits: saturated as by a 32-bit long, never cut to the low
+        // 32 bits (which are 0 here).
+        {L"4294967296", true}, {L"-4294967296", true}, {L"18446744073709551616", true},
     };
     for (const auto& t : atCases)
     {
