@@ -2,6 +2,7 @@
 // declaration of the interface is known here.
 #include <gtest/gtest.h>
 
+#include "ItaniumLayout.h"
 #include "MirrorProvider.h"
 
 namespace mirror {
@@ -138,6 +139,40 @@ __attribute__((no_sanitize("vptr"))) void CallEverySlot(void* pObject, IRealProb
     pm->RemoveClients();
     EXPECT_EQ(1, cProbe.RemoveCalls());
     pm->m_pEngine = nullptr;
+}
+
+std::map<std::string, long> Layout()
+{
+    std::map<std::string, long> mapLayout;
+#if ORVANE_TEST_ITANIUM_LAYOUT
+#define MIRROR_SLOT(name) mapLayout["slot " #name] = ORVANE::TEST::VirtualSlot(&IProvider::name);
+    MIRROR_PROVIDER_OPERATIONS(MIRROR_SLOT)
+    MIRROR_BASE_OPERATIONS(MIRROR_SLOT)
+#undef MIRROR_SLOT
+#define MIRROR_MEMBER(type, declared, name) mapLayout[type "::" #name] = ORVANE::TEST::MemberOffset(&declared::name);
+#define MIRROR_PROVIDER_MEMBER(name) MIRROR_MEMBER("CProvider", IProvider, name)
+#define MIRROR_STREAM_FIELD(name) MIRROR_MEMBER("TStreamInfo", TStreamInfo, name)
+#define MIRROR_CHANGE_FIELD(name) MIRROR_MEMBER("TChangeInfo", TChangeInfo, name)
+#define MIRROR_ITEM_FIELD(name) MIRROR_MEMBER("TChangeItemInfo", TChangeItemInfo, name)
+#define MIRROR_PROPERTY_FIELD(name) MIRROR_MEMBER("TPropertyInfo", TPropertyInfo, name)
+    MIRROR_PROVIDER_MEMBERS(MIRROR_PROVIDER_MEMBER)
+    MIRROR_STREAM_FIELDS(MIRROR_STREAM_FIELD)
+    MIRROR_CHANGE_FIELDS(MIRROR_CHANGE_FIELD)
+    MIRROR_ITEM_FIELDS(MIRROR_ITEM_FIELD)
+    MIRROR_PROPERTY_FIELDS(MIRROR_PROPERTY_FIELD)
+#undef MIRROR_PROPERTY_FIELD
+#undef MIRROR_ITEM_FIELD
+#undef MIRROR_CHANGE_FIELD
+#undef MIRROR_STREAM_FIELD
+#undef MIRROR_PROVIDER_MEMBER
+#undef MIRROR_MEMBER
+#endif
+    mapLayout["sizeof CProvider"] = sizeof(IProvider);
+    mapLayout["sizeof TStreamInfo"] = sizeof(TStreamInfo);
+    mapLayout["sizeof TChangeInfo"] = sizeof(TChangeInfo);
+    mapLayout["sizeof TChangeItemInfo"] = sizeof(TChangeItemInfo);
+    mapLayout["sizeof TPropertyInfo"] = sizeof(TPropertyInfo);
+    return mapLayout;
 }
 
 __attribute__((no_sanitize("vptr"))) void DestroyThroughMirror(void* pObject)

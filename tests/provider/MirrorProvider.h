@@ -3,6 +3,7 @@
 // through it must reach the intended operations of a real provider.
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -98,6 +99,21 @@ public:
 
 } // namespace mirror
 
+// The names of the operations and data members, for the layout report: each
+// side reads where they are from its own declaration.
+#define MIRROR_PROVIDER_OPERATIONS(X)                                                                                  \
+    X(Destroy) X(ResetStreams) X(GetNextStream) X(CheckEnvironment) X(EstablishStreams) X(ResolveStreamLinkage)       \
+        X(OnBeginStream) X(OnFirstChangeset) X(OnNextChangeset) X(OnProcessChange) X(OnFirstChangeItem)               \
+            X(OnNextChangeItem) X(EstablishChangesets) X(SetProperty) X(GetPropertyInfo) X(ValidateStringProperty)    \
+                X(InitialiseClients) X(RemoveClients) X(RetrieveFiles) X(LogToConnection) X(OpenLog) X(IsLogOpen)     \
+                    X(GetLogPath) X(WriteLog) X(LogStreamsAndChanges)
+#define MIRROR_BASE_OPERATIONS(X) X(RetrieveChangeFiles) X(RetrieveChangeItemFile) X(SearchForStreams) X(EnumerateChanges)
+#define MIRROR_PROVIDER_MEMBERS(X) X(m_pEngine) X(m_strID) X(m_strName) X(m_strDescription) X(m_bFlag1) X(m_bFlag2)
+#define MIRROR_STREAM_FIELDS(X) X(nID) X(nParentID) X(cDstPath) X(cSrcPath) X(nBaseChangeID) X(cProperties) X(strName)
+#define MIRROR_CHANGE_FIELDS(X) X(nID) X(strUser) X(tTime) X(strComment) X(nItemCount)
+#define MIRROR_ITEM_FIELDS(X) X(nChangeID) X(eType) X(cFilePath) X(nRevision)
+#define MIRROR_PROPERTY_FIELDS(X) X(pszDisplayName) X(pszKey) X(pszDefault) X(nType)
+
 namespace mirror {
 
 // What the engine-side code may learn about the real object, answered by
@@ -130,6 +146,9 @@ public:
 // what each did (GoogleTest expectations). Compiled on its own, without the
 // real provider's declaration.
 void CallEverySlot(void* pObject, IRealProbe& cProbe);
+// Where this declaration puts things, by name: "CProvider::m_strID" (byte
+// offset), "sizeof TChangeInfo" (bytes), "slot Destroy" (slot number).
+std::map<std::string, long> Layout();
 void DestroyThroughMirror(void* pObject);
 void DeleteThroughMirror(void* pObject);
 

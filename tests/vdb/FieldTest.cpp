@@ -1,7 +1,11 @@
 // Field values through the database, the binding of members to fields, the
 // definition records and the layout of the interface.
 #include <cstring>
+#include <iterator>
 
+#include <sqlite3.h>
+
+#include "ItaniumLayout.h"
 #include "VdbTestSupport.h"
 #include "host/VDBStore.h"
 
@@ -162,19 +166,58 @@ TEST_F(VdbFields, TimesRoundTripForEverySigned32BitValue)
     }
 }
 
+// A time is stored as its value modulo 2^32, the unsigned 32-bit number
+// that every platform writes alike, and read back as a signed 32-bit value.
+// A 64-bit long may hold more than 32 bits, which the store drops; a 32-bit
+// long takes a value beyond its range modulo 2^32 when it is assigned, and
+// the store must then keep the sign: -1 goes in as 4294967295 and comes back
+// as -1. The same stored numbers and the same values read back either way.
 TEST_F(VdbFields, ALongTimeIsKeptModulo2To32)
 {
-    if (sizeof(long) == 4)
+    const struct
     {
-        GTEST_SKIP() << "a long holds only 32 bits here";
+        const wchar_t* pszName;
+        long long nAssigned; // assigned to the long member
+        long long nStored;   // the number in the database
+        long tRead;          // the value read back
+    } atCases[] = {
+        {L"wide", 0x100000005LL, 5, 5},
+        {L"unsigned", 4294967295LL, 4294967295LL, -1},
+        {L"minus one", -1, 4294967295LL, -1},
+        {L"highest", 2147483647LL, 2147483647LL, 2147483647L},
+        {L"lowest", -2147483648LL, 2147483648LL, -2147483647L - 1},
+        {L"past the highest", 2147483648LL, 2147483648LL, -2147483647L - 1},
+        {L"below the lowest", -2147483649LL, 2147483647LL, 2147483647L},
+        {L"wide negative", -0x100000005LL, 4294967291LL, -5},
+    };
+    std::vector<unsigned int> anIDs;
+    for (size_t i = 0; i < std::size(atCases); ++i)
+    {
+        TSampleRecord t;
+        t.strName = atCases[i].pszName;
+        t.tTime = static_cast<long>(atCases[i].nAssigned);
+        const TSampleRecord r = RoundTrip(t);
+        EXPECT_EQ(r.tTime, atCases[i].tRead) << "case " << i;
+        anIDs.push_back(r.nID);
     }
-    TSampleRecord t;
-    t.strName = L"wide";
-    t.tTime = static_cast<long>(0x100000005LL); // beyond 32 bits: only the low bits are kept
-    EXPECT_EQ(RoundTrip(t).tTime, 5);
-    t.strName = L"unsigned";
-    t.tTime = 4294967295L; // as an unsigned 32-bit value, i.e. -1
-    EXPECT_EQ(RoundTrip(t).tTime, -1);
+
+    // The stored numbers, read from the file once the database is released.
+    m_cTable.Close();
+    m_pDb->Release();
+    m_pDb = nullptr;
+    sqlite3* pRaw = nullptr;
+    ASSERT_EQ(sqlite3_open_v2(m_cFolder.File("db.tdf").c_str(), &pRaw, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+    sqlite3_stmt* pStmt = nullptr;
+    ASSERT_EQ(sqlite3_prepare_v2(pRaw, "SELECT f2 FROM sample WHERE f0 = ?", -1, &pStmt, nullptr), SQLITE_OK);
+    for (size_t i = 0; i < anIDs.size(); ++i)
+    {
+        sqlite3_bind_int64(pStmt, 1, anIDs[i]);
+        ASSERT_EQ(sqlite3_step(pStmt), SQLITE_ROW);
+        EXPECT_EQ(sqlite3_column_int64(pStmt, 0), atCases[i].nStored) << "case " << i;
+        sqlite3_reset(pStmt);
+    }
+    sqlite3_finalize(pStmt);
+    sqlite3_close(pRaw);
 }
 
 TEST(VdbBinding, BindsEachFieldToItsMember)
@@ -236,36 +279,19 @@ TEST(VdbDefinitions, IndexDefinitionsAre32RawBytes)
     EXPECT_EQ(sizeof(TFieldDef), sizeof(void*) + 8);
 }
 
-#if defined(__GNUC__) && defined(__x86_64__)
-namespace {
-
-// The slot of a virtual function in its class's table (Itanium C++ ABI: a
-// pointer to a virtual member holds 1 + the slot's byte offset).
-template <typename TPointer>
-long Slot(TPointer pMember)
-{
-    struct TRaw
-    {
-        intptr_t nPtr;
-        intptr_t nAdjust;
-    } tRaw;
-    static_assert(sizeof(pMember) == sizeof(tRaw), "Itanium member pointer");
-    std::memcpy(&tRaw, &pMember, sizeof(tRaw));
-    return (tRaw.nPtr - 1) / static_cast<long>(sizeof(void*));
-}
-
-} // namespace
+#if ORVANE_TEST_ITANIUM_LAYOUT
+using ORVANE::TEST::VirtualSlot;
 
 TEST(VdbLayout, VirtualSlots)
 {
     // Slots 0 and 1 are the destructor pair.
-    EXPECT_EQ(Slot(&CDatabase::Release), 2);
-    EXPECT_EQ(Slot(&CTable::GetFileDef), 2);
-    EXPECT_EQ(Slot(&CTable::GetFieldDefs), 3);
-    EXPECT_EQ(Slot(&CTable::GetIndexDefs), 4);
-    EXPECT_EQ(Slot(&TRecordBase::Clone), 2);
-    EXPECT_EQ(Slot(&TRecordBase::Delete), 3);
-    EXPECT_EQ(Slot(&TRecordBase::CopyFrom), 4);
+    EXPECT_EQ(VirtualSlot(&CDatabase::Release), 2);
+    EXPECT_EQ(VirtualSlot(&CTable::GetFileDef), 2);
+    EXPECT_EQ(VirtualSlot(&CTable::GetFieldDefs), 3);
+    EXPECT_EQ(VirtualSlot(&CTable::GetIndexDefs), 4);
+    EXPECT_EQ(VirtualSlot(&TRecordBase::Clone), 2);
+    EXPECT_EQ(VirtualSlot(&TRecordBase::Delete), 3);
+    EXPECT_EQ(VirtualSlot(&TRecordBase::CopyFrom), 4);
 }
 #endif
 
