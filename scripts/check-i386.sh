@@ -4,8 +4,10 @@
 # hold 32 bits, as in the engines that load the module) and runs their tests
 # with CTest, inside a 32-bit Debian system made once with debootstrap.
 #
-# usage: scripts/check-i386.sh [--fresh]
+# usage: scripts/check-i386.sh [--fresh] [--engine]
 #   --fresh   start from an empty build folder (the default reuses it)
+#   --engine  also build orvane-import and run its end-to-end tests (adds git
+#             and graphviz to the system)
 #
 # Environment:
 #   ORVANE_I386_CACHE   where the 32-bit system is kept (default /var/cache/orvane-i386)
@@ -21,9 +23,11 @@
 set -euo pipefail
 
 fresh=0
+engine=0
 for arg in "$@"; do
     case $arg in
     --fresh) fresh=1 ;;
+    --engine) engine=1 ;;
     -h | --help)
         sed -n '2,/^set -euo/p' "${BASH_SOURCE[0]}" | sed '$d; s/^# \{0,1\}//'
         exit 0
@@ -74,8 +78,8 @@ unmount_all() {
     mounted=()
 }
 trap unmount_all EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
+trap 'echo "check-i386: interrupted" >&2; exit 130' INT
+trap 'echo "check-i386: terminated" >&2; exit 143' TERM
 
 mount_in() {
     local target=$1
@@ -135,6 +139,9 @@ packages=(
     python3
     wx3.2-headers libwxbase3.2-1
 )
+if ((engine)); then
+    packages+=(git graphviz libcli11-dev)
+fi
 packages_mark=$system/.orvane-packages
 base_mark=$system/.orvane-base
 
@@ -199,10 +206,17 @@ unpack_wx_dev() {
         wx-config --libs base >/dev/null'
 }
 
+# The mark lists what is installed; nothing is done while it lists every
+# package wanted.
 install_packages() {
-    local want
-    want=$(printf '%s\n' "${packages[@]}" wx-dev-unpacked)
-    if [[ -f $packages_mark && $(cat "$packages_mark") == "$want" ]]; then
+    local have=() p missing=0
+    if [[ -f $packages_mark ]]; then
+        mapfile -t have <"$packages_mark"
+    fi
+    for p in "${packages[@]}" wx-dev-unpacked; do
+        [[ " ${have[*]} " == *" $p "* ]] || missing=1
+    done
+    if ((!missing)); then
         return
     fi
     rm -f "$packages_mark"
@@ -216,7 +230,7 @@ install_packages() {
         { tail -n 30 "$cache/apt.log" >&2; echo "check-i386: apt-get failed (log: $cache/apt.log)" >&2; exit 1; }
     unpack_wx_dev
     run_in apt-get clean
-    echo "$want" >"$packages_mark"
+    printf '%s\n' "${have[@]}" "${packages[@]}" wx-dev-unpacked | sort -u >"$packages_mark"
 }
 
 phase "32-bit $suite system in $system"
@@ -233,7 +247,7 @@ if ((fresh)); then
 fi
 
 phase "configure"
-run_in cmake -S /src -B /build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORVANE_BUILD_ENGINE=OFF \
+run_in cmake -S /src -B /build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORVANE_BUILD_ENGINE="$( ((engine)) && echo ON || echo OFF)" \
     -DORVANE_WERROR="$( ((${ORVANE_I386_WERROR:-0})) && echo ON || echo OFF)" \
     >"$build/configure.log" 2>&1 ||
     { cat "$build/configure.log" >&2; echo "check-i386: configure failed" >&2; exit 1; }
