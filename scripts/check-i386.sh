@@ -50,6 +50,10 @@ suite=${ORVANE_I386_SUITE:-bookworm}
 build=${ORVANE_I386_BUILD:-$root/build-i386}
 mkdir -p "$build"
 build=$(cd "$build" && pwd)
+if [[ $root/ == "$build"/* ]]; then
+    echo "check-i386: the build folder $build holds the source tree; choose another" >&2
+    exit 2
+fi
 system=$cache/$suite
 jobs=2
 
@@ -58,6 +62,14 @@ jobs=2
 if [[ -z ${ORVANE_I386_NAMESPACE:-} ]]; then
     export ORVANE_I386_NAMESPACE=1
     exec unshare --mount --propagation private -- "$BASH" "${BASH_SOURCE[0]}" "$@"
+fi
+
+# One run at a time uses a system.
+mkdir -p "$cache"
+exec 9>"$cache/lock"
+if ! flock -n 9; then
+    echo "check-i386: another run is using $cache; waiting for it" >&2
+    flock 9
 fi
 
 started=$SECONDS
@@ -263,7 +275,10 @@ if ((warnings > 0)); then
 fi
 
 phase "test"
-run_in uname -m | grep -qx i686
+if [[ $(run_in uname -m) != i686 ]]; then
+    echo "check-i386: the system does not run as i686" >&2
+    exit 1
+fi
 status=0
 run_in ctest --test-dir /build -j "$jobs" --output-on-failure --timeout 600 >"$build/test.log" 2>&1 || status=1
 test_seconds=$((SECONDS - phase_started))
