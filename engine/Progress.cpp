@@ -33,8 +33,10 @@ void CProgress::Show(const std::string& strStream, bool bFinal)
     if (!m_bShow)
         return;
     const TClock::time_point tNow = m_fnNow();
-    const double fInterval = m_bTerminal ? 0.1 : 1.0;
-    if (!bFinal && std::chrono::duration<double>(tNow - m_tLast).count() < fInterval)
+    // Compared as durations: exact on every platform (in x87 arithmetic
+    // 100 ms as seconds is a little less than the double 0.1).
+    const std::chrono::milliseconds tInterval(m_bTerminal ? 100 : 1000);
+    if (!bFinal && tNow - m_tLast < tInterval)
         return;
     if (bFinal && m_nShown == m_nDone && !m_bLineOpen)
         return;
