@@ -210,14 +210,7 @@ TP4Result CP4Query::Run(const std::vector<std::string>& astrArgs,
             break;
     }
     tResult.bDecoded = cDecoder.AtRecordEnd();
-    wxInputStream& rErr = *cCapture.GetStdErrorStream();
-    while (!rErr.Eof())
-    {
-        const size_t nRead = rErr.Read(ach, sizeof(ach)).LastRead();
-        if (nRead == 0)
-            break;
-        tResult.strError.append(ach, nRead);
-    }
+    tResult.strError = VCM::ReadAllBytes(*cCapture.GetStdErrorStream());
     return tResult;
 }
 

@@ -8,25 +8,6 @@
 namespace ORVANE {
 namespace IMP {
 
-namespace {
-
-// Everything left in a captured stream.
-std::string ReadAll(wxInputStream& rStream)
-{
-    std::string str;
-    char ach[65536];
-    while (!rStream.Eof())
-    {
-        const size_t nRead = rStream.Read(ach, sizeof(ach)).LastRead();
-        if (nRead == 0)
-            break;
-        str.append(ach, nRead);
-    }
-    return str;
-}
-
-} // namespace
-
 int RunProcess(const std::vector<std::string>& astrArgv, const std::string& strInput, std::string* pstrOutput,
                std::string* pstrError)
 {
@@ -35,9 +16,9 @@ int RunProcess(const std::vector<std::string>& astrArgv, const std::string& strI
         cCapture.GetStdInputStream()->Write(strInput.data(), strInput.size());
     const int nStatus = cCapture.Execute(astrArgv);
     if (pstrOutput)
-        *pstrOutput = ReadAll(*cCapture.GetStdOutputStream());
+        *pstrOutput = VCM::ReadAllBytes(*cCapture.GetStdOutputStream());
     if (pstrError)
-        *pstrError = ReadAll(*cCapture.GetStdErrorStream());
+        *pstrError = VCM::ReadAllBytes(*cCapture.GetStdErrorStream());
     return nStatus;
 }
 

@@ -707,6 +707,20 @@ std::string CProcessCapture::PeekError(size_t nMax) const
     return Peek(m_pImpl->m_cErr, nMax);
 }
 
+std::string ReadAllBytes(wxInputStream& rStream)
+{
+    std::string str;
+    char ach[65536];
+    while (!rStream.Eof())
+    {
+        const size_t nRead = rStream.Read(ach, sizeof(ach)).LastRead();
+        if (nRead == 0)
+            break;
+        str.append(ach, nRead);
+    }
+    return str;
+}
+
 void CProcessCapture::SetObserver(IProcessObserver* pObserver)
 {
     s_pObserver = pObserver;

@@ -79,5 +79,8 @@ private:
     std::unique_ptr<TImpl> m_pImpl;
 };
 
+// Everything left in a stream, as bytes (a captured output, for one).
+std::string ReadAllBytes(wxInputStream& rStream);
+
 } // namespace VCM
 } // namespace ORVANE

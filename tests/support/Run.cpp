@@ -14,20 +14,6 @@ const char* const g_pszUnset = "\x01";
 
 namespace {
 
-std::string Drain(wxInputStream& rStream)
-{
-    std::string str;
-    char ach[65536];
-    while (!rStream.Eof())
-    {
-        const size_t nRead = rStream.Read(ach, sizeof(ach)).LastRead();
-        if (nRead == 0)
-            break;
-        str.append(ach, nRead);
-    }
-    return str;
-}
-
 int OpenFor(const std::string& strPath, int nFlags)
 {
     int nFd = ::open(strPath.c_str(), nFlags | O_CLOEXEC, 0644);
@@ -79,8 +65,8 @@ TRunResult RunProgramWithEnvironment(const std::vector<std::string>& astrArgv,
         cCapture.GetStdInputStream()->Write(strInput.data(), strInput.size());
     TRunResult tResult;
     tResult.nStatus = cCapture.Execute(astrArgv, tOptions);
-    tResult.strOut = Drain(*cCapture.GetStdOutputStream());
-    tResult.strErr = Drain(*cCapture.GetStdErrorStream());
+    tResult.strOut = VCM::ReadAllBytes(*cCapture.GetStdOutputStream());
+    tResult.strErr = VCM::ReadAllBytes(*cCapture.GetStdErrorStream());
     return tResult;
 }
 
