@@ -47,6 +47,8 @@ void CHistoryWriter::OnStreamsRefreshed(const std::vector<TStreamInfo>& atStream
 void CHistoryWriter::OnChangesReady(unsigned int nCount)
 {
     m_cProgress.SetTotal(nCount);
+    if (m_pStats)
+        m_pStats->SampleStaging();
     m_cTracker.Begin(m_pStream->strFolder);
 }
 

@@ -11,6 +11,7 @@
 #include "EscapedNames.h"
 #include "GitRepository.h"
 #include "Progress.h"
+#include "RunStats.h"
 #include "Streams.h"
 #include "TreeTracker.h"
 #include "Workspace.h"
@@ -38,6 +39,8 @@ public:
 
     // Names that the module reads differently from p4 sync (none: null).
     void SetEscapedNames(const CEscapedNames* pNames) { m_pNames = pNames; }
+    // Samples the staging files once the changes are known (none: null).
+    void SetRunStats(CRunStats* pStats) { m_pStats = pStats; }
 
     void BeforeCall(const char* pszCall) override;
     void OnStreamOpening() override;
@@ -61,6 +64,7 @@ private:
     bool m_bVerify;
     TStream* m_pStream = nullptr;
     const CEscapedNames* m_pNames = nullptr;
+    CRunStats* m_pStats = nullptr;
     CTreeTracker m_cTracker;
     // The change being imported.
     TTreeDelta m_tDelta;

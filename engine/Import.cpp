@@ -34,10 +34,11 @@ const char* const s_pszPerforceClient = "Orvane_Temp_Client";
 class CImport
 {
 public:
-    explicit CImport(const TOptions& tOptions)
-        : m_tOptions(tOptions), m_cProgress(stderr),
+    CImport(const TOptions& tOptions, CRunStats* pStats)
+        : m_tOptions(tOptions), m_pStats(pStats), m_cProgress(stderr),
           m_cHistory(m_atStreams, m_cWorkspace, m_cDump, nullptr, m_cProgress, tOptions.bVerify)
     {
+        m_cHistory.SetRunStats(pStats);
     }
     int Run();
 
@@ -58,6 +59,7 @@ private:
     void Say(const std::string& str);
 
     const TOptions& m_tOptions;
+    CRunStats* m_pStats;
     CModule m_cModule;
     CProviderHost m_cHost;
     std::unique_ptr<CMigrationDriver> m_pDriver;
@@ -121,6 +123,8 @@ int CImport::Run()
     if (!strMessage.empty() && nStatus != eExitDone)
         m_cProgress.BreakLine();
     Cleanup(nStatus);
+    if (m_pStats)
+        m_pStats->SetChanges(m_cProgress.Done());
     if (!strMessage.empty() && (nStatus != eExitDone || !m_tOptions.bQuiet))
         Say(nStatus == eExitDone ? strMessage : "error: " + strMessage);
     return nStatus;
@@ -294,14 +298,16 @@ void CImport::ReleaseProvider(int nStatus)
     // The module stays loaded until the process ends: whatever it
     // registered to run at exit (static destructors) must find its code in
     // place.
+    if (m_pStats)
+        m_pStats->SampleStaging();
     m_cHost.Destroy();
 }
 
 } // namespace
 
-int RunImport(const TOptions& tOptions)
+int RunImport(const TOptions& tOptions, CRunStats* pStats)
 {
-    CImport cImport(tOptions);
+    CImport cImport(tOptions, pStats);
     return cImport.Run();
 }
 

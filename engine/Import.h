@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "RunStats.h"
 #include "Settings.h"
 
 namespace ORVANE {
@@ -26,11 +27,13 @@ struct TOptions
     std::string strGit;
     std::string strDump;
     bool bVerify = false;
+    std::string strStats;
 };
 
 // Exit status: 0 done, 1 the migration failed, 2 usage, 128 + N stopped by
-// signal N (see TExitStatus).
-int RunImport(const TOptions& tOptions);
+// signal N (see TExitStatus). pStats (when not null) is told of the changes
+// imported and samples the staging files.
+int RunImport(const TOptions& tOptions, CRunStats* pStats = nullptr);
 
 } // namespace IMP
 } // namespace ORVANE

@@ -4,14 +4,17 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <chrono>
 #include <clocale>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <memory>
 
 #include <CLI/CLI.hpp>
 
 #include "Import.h"
+#include "RunStats.h"
 #include "Stop.h"
 #include "Supervisor.h"
 #include "WorkerChannel.h"
@@ -89,6 +92,9 @@ void AddOptions(CLI::App& app, TOptions& tOptions, std::vector<std::string>& ast
     app.add_option("--dump", tOptions.strDump, "write everything received from the provider as JSON Lines ('-': stdout)")
         ->type_name("FILE");
     app.add_flag("--verify", tOptions.bVerify, "compare each commit's tree with the synced folder; stop at a difference");
+    app.add_option("--stats", tOptions.strStats,
+                   "write figures of the run (time in p4 commands and in the engine, CPU, memory) as JSON")
+        ->type_name("FILE");
 }
 
 // The settings as KEY and VALUE; false (with the message given) for one
@@ -133,14 +139,40 @@ void InstallSignalHandlers(void (*pfnHandler)(int), int nFlags)
     signal(SIGPIPE, SIG_IGN);
 }
 
+// The figures of the run, measured in the worker at its end.
+void WriteStats(const ORVANE::IMP::CRunStats& cStats, const std::string& strPath,
+                std::chrono::steady_clock::time_point tStart)
+{
+    ORVANE::IMP::TRunFigures tFigures;
+    tFigures.fWallSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - tStart).count();
+    tFigures.fCpuSeconds = ORVANE::IMP::OwnCpuSeconds();
+    tFigures.nPeakResidentKb = ORVANE::IMP::OwnPeakResidentKb();
+    std::string strError;
+    if (!cStats.Write(strPath, tFigures, strError))
+        std::fprintf(stderr, "orvane-import: warning: --stats: %s\n", strError.c_str());
+}
+
 // The migration itself, in the worker process: it tells the supervisor what
 // it does through the channel.
 int RunWorker(const TOptions& tOptions)
 {
+    const auto tStart = std::chrono::steady_clock::now();
     ORVANE::IMP::CWorkerChannel& cChannel = ORVANE::IMP::WorkerChannel();
-    ORVANE::VCM::CProcessCapture::SetObserver(&cChannel);
+    // With --stats every child is counted on its way to the channel.
+    std::unique_ptr<ORVANE::IMP::CRunStats> pStats;
+    if (!tOptions.strStats.empty())
+    {
+        pStats.reset(new ORVANE::IMP::CRunStats(&cChannel));
+        for (const auto& kv : tOptions.atSettings)
+            if (kv.first == "P4Path")
+                pStats->SetP4Program(kv.second);
+    }
+    ORVANE::VCM::CProcessCapture::SetObserver(pStats ? static_cast<ORVANE::VCM::IProcessObserver*>(pStats.get())
+                                                     : &cChannel);
     InstallSignalHandlers(OnStopSignal, SA_RESTART);
-    const int nStatus = ORVANE::IMP::RunImport(tOptions);
+    const int nStatus = ORVANE::IMP::RunImport(tOptions, pStats.get());
+    if (pStats)
+        WriteStats(*pStats, tOptions.strStats, tStart);
     cChannel.Send(ORVANE::IMP::EVENT::pszDone);
     ORVANE::VCM::CProcessCapture::SetObserver(nullptr);
     return nStatus;
