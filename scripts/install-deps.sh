@@ -13,6 +13,7 @@ packages=(
     clang-format               # scripts/check-format.sh
     python3                    # independent decoder of marshalled output in tests
     graphviz                   # stream graphs as SVG
+    gnuplot-nox                # the plot of scripts/bench.sh
 )
 
 missing=()
