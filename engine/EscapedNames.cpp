@@ -1,6 +1,6 @@
 #include "EscapedNames.h"
 
-#include <wx/string.h>
+#include "Text.h"
 
 namespace ORVANE {
 namespace IMP {
@@ -42,19 +42,6 @@ TItemOutcome DecodeItemAsModule(std::wstring& strItem)
             return eItemStopped;
         strItem.replace(nPos, 3, 1, static_cast<wchar_t>(nHigh * 16 + nLow));
     }
-}
-
-std::string Utf8(const std::wstring& str)
-{
-    // The buffer may point into the string: the string must outlive it.
-    const wxString strText(str);
-    const wxScopedCharBuffer ach = strText.utf8_str();
-    return std::string(ach.data(), ach.length());
-}
-
-std::wstring Wide(const std::string& str)
-{
-    return wxString::FromUTF8(str.c_str(), str.size()).ToStdWstring();
 }
 
 } // namespace
@@ -117,7 +104,7 @@ void CEscapedNames::Add(const std::string& strDepotPath)
 {
     if (strDepotPath.find('%') == std::string::npos)
         return;
-    const std::wstring strWide = Wide(strDepotPath);
+    const std::wstring strWide = Wide(strDepotPath).ToStdWstring();
     if (strWide.empty())
         return; // not UTF-8: nothing can be said about it here
     const TModuleReading tReading = ReadAsModule(strWide);
@@ -128,7 +115,7 @@ void CEscapedNames::Add(const std::string& strDepotPath)
     }
     const std::wstring strServer = DecodeOnce(strWide);
     if (strServer != tReading.strPath)
-        m_mapModuleToServer[Utf8(tReading.strPath)] = Utf8(strServer);
+        m_mapModuleToServer[Utf8(wxString(tReading.strPath))] = Utf8(wxString(strServer));
 }
 
 std::string CEscapedNames::SyncedPath(const std::string& strStreamPath, const std::string& strItemPath) const
