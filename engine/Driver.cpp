@@ -114,7 +114,11 @@ void CMigrationDriver::ImportStream(unsigned int nStreamID, const std::string& s
     const char* pszCall = "OnFirstChangeset";
     while (nResult == eResultDone)
     {
-        ImportChange(tChange);
+        // Leaving a change out is the engine's choice: the provider needs
+        // its OnProcessChange and item walk only for the changes it is asked
+        // to bring.
+        if (m_cHandler.OnChangeListed(tChange, m_fnChangeNumber ? m_fnChangeNumber() : 0))
+            ImportChange(tChange);
         m_cHandler.BeforeCall("OnNextChangeset");
         nResult = m_cProvider.OnNextChangeset(tChange);
         pszCall = "OnNextChangeset";

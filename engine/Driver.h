@@ -3,8 +3,10 @@
 // changes and items it walks is the handler's.
 #pragma once
 
+#include <functional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "mce/Provider.h"
@@ -26,8 +28,9 @@ typedef MCE::CProvider::TChangeItemInfo TChangeItemInfo;
 
 // Told of each step of an import, in this order for each stream:
 // OnStreamOpening, (for the first stream) OnStreamsRefreshed,
-// OnChangesReady, then for each change OnChangeSynced, OnChangeItem for
-// each of its items and OnChangeDone, and last OnStreamClosed.
+// OnChangesReady, then for each change OnChangeListed and, when that wants
+// the change, OnChangeSynced, OnChangeItem for each of its items and
+// OnChangeDone, and last OnStreamClosed.
 class CMigrationHandler
 {
 public:
@@ -41,6 +44,14 @@ public:
     virtual void OnStreamsRefreshed(const std::vector<TStreamInfo>& atStreams) { (void)atStreams; }
     // The changes are established: their number for all streams together.
     virtual void OnChangesReady(unsigned int nCount) { (void)nCount; }
+    // The provider named the next change of the stream, with its number in
+    // the source system (0: not known). False leaves the change out: it is
+    // neither synced nor walked.
+    virtual bool OnChangeListed(const TChangeInfo& tChange, unsigned int nNumber)
+    {
+        (void)tChange, (void)nNumber;
+        return true;
+    }
     // The provider synced the folder to the change.
     virtual void OnChangeSynced(const TChangeInfo& tChange) { (void)tChange; }
     virtual void OnChangeItem(const TChangeItemInfo& tItem) { (void)tItem; }
@@ -59,6 +70,10 @@ public:
         : m_cProvider(cProvider), m_cHandler(cHandler)
     {
     }
+
+    // Where the source system's number of the provider's current change is
+    // read (none: the number is 0).
+    void SetChangeNumbers(std::function<unsigned int()> fnNumber) { m_fnChangeNumber = std::move(fnNumber); }
 
     // False, with the provider's warning, when it finds its environment
     // unusable.
@@ -85,6 +100,7 @@ private:
 
     MCE::CProvider& m_cProvider;
     CMigrationHandler& m_cHandler;
+    std::function<unsigned int()> m_fnChangeNumber;
     bool m_bStreamsRefreshed = false;
     bool m_bClientsInitialised = false;
 };

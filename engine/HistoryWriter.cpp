@@ -5,6 +5,7 @@
 #include "Digest.h"
 #include "Stop.h"
 #include "Text.h"
+#include "Trailers.h"
 #include "Verify.h"
 #include "WorkerChannel.h"
 
@@ -55,6 +56,12 @@ void CHistoryWriter::OnChangesReady(unsigned int nCount)
 void CHistoryWriter::OnStreamClosed()
 {
     m_cTracker.End();
+}
+
+bool CHistoryWriter::OnChangeListed(const TChangeInfo& /*tChange*/, unsigned int nNumber)
+{
+    m_nNumber = nNumber;
+    return true;
 }
 
 TBlobSink CHistoryWriter::BlobSink()
@@ -117,7 +124,7 @@ unsigned CHistoryWriter::Commit(const TChangeInfo& tChange)
     tCommit.strBranch = m_pStream->strBranch;
     tCommit.strUser = Utf8(tChange.strUser);
     tCommit.tTime = tChange.tTime;
-    tCommit.strMessage = Utf8(tChange.strComment);
+    tCommit.strMessage = CommitMessage(Utf8(tChange.strComment), m_nNumber, PathText(m_pStream->tInfo.cDstPath));
     if (m_pStream->atCommits.empty())
     {
         // The stream's first commit: its whole tree, on top of the parent

@@ -46,6 +46,7 @@ public:
     void OnStreamOpening() override;
     void OnStreamsRefreshed(const std::vector<TStreamInfo>& atStreams) override;
     void OnChangesReady(unsigned int nCount) override;
+    bool OnChangeListed(const TChangeInfo& tChange, unsigned int nNumber) override;
     void OnChangeSynced(const TChangeInfo& tChange) override;
     void OnChangeItem(const TChangeItemInfo& tItem) override;
     void OnChangeDone(const TChangeInfo& tChange) override;
@@ -67,6 +68,7 @@ private:
     CRunStats* m_pStats = nullptr;
     CTreeTracker m_cTracker;
     // The change being imported.
+    unsigned int m_nNumber = 0; // in the source system
     TTreeDelta m_tDelta;
     std::set<std::string> m_setItems;
     std::string m_strMissing; // the first item whose file is not as the change says

@@ -22,6 +22,7 @@
 #include "Text.h"
 #include "WorkerChannel.h"
 #include "Workspace.h"
+#include "mce/ProviderBase.h"
 
 namespace ORVANE {
 namespace IMP {
@@ -174,6 +175,13 @@ void CImport::LoadProvider()
     m_cModule.Load(strPath, strID);
     m_cHost.Adopt(m_cModule.CreateProvider());
     m_pDriver.reset(new CMigrationDriver(*m_cHost.Provider(), m_cHistory));
+    if (IsPerforce())
+    {
+        // The Perforce module is built on the provider framework: the
+        // changelist number is its current change record's.
+        const MCE::CProviderBase* pBase = static_cast<const MCE::CProviderBase*>(m_cHost.Provider());
+        m_pDriver->SetChangeNumbers([pBase]() { return pBase->GetCurrentProviderChangeID(); });
+    }
     m_mapSettings = ApplySettings(*m_cHost.Provider(), m_tOptions.atSettings);
     if (IsPerforce())
         WorkerChannel().Send(EVENT::pszP4, Setting("P4Path"));

@@ -91,6 +91,11 @@ public:
     unsigned int FindNearestChange(const TStreamInfo& tStream, long tTime);
     void AddToComment(VCM::CString& strComment, const VCM::CString& strAdd);
 
+    // The source system's number of the change the iteration stands on
+    // (after OnFirstChangeset or OnNextChangeset): read in place, so that an
+    // engine needs no entry of the interface for it.
+    unsigned int GetCurrentProviderChangeID() const { return m_cChangeRecord.nProviderID; }
+
     // The clock of the log's time prefix. Tests set it to see the prefix at
     // chosen instants; the product leaves it at the C library's time().
     static time_t (*s_pfnClock)(time_t*);

@@ -1,6 +1,8 @@
 // The migration driver against a fake provider: the provider's calls and
 // the handler's steps in their exact order, failures named by their call,
 // and stops between calls.
+#include <set>
+
 #include <gtest/gtest.h>
 
 #include "Driver.h"
@@ -34,6 +36,13 @@ public:
         m_astrLog.push_back("> refreshed " + std::to_string(atStreams.size()));
     }
     void OnChangesReady(unsigned int nCount) override { m_astrLog.push_back("> ready " + std::to_string(nCount)); }
+    // Changes with an id in m_setLeaveOut are left out.
+    std::set<unsigned> m_setLeaveOut;
+    bool OnChangeListed(const TChangeInfo& t, unsigned int nNumber) override
+    {
+        m_astrLog.push_back("> listed " + std::to_string(t.nID) + " " + std::to_string(nNumber));
+        return !m_setLeaveOut.count(t.nID);
+    }
     void OnChangeSynced(const TChangeInfo& t) override { m_astrLog.push_back("> synced " + std::to_string(t.nID)); }
     void OnChangeItem(const TChangeItemInfo& t) override
     {
@@ -135,6 +144,7 @@ TEST_F(CDriverTest, ImportsAStreamInTheOrderTheProviderRequires)
     for (const char* psz : {"> refreshed 5",
                             "> ready 3",
                             "OnFirstChangeset",
+                            "> listed 7 0",
                             "OnProcessChange 7",
                             "> synced 7",
                             "OnFirstChangeItem",
@@ -142,6 +152,7 @@ TEST_F(CDriverTest, ImportsAStreamInTheOrderTheProviderRequires)
                             "OnNextChangeItem",
                             "> done 7",
                             "OnNextChangeset",
+                            "> listed 9 0",
                             "OnProcessChange 9",
                             "> synced 9",
                             "OnFirstChangeItem",
@@ -157,6 +168,7 @@ TEST_F(CDriverTest, ImportsAStreamInTheOrderTheProviderRequires)
                             "EstablishChangesets",
                             "> ready 3",
                             "OnFirstChangeset",
+                            "> listed 8 0",
                             "OnProcessChange 8",
                             "> synced 8",
                             "OnFirstChangeItem",
@@ -166,6 +178,25 @@ TEST_F(CDriverTest, ImportsAStreamInTheOrderTheProviderRequires)
                             "RemoveClients"})
         astrExpected.push_back(psz);
     EXPECT_EQ(astrExpected, Calls());
+}
+
+TEST_F(CDriverTest, AChangeLeftOutIsNeitherSyncedNorWalked)
+{
+    m_cProvider.m_mapChanges[1][0].nNumber = 1007;
+    m_cProvider.m_mapChanges[1][1].nNumber = 1009;
+    m_cDriver.SetChangeNumbers([this]() { return m_cProvider.CurrentNumber(); });
+    m_cHandler.m_setLeaveOut = {7};
+    m_cDriver.ImportStream(1, "/ws/main");
+    std::vector<std::string> astrChanges;
+    for (const std::string& str : Calls())
+        if (str.compare(0, 8, "GetNextS") != 0)
+            astrChanges.push_back(str);
+    EXPECT_EQ((std::vector<std::string>{"> opening", "OnBeginStream 1 /ws/main", "EstablishChangesets",
+                                        "> refreshed 5", "> ready 3", "OnFirstChangeset", "> listed 7 1007",
+                                        "OnNextChangeset", "> listed 9 1009", "OnProcessChange 9", "> synced 9",
+                                        "OnFirstChangeItem", "> item 9 a.txt", "OnNextChangeItem", "> item 9 b.txt",
+                                        "OnNextChangeItem", "> done 9", "OnNextChangeset", "> closed"}),
+              astrChanges);
 }
 
 TEST_F(CDriverTest, EnvironmentAndLog)

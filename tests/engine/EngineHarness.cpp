@@ -283,6 +283,13 @@ void CEngineTest::ExpectBranchesMatchDepot(const std::vector<nlohmann::json>& aS
             }
             for (const auto& kv : tGit)
                 EXPECT_TRUE(tDepot.count(kv.first)) << kv.first << " is in git but not in the depot";
+            // The message ends with the changelist's trailers.
+            const TResult m = Git({"log", "-1", "--format=%B", strCommit});
+            const TResult t =
+                RunProgram({"git", "interpret-trailers", "--parse"}, Env(), m.strOut.substr(0, m.strOut.size() - 1));
+            EXPECT_EQ("Perforce-Change: " + std::to_string(atChanges[i].first) + "\nPerforce-Path: " + strDst +
+                          "/...\n",
+                      t.strOut);
             const std::string& strUser = atChanges[i].second;
             const TResult a = Git({"log", "-1", "--format=%an <%ae>|%cn <%ce>", strCommit});
             const std::string strIdent = strUser.substr(0, strUser.find('@')) + " <" + strUser + ">";

@@ -79,6 +79,12 @@ int CFakeProvider::FillChange(size_t nIndex, TChangeInfo& tInfo)
     return 0;
 }
 
+unsigned CFakeProvider::CurrentNumber() const
+{
+    auto it = m_mapChanges.find(m_nStream);
+    return it != m_mapChanges.end() && m_nChange < it->second.size() ? it->second[m_nChange].nNumber : 0;
+}
+
 int CFakeProvider::OnFirstChangeset(TChangeInfo& tInfo)
 {
     return Result("OnFirstChangeset", FillChange(0, tInfo));

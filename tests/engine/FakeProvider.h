@@ -36,6 +36,7 @@ struct TFakeChange
     std::vector<TFakeItem> atItems;
     // What the sync does to the stream's folder.
     std::function<void(const std::string& strRoot)> fnSync;
+    unsigned nNumber = 0; // in the source system
 };
 
 TStreamInfo FakeStream(unsigned nID, unsigned nParent, const std::string& strName, const std::string& strDst,
@@ -60,6 +61,9 @@ public:
     std::string m_strEnvironmentWarning;                      // CheckEnvironment fails with it when set
     std::string m_strLogPath;
     bool m_bClientsResult = true;
+
+    // The source system's number of the current change (0 past the last).
+    unsigned CurrentNumber() const;
 
     void Destroy() override { Record("Destroy"); }
     void ResetStreams() override { Record("ResetStreams"); }

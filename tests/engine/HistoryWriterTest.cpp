@@ -69,6 +69,17 @@ protected:
         }
         m_cWriter.Stop();
     }
+    // Imports into a new repository.
+    void ImportInto(const std::string& strGit)
+    {
+        CGitRepository cGit;
+        std::string strError;
+        ASSERT_TRUE(cGit.Open(strGit, strError)) << strError;
+        m_cWriter.SetRepository(&cGit);
+        Import();
+        m_cWriter.SetRepository(nullptr);
+        ASSERT_TRUE(cGit.Close(HeadBranch(m_atStreams), strError)) << strError;
+    }
     TScratch m_tScratch;
     CMemoryFile m_cMessages;
     CFakeProvider m_cProvider;
@@ -122,13 +133,8 @@ TEST_F(CHistoryWriterTest, DumpOfEveryStreamChangeAndItem)
 
 TEST_F(CHistoryWriterTest, CommitsOnTopOfTheParentStream)
 {
-    CGitRepository cGit;
-    std::string strError;
     const std::string strGit = m_tScratch.Path() + "/out.git";
-    ASSERT_TRUE(cGit.Open(strGit, strError)) << strError;
-    m_cWriter.SetRepository(&cGit);
-    Import();
-    ASSERT_TRUE(cGit.Close(HeadBranch(m_atStreams), strError)) << strError;
+    ImportInto(strGit);
     // Marks: blobs 1 ("one"), 2 ("b"), commit 3, blob 4 ("two"), commit 5, commit 6.
     EXPECT_EQ((std::vector<std::pair<long, unsigned>>{{100, 3}, {200, 5}}), m_atStreams[0].atCommits);
     EXPECT_EQ((std::vector<std::pair<long, unsigned>>{{150, 6}}), m_atStreams[1].atCommits);
@@ -137,6 +143,22 @@ TEST_F(CHistoryWriterTest, CommitsOnTopOfTheParentStream)
     EXPECT_EQ("branch|ann|ann@ws2|150\nadd|jo|jo@ws|100\n", r.strOut) << r.strErr;
     const enginetest::TResult t = RunProgram({"git", "--git-dir=" + strGit, "ls-tree", "-r", "--name-only", "main"});
     EXPECT_EQ("a.txt\n", t.strOut);
+}
+
+TEST_F(CHistoryWriterTest, EachCommitEndsWithItsChangelistsTrailers)
+{
+    m_cProvider.m_mapChanges[1][0].nNumber = 17;
+    m_cProvider.m_mapChanges[1][1].nNumber = 19;
+    m_cProvider.m_mapChanges[2][0].nNumber = 18;
+    m_cDriver.SetChangeNumbers([this]() { return m_cProvider.CurrentNumber(); });
+    const std::string strGit = m_tScratch.Path() + "/out.git";
+    ImportInto(strGit);
+    const enginetest::TResult r = RunProgram({"git", "--git-dir=" + strGit, "log", "--format=%B|", "rel1"},
+                                             {{"GIT_CONFIG_NOSYSTEM", "1"}, {"GIT_CONFIG_GLOBAL", "/dev/null"}});
+    EXPECT_EQ("branch\n\nPerforce-Change: 18\nPerforce-Path: //depot/rel1/...\n|\n"
+              "add\n\nPerforce-Change: 17\nPerforce-Path: //depot/main/...\n|\n",
+              r.strOut)
+        << r.strErr;
 }
 
 TEST_F(CHistoryWriterTest, VerifiedAgainstTheTrackedTree)
