@@ -108,8 +108,8 @@ unsigned CFastImportWriter::Commit(const TCommit& tCommit, const TTree& tTree, c
     std::string str = "commit refs/heads/" + tCommit.strBranch + "\nmark :" + std::to_string(nMark) + "\nauthor " +
                       strIdent + "committer " + strIdent + "data " + std::to_string(tCommit.strMessage.size()) + "\n" +
                       tCommit.strMessage + "\n";
-    if (tCommit.nFrom)
-        str += "from :" + std::to_string(tCommit.nFrom) + "\n";
+    if (!tCommit.strFrom.empty())
+        str += "from " + tCommit.strFrom + "\n";
     if (tCommit.bFullTree)
     {
         str += "deleteall\n";
@@ -134,7 +134,12 @@ unsigned CFastImportWriter::Commit(const TCommit& tCommit, const TTree& tTree, c
 
 bool CFastImportWriter::Checkpoint(unsigned nCommitMark)
 {
-    return Send("checkpoint\nget-mark :" + std::to_string(nCommitMark) + "\n");
+    return Send(nCommitMark ? "checkpoint\nget-mark :" + std::to_string(nCommitMark) + "\n" : "checkpoint\n");
+}
+
+bool CFastImportWriter::Done()
+{
+    return Send("done\n");
 }
 
 } // namespace IMP

@@ -55,7 +55,7 @@ public:
         std::string strUser;   // "user@client"
         long tTime = 0;        // seconds since 1970 UTC
         std::string strMessage;
-        unsigned nFrom = 0;     // mark of the first parent; 0: the branch's tip, or none
+        std::string strFrom;    // the first parent, ":<mark>" or a commit's name; "": the branch's tip, or none
         bool bFullTree = false; // the tree is written out whole (deleteall first)
     };
     // The commit of the tree after a change: the delta's paths, or the
@@ -64,8 +64,12 @@ public:
     unsigned Commit(const TCommit& tCommit, const TTree& tTree, const TTreeDelta& tDelta);
 
     // Asks fast-import to make everything so far visible to other git
-    // processes and to print the commit's name.
+    // processes (the branches move) and, given a mark, to print the
+    // commit's name.
     bool Checkpoint(unsigned nCommitMark);
+    // Ends the stream: fast-import, started with --done, takes an input that
+    // ends without it for a broken one and moves no branch.
+    bool Done();
 
     // A write failed: nothing more is sent.
     bool Failed() const { return m_bFailed; }

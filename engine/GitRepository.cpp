@@ -1,10 +1,38 @@
 #include "GitRepository.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
+
+#include "Trailers.h"
+
+namespace fs = std::filesystem;
 
 namespace ORVANE {
 namespace IMP {
+
+namespace {
+
+// The configuration entry that marks a repository as this program's.
+const char* const s_pszMarkKey = "orvane.import";
+// Present while fast-import runs: found by a later run, it says that this
+// one was killed.
+const char* const s_pszRunMarker = "orvane-import.running";
+
+std::string Trimmed(std::string str)
+{
+    while (!str.empty() && (str.back() == '\n' || str.back() == ' '))
+        str.pop_back();
+    return str;
+}
+
+} // namespace
 
 void ParseTreeListing(const std::string& strListing, TTree& tTree)
 {
@@ -26,44 +54,219 @@ void ParseTreeListing(const std::string& strListing, TTree& tTree)
     }
 }
 
+const char* HistoryFormat()
+{
+    // Name, time, change and path, separated by US; each commit ends with RS.
+    return "--format=%H%x1f%ct%x1f%(trailers:key=Perforce-Change,valueonly,separator=%x2c)%x1f"
+           "%(trailers:key=Perforce-Path,valueonly,separator=%x2c)%x1e";
+}
+
+std::vector<TGitCommit> ParseHistory(const std::string& strLog)
+{
+    std::vector<TGitCommit> atCommits;
+    size_t nPos = 0;
+    for (size_t nEnd; (nEnd = strLog.find('\x1e', nPos)) != std::string::npos; nPos = nEnd + 1)
+    {
+        std::string strRecord = strLog.substr(nPos, nEnd - nPos);
+        if (!strRecord.empty() && strRecord[0] == '\n')
+            strRecord.erase(0, 1);
+        std::vector<std::string> astrFields;
+        for (size_t nField = 0;;)
+        {
+            const size_t nSeparator = strRecord.find('\x1f', nField);
+            astrFields.push_back(strRecord.substr(nField, nSeparator - nField));
+            if (nSeparator == std::string::npos)
+                break;
+            nField = nSeparator + 1;
+        }
+        if (astrFields.size() != 4)
+            continue;
+        TGitCommit tCommit;
+        tCommit.strName = astrFields[0];
+        tCommit.tTime = std::strtol(astrFields[1].c_str(), nullptr, 10);
+        // One number, or none (0) when the trailer is missing or repeated.
+        const std::string& strChange = astrFields[2];
+        if (!strChange.empty() && strChange.find_first_not_of("0123456789") == std::string::npos &&
+            strChange.size() <= 10)
+            tCommit.nChange = unsigned(std::strtoul(strChange.c_str(), nullptr, 10));
+        tCommit.strPath = astrFields[3];
+        atCommits.push_back(tCommit);
+    }
+    return atCommits;
+}
+
+CGitRepository::~CGitRepository()
+{
+    Unlock();
+}
+
 bool CGitRepository::IsFree(const std::string& strDirectory)
 {
     std::error_code ec;
-    std::filesystem::directory_iterator it(strDirectory, ec);
+    fs::directory_iterator it(strDirectory, ec);
     if (ec)
         return ec == std::errc::no_such_file_or_directory;
-    return it == std::filesystem::directory_iterator();
+    return it == fs::directory_iterator();
+}
+
+bool CGitRepository::IsUsable(const std::string& strDirectory, std::string& strError)
+{
+    if (IsFree(strDirectory) || IsOurs(strDirectory))
+        return true;
+    strError = "the git folder '" + strDirectory + "' exists and is not a git repository made by orvane-import";
+    return false;
 }
 
 bool CGitRepository::Open(const std::string& strDirectory, std::string& strError)
 {
-    if (!IsFree(strDirectory))
-    {
-        strError = "the git folder '" + strDirectory + "' exists and is not empty";
+    if (!IsUsable(strDirectory, strError))
         return false;
-    }
-    std::string strOut, strErr;
-    if (RunProcess({"git", "init", "--quiet", "--bare", strDirectory}, std::string(), &strOut, &strErr) != 0)
-    {
-        strError = "git init failed: " + strErr;
-        while (!strError.empty() && strError.back() == '\n')
-            strError.pop_back();
-        return false;
-    }
     m_strDirectory = strDirectory;
-    return m_cChild.Start({"git", "--git-dir=" + strDirectory, "fast-import", "--quiet"}, &strError);
+    m_bContinued = !IsFree(strDirectory);
+    if ((!m_bContinued && !Create(strError)) || !Lock(strError))
+    {
+        m_strDirectory.clear();
+        return false;
+    }
+    if (fs::exists(RunMarker()))
+        Recover();
+    m_tLastSave = std::chrono::steady_clock::now();
+    return true;
+}
+
+bool CGitRepository::Create(std::string& strError)
+{
+    std::string strOut, strErr;
+    if (RunProcess({"git", "init", "--quiet", "--bare", m_strDirectory}, std::string(), &strOut, &strErr) != 0 ||
+        RunProcess({"git", "--git-dir=" + m_strDirectory, "config", s_pszMarkKey, "true"}, std::string(), &strOut,
+                   &strErr) != 0)
+    {
+        strError = Trimmed("git init failed: " + strErr);
+        return false;
+    }
+    return true;
+}
+
+bool CGitRepository::IsOurs(const std::string& strDirectory)
+{
+    std::string strOut, strErr;
+    return RunProcess({"git", "--git-dir=" + strDirectory, "config", "--get", s_pszMarkKey}, std::string(), &strOut,
+                      &strErr) == 0 &&
+           Trimmed(strOut) == "true";
+}
+
+bool CGitRepository::Lock(std::string& strError)
+{
+    m_nLock = ::open(m_strDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (m_nLock < 0)
+    {
+        strError = "cannot open the git folder '" + m_strDirectory + "': " + std::strerror(errno);
+        return false;
+    }
+    // Held until Close, or until the process ends however it ends.
+    if (::flock(m_nLock, LOCK_EX | LOCK_NB) != 0)
+    {
+        strError = "another orvane-import run is writing to the git folder '" + m_strDirectory + "'";
+        Unlock();
+        return false;
+    }
+    return true;
+}
+
+void CGitRepository::Unlock()
+{
+    if (m_nLock >= 0)
+        ::close(m_nLock);
+    m_nLock = -1;
+}
+
+std::string CGitRepository::RunMarker() const
+{
+    return m_strDirectory + "/" + s_pszRunMarker;
+}
+
+void CGitRepository::Recover()
+{
+    // No run of ours holds the repository but this one: any lock file below
+    // refs/ is a killed fast-import's, taken while it moved a branch.
+    std::error_code ec;
+    std::vector<fs::path> acPaths;
+    for (fs::recursive_directory_iterator it(m_strDirectory + "/refs", ec), itEnd; !ec && it != itEnd; it.increment(ec))
+        if (it->path().extension() == ".lock")
+            acPaths.push_back(it->path());
+    for (const char* psz : {"packed-refs.lock", "HEAD.lock"})
+        acPaths.push_back(fs::path(m_strDirectory) / psz);
+    for (fs::directory_iterator it(m_strDirectory, ec), itEnd; !ec && it != itEnd; it.increment(ec))
+        if (it->path().filename().string().compare(0, 18, "fast_import_crash_") == 0)
+            acPaths.push_back(it->path());
+    for (const fs::path& cPath : acPaths)
+        if (fs::remove(cPath, ec))
+            m_astrRecovered.push_back(cPath.string());
+    fs::remove(RunMarker(), ec);
+}
+
+bool CGitRepository::StartFastImport()
+{
+    if (m_bStartFailed || m_strDirectory.empty())
+        return false;
+    std::ofstream(RunMarker()) << ::getpid() << "\n";
+    std::string strError;
+    if (!m_cChild.Start({"git", "--git-dir=" + m_strDirectory, "fast-import", "--quiet", "--done"}, &strError))
+    {
+        m_bStartFailed = true;
+        std::error_code ec;
+        fs::remove(RunMarker(), ec);
+        return false;
+    }
+    return true;
+}
+
+bool CGitRepository::CChildSink::Write(const char* p, size_t n)
+{
+    if (m_cRepository.m_cChild.Pid() <= 0 && !m_cRepository.StartFastImport())
+        return false;
+    return m_cRepository.m_cChild.Write(p, n);
+}
+
+bool CGitRepository::ReadHistory(const std::string& strBranch, std::vector<TGitCommit>& atCommits,
+                                 std::string& strError)
+{
+    atCommits.clear();
+    std::string strOut, strErr;
+    const std::string strRef = "refs/heads/" + strBranch;
+    if (RunProcess({"git", "--git-dir=" + m_strDirectory, "rev-parse", "--verify", "--quiet", strRef}, std::string(),
+                   &strOut, &strErr) != 0)
+        return true;
+    if (RunProcess({"git", "--git-dir=" + m_strDirectory, "log", "--first-parent", HistoryFormat(), strRef},
+                   std::string(), &strOut, &strErr) != 0)
+    {
+        strError = Trimmed("git log failed: " + strErr);
+        return false;
+    }
+    atCommits = ParseHistory(strOut);
+    return true;
 }
 
 bool CGitRepository::Checkpoint(unsigned nCommitMark, std::string& strName)
 {
     if (!m_cWriter.Checkpoint(nCommitMark))
         return false;
+    m_tLastSave = std::chrono::steady_clock::now();
     if (!m_cChild.ReadLine(strName) || strName.size() != 40)
     {
         m_cWriter.SetFailed();
         return false;
     }
     return true;
+}
+
+bool CGitRepository::CommitWritten()
+{
+    const auto tNow = std::chrono::steady_clock::now();
+    if (std::chrono::duration<double>(tNow - m_tLastSave).count() < m_fSaveSeconds)
+        return !Failed();
+    m_tLastSave = tNow;
+    return m_cWriter.Checkpoint(0);
 }
 
 bool CGitRepository::ReadTree(const std::string& strCommit, TTree& tTree, std::string& strError)
@@ -84,14 +287,23 @@ bool CGitRepository::Close(const std::string& strHeadBranch, std::string& strErr
 {
     if (!IsOpen())
         return !Failed();
-    const int nStatus = m_cChild.Finish();
-    if (nStatus != 0 || Failed())
+    const bool bWrote = Wrote();
+    int nStatus = 0;
+    if (bWrote)
+    {
+        m_cWriter.Done();
+        nStatus = m_cChild.Finish();
+        std::error_code ec;
+        fs::remove(RunMarker(), ec);
+    }
+    Unlock();
+    if (nStatus != 0 || Failed() || m_bStartFailed)
     {
         strError = "git fast-import failed (exit status " + std::to_string(nStatus) + ")";
         m_cWriter.SetFailed();
         return false;
     }
-    if (!strHeadBranch.empty())
+    if (bWrote && !strHeadBranch.empty())
     {
         std::string strOut, strErr;
         RunProcess({"git", "--git-dir=" + m_strDirectory, "symbolic-ref", "HEAD", "refs/heads/" + strHeadBranch},

@@ -61,6 +61,14 @@ void CHistoryWriter::OnStreamClosed()
 bool CHistoryWriter::OnChangeListed(const TChangeInfo& /*tChange*/, unsigned int nNumber)
 {
     m_nNumber = nNumber;
+    // The branch holds it already. The first change imported after it is
+    // synced as a whole (the sync of the stream's folder to it brings every
+    // file) and written as the whole tree.
+    if (nNumber != 0 && nNumber <= m_pStream->nLastChange)
+    {
+        m_cProgress.CountLeftOut();
+        return false;
+    }
     return true;
 }
 
@@ -127,13 +135,15 @@ unsigned CHistoryWriter::Commit(const TChangeInfo& tChange)
     tCommit.strMessage = CommitMessage(Utf8(tChange.strComment), m_nNumber, PathText(m_pStream->tInfo.cDstPath));
     if (m_pStream->atCommits.empty())
     {
-        // The stream's first commit: its whole tree, on top of the parent
-        // stream's history at that time.
+        // The stream's first commit of this run: its whole tree, on top of
+        // the branch an earlier run left, else of the parent stream's
+        // history at that time.
         tCommit.bFullTree = true;
-        tCommit.nFrom = ParentCommit(m_atStreams, *m_pStream, tChange.tTime);
+        tCommit.strFrom = m_pStream->atEarlier.empty() ? ParentCommit(m_atStreams, *m_pStream, tChange.tTime)
+                                                       : m_pStream->atEarlier.back().second;
     }
     const unsigned nMark = m_pGit->Writer().Commit(tCommit, m_cTracker.Tree(), m_tDelta);
-    if (m_pGit->Failed())
+    if (!m_pGit->CommitWritten())
         throw EStop(eExitFailure, "git fast-import stopped (see its message above)");
     return nMark;
 }

@@ -52,6 +52,8 @@ private:
     void StartProvider();
     void DiscoverStreams();
     void OpenRepository();
+    // What the branches of a repository that an earlier run made hold.
+    void ReadEarlierRuns();
     void ImportStreams();
     std::string Finish();
     void PrintStreams(bool bWithCommits);
@@ -135,8 +137,9 @@ int CImport::Run()
 // none to give.
 std::string CImport::Migrate()
 {
-    if (!m_tOptions.strGit.empty() && !CGitRepository::IsFree(m_tOptions.strGit))
-        throw EStop(eExitUsage, "the git folder '" + m_tOptions.strGit + "' exists and is not empty");
+    std::string strUnusable;
+    if (!m_tOptions.strGit.empty() && !CGitRepository::IsUsable(m_tOptions.strGit, strUnusable))
+        throw EStop(eExitUsage, strUnusable);
     LoadProvider();
     if (m_tOptions.bListSettings)
     {
@@ -161,6 +164,8 @@ std::string CImport::Migrate()
         m_cHistory.SetEscapedNames(&m_cNames);
     }
     OpenRepository();
+    NameBranches(m_atStreams);
+    ReadEarlierRuns();
     ImportStreams();
     return Finish();
 }
@@ -227,12 +232,28 @@ void CImport::OpenRepository()
     std::string strError;
     if (!m_pGit->Open(m_tOptions.strGit, strError))
         throw EStop(eExitFailure, strError);
+    m_pGit->SetSaveInterval(m_tOptions.fCheckpointSeconds);
+    if (!m_pGit->Recovered().empty() && !m_tOptions.bQuiet)
+        Say("an earlier run was killed: removed what it left in " + m_tOptions.strGit + " (" +
+            std::to_string(m_pGit->Recovered().size()) + " lock and crash files)");
     m_cHistory.SetRepository(m_pGit.get());
+}
+
+void CImport::ReadEarlierRuns()
+{
+    if (!m_pGit || !m_pGit->Continued())
+        return;
+    for (TStream& s : m_atStreams)
+    {
+        std::vector<TGitCommit> atLog;
+        std::string strError;
+        if (!m_pGit->ReadHistory(s.strBranch, atLog, strError) || !TakeEarlierCommits(s, atLog, strError))
+            throw EStop(eExitFailure, strError);
+    }
 }
 
 void CImport::ImportStreams()
 {
-    NameBranches(m_atStreams);
     m_cWorkspace.Make(m_tOptions.strWorkspace);
     if (m_cWorkspace.Made())
         WorkerChannel().Send(EVENT::pszWorkspace, m_cWorkspace.Path());
@@ -261,6 +282,9 @@ std::string CImport::Finish()
     }
     if (!m_tOptions.bQuiet)
         PrintStreams(true);
+    if (m_pGit && m_pGit->Continued() && m_cProgress.Done() == 0)
+        return "nothing new: the branches in " + m_tOptions.strGit + " hold every change of the " +
+               std::to_string(m_atStreams.size()) + " streams";
     return "imported " + std::to_string(m_cProgress.Done()) + " changes of " + std::to_string(m_atStreams.size()) +
            " streams" + (m_pGit ? " into " + m_tOptions.strGit : std::string());
 }

@@ -28,6 +28,8 @@ struct TOptions
     std::string strDump;
     bool bVerify = false;
     std::string strStats;
+    // How often the branches are moved to the commits written so far.
+    double fCheckpointSeconds = 60;
 };
 
 // Exit status: 0 done, 1 the migration failed, 2 usage, 128 + N stopped by

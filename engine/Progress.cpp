@@ -14,17 +14,18 @@ std::string CProgress::Line(const std::string& strStream, TClock::time_point tNo
 {
     const double fSeconds = std::chrono::duration<double>(tNow - m_tStart).count();
     const double fRate = fSeconds > 0 ? m_nDone / fSeconds : 0;
+    const unsigned nTotal = m_nTotal >= m_nLeftOut ? m_nTotal - m_nLeftOut : 0;
     std::string strLeft = "-";
-    if (fRate > 0 && m_nTotal >= m_nDone)
+    if (fRate > 0 && nTotal >= m_nDone)
     {
-        const long nLeft = long((m_nTotal - m_nDone) / fRate + 0.5);
+        const long nLeft = long((nTotal - m_nDone) / fRate + 0.5);
         char ach[32];
         std::snprintf(ach, sizeof(ach), "%ld:%02ld", nLeft / 60, nLeft % 60);
         strLeft = ach;
     }
     char ach[512];
     std::snprintf(ach, sizeof(ach), "stream %s: change %u of %u, %.1f changes/s, %s left", strStream.c_str(), m_nDone,
-                  m_nTotal, fRate, strLeft.c_str());
+                  nTotal, fRate, strLeft.c_str());
     return ach;
 }
 

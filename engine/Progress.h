@@ -24,7 +24,10 @@ public:
     // The number of changes to import, for the time left.
     void SetTotal(unsigned nTotal) { m_nTotal = nTotal; }
     void CountChange() { ++m_nDone; }
+    // A change an earlier run imported: not counted among those to import.
+    void CountLeftOut() { ++m_nLeftOut; }
     unsigned Done() const { return m_nDone; }
+    unsigned LeftOut() const { return m_nLeftOut; }
 
     // "stream NAME: change D of T, R changes/s, M:SS left", when the last
     // line is old enough; the final one whenever something is unshown or
@@ -43,6 +46,7 @@ private:
     bool m_bLineOpen = false;
     unsigned m_nTotal = 0;
     unsigned m_nDone = 0;
+    unsigned m_nLeftOut = 0;
     unsigned m_nShown = ~0u;
     TClock::time_point m_tStart;
     TClock::time_point m_tLast;

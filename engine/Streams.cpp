@@ -4,6 +4,7 @@
 
 #include "RefName.h"
 #include "Text.h"
+#include "Trailers.h"
 
 namespace ORVANE {
 namespace IMP {
@@ -42,21 +43,51 @@ void PlaceStreams(TStreams& atStreams, const std::string& strWorkspace)
         s.strFolder = strWorkspace + "/" + s.strName;
 }
 
-unsigned ParentCommit(const TStreams& atStreams, const TStream& tStream, long tTime)
+bool TakeEarlierCommits(TStream& tStream, const std::vector<TGitCommit>& atLog, std::string& strError)
 {
-    unsigned nMark = 0;
+    tStream.atEarlier.clear();
+    tStream.nLastChange = 0;
+    if (atLog.empty())
+        return true;
+    const std::string strPattern = DepotPattern(PathText(tStream.tInfo.cDstPath));
+    if (atLog[0].nChange == 0 || atLog[0].strPath != strPattern)
+    {
+        strError = "the branch " + tStream.strBranch + " does not end with a commit of the stream " + tStream.strName +
+                   " (trailers Perforce-Change and Perforce-Path: " + strPattern + ")";
+        return false;
+    }
+    tStream.nLastChange = atLog[0].nChange;
+    for (const TGitCommit& t : atLog)
+    {
+        if (t.strPath != strPattern)
+            break;
+        tStream.atEarlier.insert(tStream.atEarlier.begin(), {t.tTime, t.strName});
+    }
+    return true;
+}
+
+std::string ParentCommit(const TStreams& atStreams, const TStream& tStream, long tTime)
+{
+    std::string strCommit;
     for (const TStream& tParent : atStreams)
-        if (tParent.tInfo.nID == tStream.tInfo.nParentID)
-            for (const auto& tCommit : tParent.atCommits)
-                if (tCommit.first <= tTime)
-                    nMark = tCommit.second;
-    return nMark;
+    {
+        if (tParent.tInfo.nID != tStream.tInfo.nParentID)
+            continue;
+        // The earlier runs' commits come before this run's.
+        for (const auto& tCommit : tParent.atEarlier)
+            if (tCommit.first <= tTime)
+                strCommit = tCommit.second;
+        for (const auto& tCommit : tParent.atCommits)
+            if (tCommit.first <= tTime)
+                strCommit = ":" + std::to_string(tCommit.second);
+    }
+    return strCommit;
 }
 
 std::string HeadBranch(const TStreams& atStreams)
 {
     for (const TStream& s : atStreams)
-        if (!s.atCommits.empty())
+        if (!s.atCommits.empty() || !s.atEarlier.empty())
             return s.strBranch;
     return std::string();
 }
@@ -75,7 +106,7 @@ TRows StreamRows(const TStreams& atStreams, bool bWithCommits)
                                             PathText(t.tInfo.cDstPath)};
         if (bWithCommits)
         {
-            astrRow.push_back(t.atCommits.empty() ? "-" : "refs/heads/" + t.strBranch);
+            astrRow.push_back(t.atCommits.empty() && t.atEarlier.empty() ? "-" : "refs/heads/" + t.strBranch);
             astrRow.push_back(std::to_string(t.nChanges));
         }
         aastrRows.push_back(astrRow);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Driver.h"
+#include "GitRepository.h"
 #include "Table.h"
 
 namespace ORVANE {
@@ -20,6 +21,10 @@ struct TStream
     std::string strBranch;                            // below refs/heads/
     std::vector<std::pair<long, unsigned>> atCommits; // time and fast-import mark of each commit
     unsigned nChanges = 0;
+    // What the branch held before this run: the time and name of each of
+    // the stream's commits, oldest first, and the last changelist (0: none).
+    std::vector<std::pair<long, std::string>> atEarlier;
+    unsigned nLastChange = 0;
 };
 
 typedef std::vector<TStream> TStreams;
@@ -31,9 +36,15 @@ void RefreshStreams(TStreams& atStreams, const std::vector<TStreamInfo>& atInfos
 void NameBranches(TStreams& atStreams);
 // Each stream's folder below the workspace, named after the stream.
 void PlaceStreams(TStreams& atStreams, const std::string& strWorkspace);
-// The mark of the parent stream's last commit at or before the time: where
-// the stream's history branches off. 0 when there is none.
-unsigned ParentCommit(const TStreams& atStreams, const TStream& tStream, long tTime);
+// Takes the stream's commits from its branch as an earlier run left it
+// (newest first, following first parents): those whose Perforce-Path is the
+// stream's, up to the first that is not (its parent stream's history).
+// False with a message when the branch's tip is not the stream's.
+bool TakeEarlierCommits(TStream& tStream, const std::vector<TGitCommit>& atLog, std::string& strError);
+// The parent stream's last commit at or before the time, of this run
+// (":<mark>") or of an earlier one (its name): where the stream's history
+// branches off. "" when there is none.
+std::string ParentCommit(const TStreams& atStreams, const TStream& tStream, long tTime);
 // The branch of the first stream that has commits, or "".
 std::string HeadBranch(const TStreams& atStreams);
 // The table of the streams: ID, PARENT, NAME, SOURCE, DESTINATION, and

@@ -70,6 +70,18 @@ void CWorkspace::Make(const std::string& strGiven)
 void CWorkspace::MakeFolder(const std::string& strFolder)
 {
     std::error_code ec;
+    if (fs::is_directory(strFolder, ec))
+    {
+        // What an earlier run left (a kept workspace, or a killed run's):
+        // a new client has nothing, and its sync would leave every file that
+        // is not at the change where it is.
+        std::vector<fs::path> acLeft;
+        for (fs::directory_iterator it(strFolder, ec), itEnd; !ec && it != itEnd; it.increment(ec))
+            acLeft.push_back(it->path());
+        for (const fs::path& cPath : acLeft)
+            fs::remove_all(cPath, ec);
+        return;
+    }
     if (fs::exists(strFolder, ec))
         return;
     if (!MakeFolders(strFolder))

@@ -88,10 +88,20 @@ void AddOptions(CLI::App& app, TOptions& tOptions, std::vector<std::string>& ast
         ->type_name("FILE");
     app.add_flag("--progress", tOptions.bProgress, "show progress on standard error even when it is no terminal");
     app.add_flag("--quiet", tOptions.bQuiet, "print errors only");
-    app.add_option("--git", tOptions.strGit, "write the history into a new bare git repository")->type_name("DIR");
-    app.add_option("--dump", tOptions.strDump, "write everything received from the provider as JSON Lines ('-': stdout)")
+    app.add_option("--git", tOptions.strGit,
+                   "write the history into a new bare git repository, or continue one that an earlier run made")
+        ->type_name("DIR");
+    app.add_option("--checkpoint", tOptions.fCheckpointSeconds,
+                   "move the branches to the commits written so far this often (0: after every commit); a run "
+                   "that is killed keeps what was imported until then")
+        ->type_name("SECONDS")
+        ->check(CLI::NonNegativeNumber)
+        ->default_val(60);
+    app.add_option("--dump", tOptions.strDump,
+                   "write everything received from the provider as JSON Lines ('-': stdout)")
         ->type_name("FILE");
-    app.add_flag("--verify", tOptions.bVerify, "compare each commit's tree with the synced folder; stop at a difference");
+    app.add_flag("--verify", tOptions.bVerify,
+                 "compare each commit's tree with the synced folder; stop at a difference");
     app.add_option("--stats", tOptions.strStats,
                    "write figures of the run (time in p4 commands and in the engine, CPU, memory) as JSON")
         ->type_name("FILE");

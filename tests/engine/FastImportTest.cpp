@@ -84,7 +84,7 @@ TEST(FastImport, FirstCommitWritesTheWholeTree)
     tCommit.strUser = "jo@ws";
     tCommit.tTime = 1262303999;
     tCommit.strMessage = "Branch\nwith two lines";
-    tCommit.nFrom = 7;
+    tCommit.strFrom = ":7";
     tCommit.bFullTree = true;
     EXPECT_EQ(2u, cWriter.Commit(tCommit, tTree, TTreeDelta()));
     EXPECT_EQ("blob\nmark :1\ndata 4\none\n\n"

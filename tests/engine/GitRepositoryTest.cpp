@@ -48,7 +48,8 @@ TEST(GitRepository, OnlyAFreeFolder)
     CGitRepository cGit;
     std::string strError;
     EXPECT_FALSE(cGit.Open(tScratch.Path(), strError));
-    EXPECT_EQ("the git folder '" + tScratch.Path() + "' exists and is not empty", strError);
+    EXPECT_EQ("the git folder '" + tScratch.Path() + "' exists and is not a git repository made by orvane-import",
+              strError);
     EXPECT_FALSE(cGit.IsOpen());
     EXPECT_TRUE(cGit.Close("main", strError));
 }

@@ -46,11 +46,43 @@ TEST(Streams, ParentCommitIsTheLastAtOrBeforeTheTime)
 {
     TStreams atStreams = Demo();
     atStreams[0].atCommits = {{100, 1}, {200, 3}, {300, 5}};
-    EXPECT_EQ(0u, ParentCommit(atStreams, atStreams[1], 99));
-    EXPECT_EQ(1u, ParentCommit(atStreams, atStreams[1], 100));
-    EXPECT_EQ(3u, ParentCommit(atStreams, atStreams[1], 299));
-    EXPECT_EQ(5u, ParentCommit(atStreams, atStreams[1], 1000));
-    EXPECT_EQ(0u, ParentCommit(atStreams, atStreams[0], 1000));
+    EXPECT_EQ("", ParentCommit(atStreams, atStreams[1], 99));
+    EXPECT_EQ(":1", ParentCommit(atStreams, atStreams[1], 100));
+    EXPECT_EQ(":3", ParentCommit(atStreams, atStreams[1], 299));
+    EXPECT_EQ(":5", ParentCommit(atStreams, atStreams[1], 1000));
+    EXPECT_EQ("", ParentCommit(atStreams, atStreams[0], 1000));
+    // With the commits of earlier runs before them.
+    const std::string strA(40, 'a'), strB(40, 'b');
+    atStreams[0].atEarlier = {{40, strA}, {60, strB}};
+    EXPECT_EQ("", ParentCommit(atStreams, atStreams[1], 39));
+    EXPECT_EQ(strA, ParentCommit(atStreams, atStreams[1], 59));
+    EXPECT_EQ(strB, ParentCommit(atStreams, atStreams[1], 99));
+    EXPECT_EQ(":1", ParentCommit(atStreams, atStreams[1], 100));
+}
+
+TEST(Streams, EarlierCommitsAreTheStreamsOwnFromItsTip)
+{
+    TStreams atStreams = Demo();
+    NameBranches(atStreams);
+    std::string strError;
+    // rel1's branch: two commits of its own on top of the mainline's.
+    const std::vector<TGitCommit> atLog = {{std::string(40, 'c'), 300, 12, "//depot/rel1/..."},
+                                           {std::string(40, 'b'), 200, 9, "//depot/rel1/..."},
+                                           {std::string(40, 'a'), 100, 5, "//depot/main/..."}};
+    ASSERT_TRUE(TakeEarlierCommits(atStreams[1], atLog, strError)) << strError;
+    EXPECT_EQ(12u, atStreams[1].nLastChange);
+    EXPECT_EQ((std::vector<std::pair<long, std::string>>{{200, std::string(40, 'b')}, {300, std::string(40, 'c')}}),
+              atStreams[1].atEarlier);
+    // No branch: nothing held.
+    ASSERT_TRUE(TakeEarlierCommits(atStreams[1], {}, strError));
+    EXPECT_EQ(0u, atStreams[1].nLastChange);
+    EXPECT_TRUE(atStreams[1].atEarlier.empty());
+    // A tip of another stream, or without trailers.
+    EXPECT_FALSE(TakeEarlierCommits(atStreams[0], atLog, strError));
+    EXPECT_EQ("the branch depot_main does not end with a commit of the stream depot_main (trailers Perforce-Change "
+              "and Perforce-Path: //depot/main/...)",
+              strError);
+    EXPECT_FALSE(TakeEarlierCommits(atStreams[1], {{std::string(40, 'd'), 1, 0, ""}}, strError));
 }
 
 TEST(Streams, HeadIsTheFirstStreamWithCommits)
@@ -61,6 +93,9 @@ TEST(Streams, HeadIsTheFirstStreamWithCommits)
     atStreams[1].atCommits = {{100, 2}};
     EXPECT_EQ("rel1", HeadBranch(atStreams));
     atStreams[0].atCommits = {{50, 1}};
+    EXPECT_EQ("depot_main", HeadBranch(atStreams));
+    atStreams[0].atCommits.clear();
+    atStreams[0].atEarlier = {{40, std::string(40, 'a')}};
     EXPECT_EQ("depot_main", HeadBranch(atStreams));
 }
 

@@ -85,10 +85,17 @@ TEST(Workspace, AnExistingFolderKeepsWhatWasThere)
     ASSERT_EQ(0, mkdir(strWs.c_str(), 0755));
     ASSERT_EQ(0, mkdir((strWs + "/old").c_str(), 0755));
     enginetest::WriteWholeFile(strWs + "/mine.txt", "keep me");
+    ASSERT_EQ(0, mkdir((strWs + "/old/sub").c_str(), 0755));
+    enginetest::WriteWholeFile(strWs + "/old/sub/left.txt", "left by an earlier run");
+    enginetest::WriteWholeFile(strWs + "/old/top.txt", "left by an earlier run");
     CWorkspace cWorkspace;
     cWorkspace.Make(strWs);
     EXPECT_FALSE(cWorkspace.Made());
     cWorkspace.MakeFolder(strWs + "/old");
+    // A stream's folder that is there already is emptied for its syncs.
+    EXPECT_TRUE(Exists(strWs + "/old"));
+    EXPECT_FALSE(Exists(strWs + "/old/sub"));
+    EXPECT_FALSE(Exists(strWs + "/old/top.txt"));
     cWorkspace.MakeFolder(strWs + "/new/deep");
     enginetest::WriteWholeFile(strWs + "/new/deep/f", "x");
     cWorkspace.Remove();
