@@ -14,6 +14,7 @@
 
 #include "P4Query.h"
 #include "WorkerChannel.h"
+#include "Workspace.h"
 #include "host/ChildProcess.h"
 
 extern char** environ;
@@ -139,8 +140,7 @@ std::vector<std::string> CSupervisor::RemoveStaleStaging(const std::string& strF
         // Only our own regular files, of processes that are gone.
         if (::lstat(strPath.c_str(), &tStat) != 0 || !S_ISREG(tStat.st_mode) || tStat.st_uid != ::getuid())
             continue;
-        const pid_t nPid = static_cast<pid_t>(std::stol(strPid));
-        if (nPid <= 0 || ::kill(nPid, 0) == 0 || errno != ESRCH)
+        if (!VCM::IsProcessGone(static_cast<pid_t>(std::stol(strPid))))
             continue;
         if (::unlink(strPath.c_str()) == 0)
             astrRemoved.push_back(strPath);
@@ -295,6 +295,9 @@ int CSupervisor::Run()
     for (const std::string& strPath : RemoveStaleStaging(m_tSupervision.strStagingFolder))
         if (!m_tSupervision.bQuiet)
             Say("removed the staging file of an earlier run: " + strPath);
+    for (const std::string& strPath : RemoveStaleWorkspaces(TemporaryFolder()))
+        if (!m_tSupervision.bQuiet)
+            Say("removed the temporary workspace of an earlier run: " + strPath);
     VCM::CChildProcess cWorker;
     int nFd = -1;
     if (!StartWorker(cWorker, nFd))

@@ -2,11 +2,14 @@
 
 #include <errno.h>
 #include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
 
 #include "Stop.h"
+#include "host/ChildProcess.h"
 
 namespace fs = std::filesystem;
 
@@ -20,7 +23,55 @@ std::string ErrorText(int nError)
     return std::strerror(nError);
 }
 
+const char s_szWorkspacePrefix[] = "orvane-import-";
+
+// The process id in a temporary workspace's name, or 0 when the name is not
+// one of them.
+pid_t WorkspaceOwner(const std::string& strName)
+{
+    const size_t nPrefix = sizeof(s_szWorkspacePrefix) - 1;
+    if (strName.compare(0, nPrefix, s_szWorkspacePrefix) != 0)
+        return 0;
+    const size_t nDash = strName.find('-', nPrefix);
+    // mkdtemp's six characters follow the dash.
+    if (nDash == std::string::npos || nDash == nPrefix || nDash - nPrefix > 9 || strName.size() != nDash + 7)
+        return 0;
+    const std::string strPid = strName.substr(nPrefix, nDash - nPrefix);
+    if (strPid.find_first_not_of("0123456789") != std::string::npos)
+        return 0;
+    return static_cast<pid_t>(std::stol(strPid));
+}
+
 } // namespace
+
+std::string TemporaryFolder()
+{
+    const char* pszTemp = std::getenv("TMPDIR");
+    return pszTemp && *pszTemp ? pszTemp : "/tmp";
+}
+
+std::vector<std::string> RemoveStaleWorkspaces(const std::string& strFolder)
+{
+    std::vector<std::string> astrRemoved;
+    std::error_code ec;
+    for (fs::directory_iterator it(strFolder, ec), itEnd; !ec && it != itEnd; it.increment(ec))
+    {
+        const pid_t nPid = WorkspaceOwner(it->path().filename().string());
+        if (nPid <= 0)
+            continue;
+        const std::string strPath = it->path().string();
+        struct stat tStat;
+        // Only our own folders (not a link to one), of processes that are gone.
+        if (::lstat(strPath.c_str(), &tStat) != 0 || !S_ISDIR(tStat.st_mode) || tStat.st_uid != ::getuid() ||
+            !VCM::IsProcessGone(nPid))
+            continue;
+        std::error_code ecRemove;
+        fs::remove_all(strPath, ecRemove);
+        if (!ecRemove)
+            astrRemoved.push_back(strPath);
+    }
+    return astrRemoved;
+}
 
 bool MakeFolders(const std::string& strPath)
 {
@@ -43,8 +94,8 @@ void CWorkspace::Make(const std::string& strGiven)
 {
     if (strGiven.empty())
     {
-        const char* pszTemp = std::getenv("TMPDIR");
-        std::string strTemplate = std::string(pszTemp && *pszTemp ? pszTemp : "/tmp") + "/orvane-import-XXXXXX";
+        std::string strTemplate =
+            TemporaryFolder() + "/" + s_szWorkspacePrefix + std::to_string(::getpid()) + "-XXXXXX";
         if (!mkdtemp(&strTemplate[0]))
             throw EStop(eExitFailure, "cannot make a temporary workspace: " + ErrorText(errno));
         m_strPath = strTemplate;

@@ -11,7 +11,8 @@ namespace IMP {
 class CWorkspace
 {
 public:
-    // A new folder below $TMPDIR (or /tmp) when strGiven is empty; else the
+    // A new folder below $TMPDIR (or /tmp), named after this process, when
+    // strGiven is empty; else the
     // given folder, made absolute and created when missing. Throws EStop
     // when it cannot be made.
     void Make(const std::string& strGiven);
@@ -32,6 +33,14 @@ private:
     bool m_bMade = false;
     std::vector<std::string> m_astrMadeFolders;
 };
+
+// Where temporary workspaces are made: $TMPDIR, else /tmp.
+std::string TemporaryFolder();
+
+// Removes the temporary workspaces below the folder whose run is gone (a
+// run killed outright): folders "orvane-import-PID-XXXXXX" of this user
+// whose process is no more. Returns the paths removed.
+std::vector<std::string> RemoveStaleWorkspaces(const std::string& strFolder);
 
 // Makes the folder and every missing folder above it; false with errno set
 // when one cannot be made. Something other than a folder in the way of the

@@ -4,6 +4,9 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
 #include <utility>
 
 #include <fcntl.h>
@@ -291,6 +294,20 @@ bool WriteAll(int nFd, const void* pData, size_t nSize)
         nSize -= static_cast<size_t>(nDone);
     }
     return true;
+}
+
+bool IsProcessGone(pid_t nPid)
+{
+    if (nPid <= 0)
+        return false;
+    if (::kill(nPid, 0) != 0)
+        return errno == ESRCH;
+    // A zombie: its state follows the command name, which is in parentheses
+    // and may itself hold blanks and parentheses.
+    std::ifstream cStat("/proc/" + std::to_string(nPid) + "/stat");
+    const std::string strStat((std::istreambuf_iterator<char>(cStat)), std::istreambuf_iterator<char>());
+    const size_t nEnd = strStat.rfind(')');
+    return nEnd != std::string::npos && nEnd + 2 < strStat.size() && strStat[nEnd + 2] == 'Z';
 }
 
 } // namespace VCM

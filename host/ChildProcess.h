@@ -98,6 +98,9 @@ bool MoveAboveStandard(int& nFd);
 void CloseDescriptor(int& nFd);
 // Writes all bytes, through interruptions; false with errno on failure.
 bool WriteAll(int nFd, const void* pData, size_t nSize);
+// True when no process has the id, or only the exit status of one is left
+// for its parent to collect: what a run that was killed left behind may go.
+bool IsProcessGone(pid_t nPid);
 
 } // namespace VCM
 } // namespace ORVANE

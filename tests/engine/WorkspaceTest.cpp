@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <functional>
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -51,12 +53,48 @@ TEST(Workspace, TemporaryBelowTmpdirRemovedWhole)
     CWorkspace cWorkspace;
     cWorkspace.Make("");
     EXPECT_TRUE(cWorkspace.Made());
-    EXPECT_EQ(tScratch.Path() + "/orvane-import-", cWorkspace.Path().substr(0, tScratch.Path().size() + 15));
-    EXPECT_EQ(tScratch.Path().size() + 21, cWorkspace.Path().size());
+    // Named after the process that made it, for a later run to know it
+    // when this one is killed.
+    const std::string strPrefix = tScratch.Path() + "/orvane-import-" + std::to_string(::getpid()) + "-";
+    EXPECT_EQ(strPrefix, cWorkspace.Path().substr(0, strPrefix.size()));
+    EXPECT_EQ(strPrefix.size() + 6, cWorkspace.Path().size());
+    EXPECT_EQ(std::vector<std::string>(), RemoveStaleWorkspaces(tScratch.Path()));
     cWorkspace.MakeFolder(cWorkspace.Path() + "/main");
     enginetest::WriteWholeFile(cWorkspace.Path() + "/main/a.txt", "a");
     cWorkspace.Remove();
     EXPECT_FALSE(Exists(cWorkspace.Path()));
+}
+
+TEST(Workspace, TheTemporaryWorkspacesOfRunsThatAreGoneAreRemoved)
+{
+    enginetest::TScratch tScratch;
+    // Of a process that cannot exist, of a live one (ours), and names that
+    // only look alike.
+    const std::string strDead = tScratch.Path() + "/orvane-import-999999999-aB3xYz";
+    const std::string strLive = tScratch.Path() + "/orvane-import-" + std::to_string(::getpid()) + "-aB3xYz";
+    const std::vector<std::string> astrOthers = {"orvane-import-999999999-short", "orvane-import-12x-aB3xYz",
+                                                 "orvane-import--aB3xYz", "orvane-import-aB3xYz", "file-999999999"};
+    for (const std::string& str : {strDead, strLive})
+    {
+        ASSERT_TRUE(MakeFolders(str + "/main/src"));
+        enginetest::WriteWholeFile(str + "/main/src/a.c", "a");
+    }
+    for (const std::string& str : astrOthers)
+        ASSERT_TRUE(MakeFolders(tScratch.Path() + "/" + str));
+    // A file with the name of a dead run's workspace, and a link to a folder.
+    enginetest::WriteWholeFile(tScratch.Path() + "/orvane-import-999999998-aB3xYz", "");
+    ASSERT_TRUE(MakeFolders(tScratch.Path() + "/kept"));
+    ASSERT_EQ(0, ::symlink((tScratch.Path() + "/kept").c_str(),
+                           (tScratch.Path() + "/orvane-import-999999997-aB3xYz").c_str()));
+
+    EXPECT_EQ(std::vector<std::string>{strDead}, RemoveStaleWorkspaces(tScratch.Path()));
+    EXPECT_FALSE(Exists(strDead));
+    EXPECT_TRUE(Exists(strLive + "/main/src/a.c"));
+    for (const std::string& str : astrOthers)
+        EXPECT_TRUE(Exists(tScratch.Path() + "/" + str)) << str;
+    EXPECT_TRUE(Exists(tScratch.Path() + "/orvane-import-999999998-aB3xYz"));
+    EXPECT_TRUE(Exists(tScratch.Path() + "/kept"));
+    EXPECT_EQ(std::vector<std::string>(), RemoveStaleWorkspaces(tScratch.Path() + "/missing"));
 }
 
 TEST(Workspace, GivenRelativeFolderIsMadeAbsolute)

@@ -159,6 +159,23 @@ TEST(CChildProcess, TryWaitWhileRunningAndAfterTheEnd)
     EXPECT_EQ(-1, nStatus);
 }
 
+TEST(IsProcessGone, ALiveProcessIsNotGoneAnExitedOneIsBeforeItIsCollected)
+{
+    TBlockedChild tBlocked;
+    const pid_t nPid = tBlocked.cChild.GetPid();
+    EXPECT_FALSE(ORVANE::VCM::IsProcessGone(nPid));
+    EXPECT_FALSE(ORVANE::VCM::IsProcessGone(::getpid()));
+    EXPECT_FALSE(ORVANE::VCM::IsProcessGone(0));
+    EXPECT_FALSE(ORVANE::VCM::IsProcessGone(-1));
+    EXPECT_TRUE(ORVANE::VCM::IsProcessGone(999999999));
+    ORVANE::VCM::CloseDescriptor(tBlocked.anPipe[1]);
+    // Ended, with its status not yet collected: only a zombie is left.
+    siginfo_t tInfo{};
+    ASSERT_EQ(0, ::waitid(P_PID, static_cast<id_t>(nPid), &tInfo, WEXITED | WNOWAIT));
+    EXPECT_TRUE(ORVANE::VCM::IsProcessGone(nPid));
+    EXPECT_EQ(0, tBlocked.cChild.Wait());
+}
+
 TEST(CChildProcess, SignalReachesTheChildsOwnGroup)
 {
     TBlockedChild tBlocked(true);
