@@ -116,7 +116,8 @@ TEST_F(HelpTest, ProgramHelp)
         EXPECT_EQ(FirstLine(r.out),
                   "Usage: p4sim [ -G -z tag -c client -H host -p port -u user -d dir -x file ] command [ arg ... ]");
         EXPECT_NE(r.out.find("\nCommands:\n    branch branches changes changelists client clients describe files "
-                             "fstat\n    get have info login print sync users where workspace workspaces\n"),
+                             "fstat\n    get have info label labels login print sync users where workspace\n"
+                             "    workspaces\n"),
                   std::string::npos)
             << r.out;
     }
@@ -147,6 +148,8 @@ TEST_F(HelpTest, EveryCommandPrintsItsUsage)
         {"get", "sync [ -f -L -n -N -k -q -r ] [-m max] [ file[revRange] ... ]"},
         {"have", "have [ file ... ]"},
         {"info", "info [ -s ]"},
+        {"label", "label [ -d -f -g -i -o -t template ] labelname"},
+        {"labels", "labels [ -t ] [ -u user ] [ [-e|-E] query -m max ] [ -a | -s serverID ] [ file[revrange] ]"},
         {"login", "login [ -a -p ] [ -h host ] [ user ]"},
         {"print", "print [-a -A -k -o localFile -q -m max] [--offset offset --size size] file[revRange] ..."},
         {"sync", "sync [ -f -L -n -N -k -q -r ] [-m max] [ file[revRange] ... ]"},

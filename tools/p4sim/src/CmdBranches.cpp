@@ -52,18 +52,7 @@ void ShowBranch(TContext& tContext, const std::string& strName)
         tBranch->strDescription = "Created by " + tContext.strUser + ".\n";
         tBranch->strOptions = "unlocked";
     }
-    TRecord aRecord = {{"Branch", tBranch->strName}};
-    if (bExisting)
-    {
-        aRecord.push_back({"Update", FormatDateTime(tBranch->nUpdated)});
-        aRecord.push_back({"Access", FormatDateTime(tBranch->nAccessed)});
-    }
-    aRecord.push_back({"Owner", tBranch->strOwner});
-    aRecord.push_back({"Description", tBranch->strDescription});
-    aRecord.push_back({"Options", tBranch->strOptions});
-    for (size_t i = 0; i < tBranch->astrView.size(); ++i)
-        aRecord.push_back({"View" + Num(static_cast<long long>(i)), tBranch->astrView[i]});
-    tContext.pOutput->Stat(aRecord, BranchFormText(*tBranch, bExisting));
+    tContext.pOutput->Stat(ViewSpecFormRecord("Branch", *tBranch, bExisting), BranchFormText(*tBranch, bExisting));
 }
 
 } // namespace
@@ -79,12 +68,7 @@ void CmdBranches(TContext& tContext, const TOptions& tOptions)
         if (!ListingSelects(tOptions, tBranch.strName, tBranch.strOwner))
             continue;
         ++nListed;
-        TRecord aRecord = {{"branch", tBranch.strName},        {"Update", Num(tBranch.nUpdated)},
-                           {"Access", Num(tBranch.nAccessed)}, {"Owner", tBranch.strOwner},
-                           {"Options", tBranch.strOptions},    {"Description", tBranch.strDescription}};
-        std::string strDate = tOptions.Has('t') ? FormatDateTime(tBranch.nUpdated) : FormatDate(tBranch.nUpdated);
-        tContext.pOutput->Stat(aRecord, "Branch " + tBranch.strName + " " + strDate + " '" +
-                                            OneLine(Truncated(tBranch.strDescription, 31)) + "'\n");
+        ListViewSpec(tContext, tOptions, "Branch", tBranch);
     }
 }
 

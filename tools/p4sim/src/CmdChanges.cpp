@@ -68,6 +68,7 @@ struct TChangesArg
     std::string strPattern;
     bool bIsDepot = true;
     long long nLow = 1, nHigh = 0;
+    std::string strLabel; // up to the revisions the label tags
     std::vector<std::string> astrPrefixes;
 };
 
@@ -77,9 +78,11 @@ TChangesArg ResolveChangesArg(TContext& rContext, const std::string& strArg, con
     TFileArg tArg = SplitFileArg(strArg);
     TChangesArg tOut;
     TRevBounds tBounds = ParseRevBounds(tArg.strRev, nMaxChange);
-    tOut.strPattern = ArgPattern(rContext, tArg.strPath, pView, tOut.bIsDepot);
+    tOut.strLabel = tBounds.strLabel;
+    // "@label" alone stands for "//...@label".
+    tOut.strPattern = ArgPattern(rContext, tArg.strPath.empty() ? "//..." : tArg.strPath, pView, tOut.bIsDepot);
     if (tBounds.nRev >= 0 || tBounds.bNone || tBounds.bHave)
-        tBounds = TRevBounds{1, nMaxChange, -1, false, false};
+        tBounds = TRevBounds{1, nMaxChange, -1, false, false, std::string()};
     tOut.nLow = std::max(tBounds.nLow, nMinChange);
     tOut.nHigh = tBounds.nHigh;
     tOut.astrPrefixes = DepotPrefixes(tOut.strPattern, tOut.bIsDepot, pView);
@@ -102,6 +105,25 @@ void VisitChangesOf(TContext& rContext, const TChangesArg& tArg, const std::stri
         });
 }
 
+// The changes of every revision up to the one the label tags, of each
+// tagged file of one argument under one prefix.
+void AddChangesUpToLabel(TContext& rContext, const TChangesArg& tArg, const std::string& strPrefix,
+                         const TClientView* pView, std::set<long long>& setChanges)
+{
+    std::string strClientFile;
+    for (const TRevRec& tTagged : LabelRevisions(rContext, tArg.strLabel, strPrefix))
+    {
+        if (!PatternNames(tArg.strPattern, tArg.bIsDepot, pView, tTagged.strDepotFile, strClientFile))
+            continue;
+        for (long long nRev = 1; nRev <= tTagged.nRev; ++nRev)
+        {
+            std::optional<TRevRec> tRev = rContext.pStore->Rev(tTagged.strDepotFile, nRev);
+            if (tRev && tRev->nChange >= tArg.nLow)
+                setChanges.insert(tRev->nChange);
+        }
+    }
+}
+
 void ListChangesOfFiles(TContext& rContext, const TOptions& tOptions, CChangeLister& rLister, long long nMinChange)
 {
     long long nMaxChange = rContext.pStore->MaxChange();
@@ -110,8 +132,9 @@ void ListChangesOfFiles(TContext& rContext, const TOptions& tOptions, CChangeLis
     for (const std::string& strArg : tOptions.astrArgs)
     {
         std::string strPath = SplitFileArg(strArg).strPath;
-        bool bClientSyntax = !StartsWith(strPath, "//") ||
-                             (!rContext.strClient.empty() && StartsWith(strPath, "//" + rContext.strClient + "/"));
+        bool bClientSyntax =
+            !strPath.empty() && (!StartsWith(strPath, "//") ||
+                                 (!rContext.strClient.empty() && StartsWith(strPath, "//" + rContext.strClient + "/")));
         if (!pView && bClientSyntax)
             pView = std::make_unique<TClientView>(LoadClient(rContext, false));
         atArgs.push_back(ResolveChangesArg(rContext, strArg, pView.get(), nMinChange, nMaxChange));
@@ -123,7 +146,7 @@ void ListChangesOfFiles(TContext& rContext, const TOptions& tOptions, CChangeLis
     };
     // One range of one path: straight from the change index, so that a
     // listing with a maximum reads no further than it shows.
-    if (atArgs.size() == 1 && atArgs[0].astrPrefixes.size() == 1)
+    if (atArgs.size() == 1 && atArgs[0].astrPrefixes.size() == 1 && atArgs[0].strLabel.empty())
     {
         VisitChangesOf(rContext, atArgs[0], atArgs[0].astrPrefixes[0], pView.get(), bOldestFirst, fnOffer);
         return;
@@ -133,6 +156,11 @@ void ListChangesOfFiles(TContext& rContext, const TOptions& tOptions, CChangeLis
     {
         for (const std::string& strPrefix : tArg.astrPrefixes)
         {
+            if (!tArg.strLabel.empty())
+            {
+                AddChangesUpToLabel(rContext, tArg, strPrefix, pView.get(), setChanges);
+                continue;
+            }
             VisitChangesOf(rContext, tArg, strPrefix, pView.get(), false, [&](long long nChange) {
                 setChanges.insert(nChange);
                 return true;

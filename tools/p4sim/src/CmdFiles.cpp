@@ -58,13 +58,17 @@ std::vector<TResolvedFile> Resolve(TContext& tContext, const TFileArg& tArg, con
                                    bool bAllRevs = false)
 {
     bool bIsDepot = true;
-    std::string strPattern = ArgPattern(tContext, tArg.strPath, pView, bIsDepot);
+    // "@label" alone stands for "//...@label".
+    std::string strPattern = ArgPattern(tContext, tArg.strPath.empty() ? "//..." : tArg.strPath, pView, bIsDepot);
     long long nMaxChange = tContext.pStore->MaxChange();
     TRevBounds tBounds = ParseRevBounds(tArg.strRev, nMaxChange);
     std::vector<TResolvedFile> atOut;
     for (const std::string& strPrefix : DepotPrefixes(strPattern, bIsDepot, pView))
     {
-        for (TRevRec& tRev : RevisionsUnder(*tContext.pStore, strPrefix, tBounds, nMaxChange, bAllRevs))
+        std::vector<TRevRec> atRevs = tBounds.strLabel.empty()
+                                          ? RevisionsUnder(*tContext.pStore, strPrefix, tBounds, nMaxChange, bAllRevs)
+                                          : LabelRevisions(tContext, tBounds.strLabel, strPrefix);
+        for (TRevRec& tRev : atRevs)
         {
             TResolvedFile tFile;
             if (!PatternNames(strPattern, bIsDepot, pView, tRev.strDepotFile, tFile.strClientFile))

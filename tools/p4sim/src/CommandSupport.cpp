@@ -145,9 +145,46 @@ TRevBounds ParseRevBounds(const std::string& strRev, long long nMaxChange)
         tBounds.nRev = ParsedNumber(strRev.substr(1), "revision");
     else if (StartsWith(strRev, "@="))
         tBounds.nLow = tBounds.nHigh = ParsedNumber(strRev.substr(2), "changelist");
+    else if (long long nIgnored; !ParseUInt(strRev.substr(1), nIgnored))
+        tBounds.strLabel = strRev.substr(1);
     else
         tBounds.nHigh = std::min(nMaxChange, ParsedNumber(strRev.substr(1), "changelist"));
     return tBounds;
+}
+
+std::vector<TRevRec> LabelRevisions(TContext& tContext, const std::string& strLabel, const std::string& strPrefix)
+{
+    // A real server would also try a client and a date of that name.
+    if (!tContext.pStore->Label(strLabel))
+        throw EP4Error("Invalid changelist/client/label/date '@" + strLabel + "'.", eSeverityFailed, eGenericUnknown);
+    return tContext.pStore->LabelRevsUnder(strLabel, strPrefix);
+}
+
+TRecord ViewSpecFormRecord(const std::string& strKeyword, const TViewSpecRec& tSpec, bool bExisting)
+{
+    TRecord aRecord = {{strKeyword, tSpec.strName}};
+    if (bExisting)
+    {
+        aRecord.push_back({"Update", FormatDateTime(tSpec.nUpdated)});
+        aRecord.push_back({"Access", FormatDateTime(tSpec.nAccessed)});
+    }
+    aRecord.push_back({"Owner", tSpec.strOwner});
+    aRecord.push_back({"Description", tSpec.strDescription});
+    aRecord.push_back({"Options", tSpec.strOptions});
+    for (size_t i = 0; i < tSpec.astrView.size(); ++i)
+        aRecord.push_back({"View" + Num(static_cast<long long>(i)), tSpec.astrView[i]});
+    return aRecord;
+}
+
+void ListViewSpec(TContext& tContext, const TOptions& tOptions, const std::string& strKeyword,
+                  const TViewSpecRec& tSpec)
+{
+    TRecord aRecord = {{ToLower(strKeyword), tSpec.strName}, {"Update", Num(tSpec.nUpdated)},
+                       {"Access", Num(tSpec.nAccessed)},     {"Owner", tSpec.strOwner},
+                       {"Options", tSpec.strOptions},        {"Description", tSpec.strDescription}};
+    std::string strDate = tOptions.Has('t') ? FormatDateTime(tSpec.nUpdated) : FormatDate(tSpec.nUpdated);
+    tContext.pOutput->Stat(aRecord, strKeyword + " " + tSpec.strName + " " + strDate + " '" +
+                                        OneLine(Truncated(tSpec.strDescription, 31)) + "'\n");
 }
 
 bool ListingSelects(const TOptions& tOptions, const std::string& strName, const std::string& strOwner)
@@ -220,8 +257,10 @@ std::unique_ptr<TClientView> ClientIfNeeded(TContext& tContext, const std::vecto
     bool bNeeded = false;
     for (const std::string& strArg : astrArgs)
     {
-        if (!StartsWith(strArg, "//") ||
-            (!tContext.strClient.empty() && StartsWith(strArg, "//" + tContext.strClient + "/")))
+        // "@label" alone names depot files.
+        const std::string strPath = SplitFileArg(strArg).strPath;
+        if (!strPath.empty() && (!StartsWith(strPath, "//") ||
+                                 (!tContext.strClient.empty() && StartsWith(strPath, "//" + tContext.strClient + "/"))))
             bNeeded = true;
     }
     if (!bNeeded && !tContext.pStore->Client(tContext.strClient))

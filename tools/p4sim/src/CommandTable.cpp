@@ -8,6 +8,9 @@ namespace {
 
 const char* const s_pszBranchesUsage = "branches [ -t ] [ -u user ] [ [-e|-E] query -m max ]";
 const char* const s_pszBranchUsage = "branch [ -d -f -o -i ] branchname";
+const char* const s_pszLabelUsage = "label [ -d -f -g -i -o -t template ] labelname";
+const char* const s_pszLabelsUsage =
+    "labels [ -t ] [ -u user ] [ [-e|-E] query -m max ] [ -a | -s serverID ] [ file[revrange] ]";
 const char* const s_pszChangesUsage =
     "changes [ -c client -e changelist# -i -l -L -f -m max -r -s status -t -u user ] [ file[revRange] ... ]";
 const char* const s_pszDescribeUsage = "describe [-d<flags> -m max -s -S -f -O -I] changelist# ...";
@@ -37,6 +40,8 @@ const std::vector<TCommandSpec>& AllCommands()
         {"get", CmdSync, "fnkNpqLr", "m", s_pszSyncUsage, eWrites},
         {"have", CmdHave, "", "", "have [ file ... ]", eReadOnly},
         {"info", CmdInfo, "s", "", "info [ -s ]", eReadOnly},
+        {"label", CmdLabel, "dfgio", "t", s_pszLabelUsage, eReadOnly},
+        {"labels", CmdLabels, "taU", "umeEs", s_pszLabelsUsage, eReadOnly},
         {"login", CmdLogin, "asp", "h", "login [ -a -p ] [ -h host ] [ user ]", eReadOnly},
         {"print", CmdPrint, "aAkqU", "om", s_pszPrintUsage, eReadOnly},
         {"sync", CmdSync, "fnkNpqLr", "m", s_pszSyncUsage, eWrites},

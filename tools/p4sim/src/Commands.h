@@ -92,8 +92,12 @@ struct TRevBounds
     long long nRev = -1;           // #N: that revision, -1 none
     bool bNone = false;            // #none
     bool bHave = false;            // #have
+    std::string strLabel;          // @NAME: the revisions the label tags
 };
 TRevBounds ParseRevBounds(const std::string& strRev, long long nMaxChange);
+// The label's revisions of the files under the prefix; the server's error
+// when there is no such label.
+std::vector<TRevRec> LabelRevisions(TContext& tContext, const std::string& strLabel, const std::string& strPrefix);
 
 // The current client, with its view parsed.
 struct TClientView
@@ -128,8 +132,16 @@ bool PatternNames(const std::string& strPattern, bool bIsDepot, const TClientVie
 
 bool IsTextType(const std::string& strType);
 
-// The -u, -e and -E filters of the spec listings (branches, clients).
+// The -u, -e and -E filters of the spec listings (branches, clients, labels).
 bool ListingSelects(const TOptions& tOptions, const std::string& strName, const std::string& strOwner);
+
+// Branch and label specifications alike: the -G record of the form (Update
+// and Access only for one that exists, then Owner Description Options
+// View0...), and one line of the listing with its record. strKeyword is
+// "Branch" or "Label".
+TRecord ViewSpecFormRecord(const std::string& strKeyword, const TViewSpecRec& tSpec, bool bExisting);
+void ListViewSpec(TContext& tContext, const TOptions& tOptions, const std::string& strKeyword,
+                  const TViewSpecRec& tSpec);
 
 // The commands, by family.
 void CmdBranches(TContext& tContext, const TOptions& tOptions);
@@ -144,6 +156,8 @@ void CmdWhere(TContext& tContext, const TOptions& tOptions);
 void CmdFiles(TContext& tContext, const TOptions& tOptions);
 void CmdFstat(TContext& tContext, const TOptions& tOptions);
 void CmdPrint(TContext& tContext, const TOptions& tOptions);
+void CmdLabels(TContext& tContext, const TOptions& tOptions);
+void CmdLabel(TContext& tContext, const TOptions& tOptions);
 void CmdUsers(TContext& tContext, const TOptions& tOptions);
 void CmdInfo(TContext& tContext, const TOptions& tOptions);
 void CmdLogin(TContext& tContext, const TOptions& tOptions);

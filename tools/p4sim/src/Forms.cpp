@@ -32,6 +32,18 @@ std::string FormView(const std::vector<std::string>& astrView)
     return strText + "\n";
 }
 
+// The fields of a branch or label form after its comment.
+std::string ViewSpecFields(const std::string& strKeyword, const TViewSpecRec& tSpec, bool bExisting)
+{
+    std::string strText = strKeyword + ":\t" + tSpec.strName + "\n\n";
+    if (bExisting)
+        strText += FormDates(tSpec.nUpdated, tSpec.nAccessed);
+    strText += "Owner:\t" + tSpec.strOwner + "\n\n";
+    strText += "Description:\n" + Indented(tSpec.strDescription) + "\n";
+    strText += "Options:\t" + tSpec.strOptions + "\n\n";
+    return strText + FormView(tSpec.astrView);
+}
+
 } // namespace
 
 CForm::CForm(const std::string& strText, const std::string& strWhat)
@@ -108,13 +120,23 @@ std::string BranchFormText(const TBranchRec& tBranch, bool bExisting)
                           "#  View:        Lines to map source depot files to target depot files.\n"
                           "#\n"
                           "# Use 'p4 help branch' to see more about branch views.\n\n";
-    strText += "Branch:\t" + tBranch.strName + "\n\n";
-    if (bExisting)
-        strText += FormDates(tBranch.nUpdated, tBranch.nAccessed);
-    strText += "Owner:\t" + tBranch.strOwner + "\n\n";
-    strText += "Description:\n" + Indented(tBranch.strDescription) + "\n";
-    strText += "Options:\t" + tBranch.strOptions + "\n\n";
-    return strText + FormView(tBranch.astrView);
+    return strText + ViewSpecFields("Branch", tBranch, bExisting);
+}
+
+std::string LabelFormText(const TLabelRec& tLabel, bool bExisting)
+{
+    std::string strText = "# A Perforce Label Specification.\n"
+                          "#\n"
+                          "#  Label:       The label name.\n"
+                          "#  Update:      The date this specification was last modified.\n"
+                          "#  Access:      The date of the last 'labelsync' or use of '@label' on this label.\n"
+                          "#  Owner:       The user who created this label.\n"
+                          "#  Description: A short description of the label (optional).\n"
+                          "#  Options:     Label update options: [un]locked, [no]autoreload.\n"
+                          "#  View:        Lines to select depot files for the label.\n"
+                          "#\n"
+                          "# Use 'p4 help label' to see more about label views.\n\n";
+    return strText + ViewSpecFields("Label", tLabel, bExisting);
 }
 
 std::string ClientFormText(const TClientRec& tClient, bool bExisting)

@@ -1,5 +1,5 @@
 // Specification forms as `client -i`/`-o` and `branch -i`/`-o` read and
-// write them.
+// write them, and `label -o` writes them.
 #pragma once
 
 #include "Records.h"
@@ -33,6 +33,7 @@ private:
 };
 
 std::string BranchFormText(const TBranchRec& tBranch, bool bExisting);
+std::string LabelFormText(const TLabelRec& tLabel, bool bExisting);
 std::string ClientFormText(const TClientRec& tClient, bool bExisting);
 
 // The six option pairs in their order, each as given or its default;

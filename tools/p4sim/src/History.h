@@ -36,12 +36,22 @@ struct TChangeSpec
     std::vector<TFileAction> atFiles;
 };
 
+// A label and the revisions it tags, each given as `p4 tag` takes them:
+// "//depot/main/...@12" (the files' revisions at change 12), "PATH#3",
+// "PATH" (the head revisions); unescaped paths, "..." as the only wildcard.
+struct TLabelSpec
+{
+    TLabelRec tLabel;
+    std::vector<std::string> astrTags;
+};
+
 struct THistory
 {
     std::vector<TUserRec> atUsers;
     std::vector<TBranchRec> atBranches;
     std::vector<TClientRec> atClients;
     std::vector<TChangeSpec> atChanges;
+    std::vector<TLabelSpec> atLabels;
 };
 
 // Throws std::runtime_error with a readable message on a malformed history.
@@ -49,7 +59,7 @@ THistory ParseHistory(const nlohmann::json& jHistory);
 nlohmann::json HistoryToJson(const THistory& tHistory);
 
 // Where a history goes, part by part: users first, then the changes one by
-// one, then branch and client specifications.
+// one, then branch and client specifications, then labels.
 class CHistorySink
 {
 public:
@@ -57,6 +67,7 @@ public:
     virtual void AddUsers(const std::vector<TUserRec>& atUsers) = 0;
     virtual void AddChange(const TChangeSpec& tChange) = 0;
     virtual void Finish(const std::vector<TBranchRec>& atBranches, const std::vector<TClientRec>& atClients) = 0;
+    virtual void AddLabels(const std::vector<TLabelSpec>& atLabels) { (void)atLabels; }
 };
 
 // Submits a history into the store, inside the caller's transaction. Throws
@@ -70,6 +81,9 @@ public:
     void AddChange(const TChangeSpec& tChange) override;
     // Specifications without a time get the last change's.
     void Finish(const std::vector<TBranchRec>& atBranches, const std::vector<TClientRec>& atClients) override;
+    // Labels without a time get the last change's. Throws when a tag names
+    // no revision.
+    void AddLabels(const std::vector<TLabelSpec>& atLabels) override;
 
 private:
     std::vector<TFileAction> ActionsOf(const TChangeSpec& tChange, long long nNumber) const;
@@ -91,6 +105,7 @@ public:
     void AddUsers(const std::vector<TUserRec>& atUsers) override;
     void AddChange(const TChangeSpec& tChange) override;
     void Finish(const std::vector<TBranchRec>& atBranches, const std::vector<TClientRec>& atClients) override;
+    void AddLabels(const std::vector<TLabelSpec>& atLabels) override;
     const THistory& History() const { return m_tHistory; }
 
 private:

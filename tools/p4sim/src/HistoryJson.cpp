@@ -114,6 +114,24 @@ TClientRec ParseClient(const json& jClient)
     return tClient;
 }
 
+TLabelSpec ParseLabel(const json& jLabel)
+{
+    TLabelSpec tSpec;
+    TLabelRec& tLabel = tSpec.tLabel;
+    tLabel.strName = Str(jLabel, "name");
+    if (tLabel.strName.empty())
+        throw std::runtime_error("a label without a name");
+    tLabel.strOwner = Str(jLabel, "owner", "p4sim");
+    tLabel.strDescription = WithNewline(Str(jLabel, "description", "Created by " + tLabel.strOwner + "."));
+    tLabel.strOptions = Str(jLabel, "options", "unlocked noautoreload");
+    tLabel.astrView = Lines(jLabel, "view");
+    if (tLabel.astrView.empty())
+        tLabel.astrView = {"//depot/..."};
+    tLabel.nUpdated = tLabel.nAccessed = Int(jLabel, "time", 0);
+    tSpec.astrTags = Lines(jLabel, "files");
+    return tSpec;
+}
+
 TFileAction ParseFileAction(const json& jFile)
 {
     static const std::set<std::string> s_setActions = {"add",       "edit",     "delete",     "branch",
@@ -198,6 +216,8 @@ THistory ParseHistory(const json& jHistory)
         tHistory.atClients.push_back(ParseClient(jClient));
     for (const json& jChange : jHistory.value("changes", json::array()))
         tHistory.atChanges.push_back(ParseChange(jChange));
+    for (const json& jLabel : jHistory.value("labels", json::array()))
+        tHistory.atLabels.push_back(ParseLabel(jLabel));
     return tHistory;
 }
 
@@ -228,6 +248,21 @@ json HistoryToJson(const THistory& tHistory)
     for (const TChangeSpec& tChange : tHistory.atChanges)
         jChanges.push_back(ChangeToJson(tChange));
     jHistory["changes"] = jChanges;
+    if (tHistory.atLabels.empty())
+        return jHistory;
+    json jLabels = json::array();
+    for (const TLabelSpec& tSpec : tHistory.atLabels)
+    {
+        const TLabelRec& tLabel = tSpec.tLabel;
+        jLabels.push_back({{"name", tLabel.strName},
+                           {"owner", tLabel.strOwner},
+                           {"description", tLabel.strDescription},
+                           {"options", tLabel.strOptions},
+                           {"view", tLabel.astrView},
+                           {"time", tLabel.nUpdated},
+                           {"files", tSpec.astrTags}});
+    }
+    jHistory["labels"] = jLabels;
     return jHistory;
 }
 

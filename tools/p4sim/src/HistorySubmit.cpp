@@ -4,7 +4,9 @@
 #include "Digest.h"
 #include "Store.h"
 #include "Text.h"
+#include "View.h"
 
+#include <map>
 #include <set>
 #include <stdexcept>
 
@@ -42,6 +44,19 @@ bool IsAddition(const std::string& strAction)
 bool TakesSource(const std::string& strAction)
 {
     return strAction == "branch" || strAction == "integrate" || strAction == "move/add";
+}
+
+// A tag's trailing "@N" or "#N" (a path may hold '@' and '#' of its own):
+// the path before it, the number, and which of the two it was ('\0' none).
+char SplitTag(const std::string& strTag, std::string& strPath, long long& nNumber)
+{
+    size_t nMark = strTag.find_last_of("@#");
+    strPath = strTag;
+    nNumber = 0;
+    if (nMark == std::string::npos || !ParseUInt(strTag.substr(nMark + 1), nNumber))
+        return '\0';
+    strPath = strTag.substr(0, nMark);
+    return strTag[nMark];
 }
 
 } // namespace
@@ -204,6 +219,46 @@ void CSubmitter::Finish(const std::vector<TBranchRec>& atBranches, const std::ve
     m_rStore.SetMeta("change", std::to_string(m_nNext - 1));
 }
 
+void CSubmitter::AddLabels(const std::vector<TLabelSpec>& atLabels)
+{
+    for (const TLabelSpec& tSpec : atLabels)
+    {
+        // One revision per file: a later tag of the same file wins, as with
+        // `p4 tag`. Deleted revisions are not tagged.
+        std::map<std::string, long long> mapRevs;
+        for (const std::string& strTag : tSpec.astrTags)
+        {
+            std::string strPath;
+            long long nNumber = 0;
+            const char cKind = SplitTag(strTag, strPath, nNumber);
+            const std::string strPattern = EscapeName(strPath);
+            std::vector<TRevRec> atRevs;
+            if (cKind == '#')
+            {
+                std::optional<TRevRec> tRev = m_rStore.Rev(strPattern, nNumber);
+                if (tRev)
+                    atRevs.push_back(*tRev);
+            }
+            else
+                atRevs = m_rStore.HeadsUnder(LiteralPrefix(strPattern), cKind == '@' ? nNumber : m_nNext - 1);
+            size_t nTagged = 0;
+            for (const TRevRec& tRev : atRevs)
+            {
+                if (tRev.Deleted() || !WildMatch(strPattern, tRev.strDepotFile))
+                    continue;
+                mapRevs[tRev.strDepotFile] = tRev.nRev;
+                ++nTagged;
+            }
+            if (nTagged == 0)
+                throw std::runtime_error("label " + tSpec.tLabel.strName + ": " + strTag + " names no revision");
+        }
+        TLabelRec tLabel = tSpec.tLabel;
+        if (!tLabel.nUpdated)
+            tLabel.nUpdated = tLabel.nAccessed = m_nLastTime;
+        m_rStore.PutLabel(tLabel, std::vector<std::pair<std::string, long long>>(mapRevs.begin(), mapRevs.end()));
+    }
+}
+
 void CHistoryCollector::AddUsers(const std::vector<TUserRec>& atUsers)
 {
     m_tHistory.atUsers.insert(m_tHistory.atUsers.end(), atUsers.begin(), atUsers.end());
@@ -223,6 +278,12 @@ void CHistoryCollector::Finish(const std::vector<TBranchRec>& atBranches, const 
     m_rNext.Finish(atBranches, atClients);
 }
 
+void CHistoryCollector::AddLabels(const std::vector<TLabelSpec>& atLabels)
+{
+    m_tHistory.atLabels.insert(m_tHistory.atLabels.end(), atLabels.begin(), atLabels.end());
+    m_rNext.AddLabels(atLabels);
+}
+
 void SubmitHistory(CStore& rStore, const THistory& tHistory)
 {
     CSubmitter cSubmitter(rStore);
@@ -230,6 +291,7 @@ void SubmitHistory(CStore& rStore, const THistory& tHistory)
     for (const TChangeSpec& tChange : tHistory.atChanges)
         cSubmitter.AddChange(tChange);
     cSubmitter.Finish(tHistory.atBranches, tHistory.atClients);
+    cSubmitter.AddLabels(tHistory.atLabels);
 }
 
 } // namespace P4SIM

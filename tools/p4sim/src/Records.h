@@ -1,5 +1,5 @@
 // The records of the server state: users, changelists, file revisions,
-// branch and client specifications, have lists and sync marks.
+// branch, label and client specifications, have lists and sync marks.
 #pragma once
 
 #include <string>
@@ -32,11 +32,21 @@ struct TRevRec
     bool Deleted() const { return strAction == "delete" || strAction == "move/delete" || strAction == "purge"; }
 };
 
-struct TBranchRec
+// What branch and label specifications have alike.
+struct TViewSpecRec
 {
     std::string strName, strOwner, strDescription, strOptions;
     std::vector<std::string> astrView;
     long long nUpdated = 0, nAccessed = 0;
+};
+
+struct TBranchRec : TViewSpecRec
+{
+};
+
+// A static label: its specification; the revisions it tags are kept apart.
+struct TLabelRec : TViewSpecRec
+{
 };
 
 struct TClientRec

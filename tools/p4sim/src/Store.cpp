@@ -134,6 +134,7 @@ void CStore::CreateSchema()
     Exec("PRAGMA journal_mode=WAL");
     Begin(true);
     Exec(g_pszSchema);
+    Exec(g_pszLabelsSchema);
     SetMeta("version", "1");
     SetMeta("created", std::to_string(static_cast<long long>(time(nullptr))));
     Commit();
@@ -155,10 +156,13 @@ void CStore::Begin(bool bWrite)
     Exec(bWrite ? "BEGIN IMMEDIATE" : "BEGIN");
     m_bInTransaction = true;
     m_bWriting = bWrite;
-    // Servers made before sync marks existed get their table with the first
-    // write; for the others this is no work.
+    // Servers made before sync marks or labels existed get their tables with
+    // the first write; for the others this is no work.
     if (bWrite)
+    {
         Exec(g_pszSyncMarksSchema);
+        Exec(g_pszLabelsSchema);
+    }
 }
 
 void CStore::Commit()

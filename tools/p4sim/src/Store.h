@@ -1,5 +1,5 @@
 // The server state, kept in one SQLite database (DIR/p4sim.db): users,
-// changelists, file revisions with their contents, branch and client
+// changelists, file revisions with their contents, branch, label and client
 // specifications, each client's have list and its sync marks. Every command
 // runs inside one transaction, so a p4sim killed mid-command leaves the
 // state as it was before that command.
@@ -13,6 +13,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace ORVANE {
@@ -130,6 +131,14 @@ public:
     std::optional<TBranchRec> Branch(const std::string& strName);
     void PutBranch(const TBranchRec& tBranch);
     void DeleteBranch(const std::string& strName);
+
+    // Label specifications and the revisions each tags (one per file).
+    std::vector<TLabelRec> Labels();
+    std::optional<TLabelRec> Label(const std::string& strName);
+    // Saves the label with exactly these revisions (depot file and rev).
+    void PutLabel(const TLabelRec& tLabel, const std::vector<std::pair<std::string, long long>>& atRevs);
+    // The label's revisions of the files under strPrefix, in depot order.
+    std::vector<TRevRec> LabelRevsUnder(const std::string& strLabel, const std::string& strPrefix);
 
     // Client specifications. Saving a client drops its sync marks (its view
     // may have changed); deleting one drops its have list too.

@@ -78,6 +78,13 @@ std::vector<TRevRec> CStore::RevsUnder(const std::string& strPrefix, long long n
     return ReadRows(cQuery, ReadRev);
 }
 
+std::vector<TRevRec> CStore::LabelRevsUnder(const std::string& strLabel, const std::string& strPrefix)
+{
+    CStatement cQuery = Prepare(eQueryLabelRevsUnder);
+    cQuery.Bind(1, strLabel).Bind(2, strPrefix).Bind(3, PrefixEnd(strPrefix));
+    return ReadRows(cQuery, ReadRev);
+}
+
 bool CStore::FilesChangedBetween(long long nAfter, long long nUpTo, size_t nLimit, std::vector<std::string>& astrOut)
 {
     CStatement cQuery = Prepare(eQueryFilesChangedBetween);

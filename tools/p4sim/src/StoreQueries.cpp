@@ -7,11 +7,19 @@ namespace P4SIM {
 #define P4SIM_CHANGE_COLUMNS "change,user,client,time,description,status,path"
 #define P4SIM_USER_COLUMNS "name,email,fullname,updated,accessed"
 #define P4SIM_BRANCH_COLUMNS "name,owner,description,options,view,updated,accessed"
+#define P4SIM_LABEL_COLUMNS "name,owner,description,options,view,updated,accessed"
 #define P4SIM_CLIENT_COLUMNS "name,owner,host,description,root,options,submit_options,line_end,view,updated,accessed"
 
 const char* const g_pszSyncMarksSchema =
     "CREATE TABLE IF NOT EXISTS sync_marks(client TEXT NOT NULL, pattern TEXT NOT NULL, change INTEGER NOT NULL,"
     " have_count INTEGER NOT NULL, PRIMARY KEY(client, pattern)) WITHOUT ROWID;";
+
+// A label's revisions: one per file, as a server tags them.
+const char* const g_pszLabelsSchema =
+    "CREATE TABLE IF NOT EXISTS labels(name TEXT PRIMARY KEY, owner TEXT NOT NULL, description TEXT NOT NULL,"
+    " options TEXT NOT NULL, view TEXT NOT NULL, updated INTEGER NOT NULL, accessed INTEGER NOT NULL) WITHOUT ROWID;"
+    "CREATE TABLE IF NOT EXISTS label_revs(label TEXT NOT NULL, depot_file TEXT NOT NULL, rev INTEGER NOT NULL,"
+    " PRIMARY KEY(label, depot_file)) WITHOUT ROWID;";
 
 const char* const g_pszSchema = R"SQL(
 CREATE TABLE meta(key TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
@@ -71,6 +79,16 @@ const char* const s_apszQueries[eQueryCount] = {
     "SELECT " P4SIM_BRANCH_COLUMNS " FROM branches WHERE name=?",
     "INSERT OR REPLACE INTO branches(" P4SIM_BRANCH_COLUMNS ") VALUES(?,?,?,?,?,?,?)",
     "DELETE FROM branches WHERE name=?",
+    "SELECT " P4SIM_LABEL_COLUMNS " FROM labels ORDER BY name",
+    "SELECT " P4SIM_LABEL_COLUMNS " FROM labels WHERE name=?",
+    "INSERT OR REPLACE INTO labels(" P4SIM_LABEL_COLUMNS ") VALUES(?,?,?,?,?,?,?)",
+    "INSERT OR REPLACE INTO label_revs(label,depot_file,rev) VALUES(?,?,?)",
+    "DELETE FROM label_revs WHERE label=?",
+    // The tagged revisions under a path, in depot order, each read through
+    // the revisions' primary key.
+    "SELECT r.depot_file,r.rev,r.change,r.action,r.type,r.digest,r.size,r.time,r.modtime"
+    " FROM label_revs l JOIN revs r ON r.depot_file=l.depot_file AND r.rev=l.rev"
+    " WHERE l.label=? AND l.depot_file>=? AND l.depot_file<? ORDER BY l.depot_file",
     "SELECT " P4SIM_CLIENT_COLUMNS " FROM clients ORDER BY name",
     "SELECT " P4SIM_CLIENT_COLUMNS " FROM clients WHERE name=?",
     "INSERT OR REPLACE INTO clients(" P4SIM_CLIENT_COLUMNS ") VALUES(?,?,?,?,?,?,?,?,?,?,?)",

@@ -33,6 +33,12 @@ enum TQuery
     eQueryBranch,
     eQueryBranchPut,
     eQueryBranchDelete,
+    eQueryLabels,
+    eQueryLabel,
+    eQueryLabelPut,
+    eQueryLabelRevPut,
+    eQueryLabelRevsDelete,
+    eQueryLabelRevsUnder,
     eQueryClients,
     eQueryClient,
     eQueryClientPut,
@@ -57,6 +63,8 @@ const char* QueryText(TQuery eQuery);
 extern const char* const g_pszSchema;
 // The table of sync marks, for servers made before it existed.
 extern const char* const g_pszSyncMarksSchema;
+// The tables of labels, for servers made before they existed.
+extern const char* const g_pszLabelsSchema;
 
 } // namespace P4SIM
 } // namespace ORVANE

@@ -1,4 +1,4 @@
-// Users, changelists, branch and client specifications in the store.
+// Users, changelists, branch, label and client specifications in the store.
 #include "Store.h"
 
 #include "Text.h"
@@ -32,17 +32,41 @@ TChangeRec ReadChange(const CStatement& cRow)
     return tChange;
 }
 
+// Branches and labels: name, owner, description, options, view, updated,
+// accessed.
+template <class T> T ReadViewSpec(const CStatement& cRow)
+{
+    T tSpec;
+    tSpec.strName = cRow.Text(0);
+    tSpec.strOwner = cRow.Text(1);
+    tSpec.strDescription = cRow.Text(2);
+    tSpec.strOptions = cRow.Text(3);
+    tSpec.astrView = SplitLines(cRow.Text(4));
+    tSpec.nUpdated = cRow.Int(5);
+    tSpec.nAccessed = cRow.Int(6);
+    return tSpec;
+}
+
 TBranchRec ReadBranch(const CStatement& cRow)
 {
-    TBranchRec tBranch;
-    tBranch.strName = cRow.Text(0);
-    tBranch.strOwner = cRow.Text(1);
-    tBranch.strDescription = cRow.Text(2);
-    tBranch.strOptions = cRow.Text(3);
-    tBranch.astrView = SplitLines(cRow.Text(4));
-    tBranch.nUpdated = cRow.Int(5);
-    tBranch.nAccessed = cRow.Int(6);
-    return tBranch;
+    return ReadViewSpec<TBranchRec>(cRow);
+}
+
+TLabelRec ReadLabel(const CStatement& cRow)
+{
+    return ReadViewSpec<TLabelRec>(cRow);
+}
+
+void PutViewSpec(CStatement cInsert, const TViewSpecRec& tSpec)
+{
+    cInsert.Bind(1, tSpec.strName)
+        .Bind(2, tSpec.strOwner)
+        .Bind(3, tSpec.strDescription)
+        .Bind(4, tSpec.strOptions)
+        .Bind(5, JoinLines(tSpec.astrView))
+        .Bind(6, tSpec.nUpdated)
+        .Bind(7, tSpec.nAccessed)
+        .Run();
 }
 
 TClientRec ReadClient(const CStatement& cRow)
@@ -151,20 +175,32 @@ std::optional<TBranchRec> CStore::Branch(const std::string& strName)
 
 void CStore::PutBranch(const TBranchRec& tBranch)
 {
-    Prepare(eQueryBranchPut)
-        .Bind(1, tBranch.strName)
-        .Bind(2, tBranch.strOwner)
-        .Bind(3, tBranch.strDescription)
-        .Bind(4, tBranch.strOptions)
-        .Bind(5, JoinLines(tBranch.astrView))
-        .Bind(6, tBranch.nUpdated)
-        .Bind(7, tBranch.nAccessed)
-        .Run();
+    PutViewSpec(Prepare(eQueryBranchPut), tBranch);
 }
 
 void CStore::DeleteBranch(const std::string& strName)
 {
     Prepare(eQueryBranchDelete).Bind(1, strName).Run();
+}
+
+// ---------------------------------------------------------------- labels
+
+std::vector<TLabelRec> CStore::Labels()
+{
+    return ReadRows(Prepare(eQueryLabels), ReadLabel);
+}
+
+std::optional<TLabelRec> CStore::Label(const std::string& strName)
+{
+    return ReadRow(Prepare(eQueryLabel).Bind(1, strName), ReadLabel);
+}
+
+void CStore::PutLabel(const TLabelRec& tLabel, const std::vector<std::pair<std::string, long long>>& atRevs)
+{
+    PutViewSpec(Prepare(eQueryLabelPut), tLabel);
+    Prepare(eQueryLabelRevsDelete).Bind(1, tLabel.strName).Run();
+    for (const auto& tRev : atRevs)
+        Prepare(eQueryLabelRevPut).Bind(1, tLabel.strName).Bind(2, tRev.first).Bind(3, tRev.second).Run();
 }
 
 // ---------------------------------------------------------------- clients
