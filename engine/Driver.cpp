@@ -108,23 +108,41 @@ void CMigrationDriver::ImportStream(unsigned int nStreamID, const std::string& s
         m_cHandler.OnStreamsRefreshed(WalkStreams());
     }
     m_cHandler.OnChangesReady(nCount);
+    WalkChanges([this](TChangeInfo& tChange) {
+        // Leaving a change out is the engine's choice: the provider needs
+        // its OnProcessChange and item walk only for the changes it is asked
+        // to bring.
+        if (m_cHandler.OnChangeListed(tChange, m_fnChangeNumber ? m_fnChangeNumber() : 0))
+            ImportChange(tChange);
+    });
+    m_cHandler.OnStreamClosed();
+}
+
+void CMigrationDriver::ListChanges(unsigned int nStreamID, const std::string& strRoot,
+                                   const std::function<void(const TChangeInfo&)>& fnChange)
+{
+    m_cHandler.BeforeCall("OnBeginStream");
+    Require(m_cProvider.OnBeginStream(nStreamID, Wide(strRoot).wc_str()), eResultDone, "OnBeginStream");
+    m_cHandler.BeforeCall("EstablishChangesets");
+    unsigned int nCount = 0;
+    Require(m_cProvider.EstablishChangesets(nCount), eResultDone, "EstablishChangesets");
+    WalkChanges([&fnChange](TChangeInfo& tChange) { fnChange(tChange); });
+}
+
+void CMigrationDriver::WalkChanges(const std::function<void(TChangeInfo&)>& fnChange)
+{
     TChangeInfo tChange;
     m_cHandler.BeforeCall("OnFirstChangeset");
     int nResult = m_cProvider.OnFirstChangeset(tChange);
     const char* pszCall = "OnFirstChangeset";
     while (nResult == eResultDone)
     {
-        // Leaving a change out is the engine's choice: the provider needs
-        // its OnProcessChange and item walk only for the changes it is asked
-        // to bring.
-        if (m_cHandler.OnChangeListed(tChange, m_fnChangeNumber ? m_fnChangeNumber() : 0))
-            ImportChange(tChange);
+        fnChange(tChange);
         m_cHandler.BeforeCall("OnNextChangeset");
         nResult = m_cProvider.OnNextChangeset(tChange);
         pszCall = "OnNextChangeset";
     }
     Require(nResult, eResultNoMore, pszCall);
-    m_cHandler.OnStreamClosed();
 }
 
 void CMigrationDriver::ImportChange(TChangeInfo& tChange)

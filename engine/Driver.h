@@ -90,12 +90,18 @@ public:
     void InitialiseClients(const std::string& strRoot);
     // Imports the stream's changes into the folder.
     void ImportStream(unsigned int nStreamID, const std::string& strRoot);
+    // Hands each change of the stream to the callback without processing
+    // it: nothing is synced, and no handler call but BeforeCall is made.
+    void ListChanges(unsigned int nStreamID, const std::string& strRoot,
+                     const std::function<void(const TChangeInfo&)>& fnChange);
     // Removes the provider's clients when InitialiseClients was called.
     void RemoveClients();
 
 private:
     void WalkChildren(unsigned int nParent, std::vector<TStreamInfo>& atStreams, std::set<unsigned int>& setSeen,
                       int nDepth);
+    // The stream's changes, first to last, each handed to the callback.
+    void WalkChanges(const std::function<void(TChangeInfo&)>& fnChange);
     void ImportChange(TChangeInfo& tChange);
 
     MCE::CProvider& m_cProvider;

@@ -102,8 +102,10 @@ std::string CFastImportWriter::FileLine(const std::string& strPath, const TEntry
 unsigned CFastImportWriter::Commit(const TCommit& tCommit, const TTree& tTree, const TTreeDelta& tDelta)
 {
     const unsigned nMark = m_nNextMark++;
-    std::string strName, strEmail;
-    SplitUser(tCommit.strUser, strName, strEmail);
+    std::string strName = CleanIdent(tCommit.strName);
+    if (strName.empty())
+        strName = "unknown";
+    const std::string strEmail = CleanIdent(tCommit.strEmail);
     const std::string strIdent = strName + " <" + strEmail + "> " + std::to_string(tCommit.tTime) + " +0000\n";
     std::string str = "commit refs/heads/" + tCommit.strBranch + "\nmark :" + std::to_string(nMark) + "\nauthor " +
                       strIdent + "committer " + strIdent + "data " + std::to_string(tCommit.strMessage.size()) + "\n" +

@@ -52,7 +52,7 @@ public:
     struct TCommit
     {
         std::string strBranch; // below refs/heads/
-        std::string strUser;   // "user@client"
+        std::string strName, strEmail; // of the author and the committer
         long tTime = 0;        // seconds since 1970 UTC
         std::string strMessage;
         std::string strFrom;    // the first parent, ":<mark>" or a commit's name; "": the branch's tip, or none

@@ -22,6 +22,8 @@ bool IsRegularFile(const std::string& strPath)
 
 } // namespace
 
+const CAuthors CHistoryWriter::s_cNoAuthors;
+
 void CHistoryWriter::BeforeCall(const char* pszCall)
 {
     CheckStopSignal();
@@ -130,7 +132,9 @@ unsigned CHistoryWriter::Commit(const TChangeInfo& tChange)
         return 0;
     CFastImportWriter::TCommit tCommit;
     tCommit.strBranch = m_pStream->strBranch;
-    tCommit.strUser = Utf8(tChange.strUser);
+    const TIdent tIdent = m_pAuthors->Ident(Utf8(tChange.strUser));
+    tCommit.strName = tIdent.strName;
+    tCommit.strEmail = tIdent.strEmail;
     tCommit.tTime = tChange.tTime;
     tCommit.strMessage = CommitMessage(Utf8(tChange.strComment), m_nNumber, PathText(m_pStream->tInfo.cDstPath));
     if (m_pStream->atCommits.empty())

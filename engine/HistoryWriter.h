@@ -6,6 +6,7 @@
 #include <set>
 #include <string>
 
+#include "Authors.h"
 #include "Driver.h"
 #include "Dump.h"
 #include "EscapedNames.h"
@@ -41,6 +42,8 @@ public:
     void SetEscapedNames(const CEscapedNames* pNames) { m_pNames = pNames; }
     // Samples the staging files once the changes are known (none: null).
     void SetRunStats(CRunStats* pStats) { m_pStats = pStats; }
+    // Who the commits are by (none given: "user <user@client>" each).
+    void SetAuthors(const CAuthors& cAuthors) { m_pAuthors = &cAuthors; }
 
     void BeforeCall(const char* pszCall) override;
     void OnStreamOpening() override;
@@ -66,6 +69,8 @@ private:
     TStream* m_pStream = nullptr;
     const CEscapedNames* m_pNames = nullptr;
     CRunStats* m_pStats = nullptr;
+    const CAuthors* m_pAuthors = &s_cNoAuthors;
+    static const CAuthors s_cNoAuthors;
     CTreeTracker m_cTracker;
     // The change being imported.
     unsigned int m_nNumber = 0; // in the source system

@@ -7,6 +7,7 @@
 #include <memory>
 #include <set>
 
+#include "Authors.h"
 #include "Driver.h"
 #include "Dump.h"
 #include "GitRepository.h"
@@ -51,6 +52,9 @@ private:
     void LoadProvider();
     void StartProvider();
     void DiscoverStreams();
+    // The users of the history without a mapping, one a line on standard
+    // output; returns the message for the end.
+    std::string ListMissingAuthors();
     void OpenRepository();
     // What the branches of a repository that an earlier run made hold.
     void ReadEarlierRuns();
@@ -74,6 +78,7 @@ private:
     CHistoryWriter m_cHistory;
     std::map<std::string, std::string> m_mapSettings;
     CEscapedNames m_cNames;
+    CAuthors m_cAuthors;
 };
 
 void CImport::Say(const std::string& str)
@@ -140,6 +145,9 @@ std::string CImport::Migrate()
     std::string strUnusable;
     if (!m_tOptions.strGit.empty() && !CGitRepository::IsUsable(m_tOptions.strGit, strUnusable))
         throw EStop(eExitUsage, strUnusable);
+    if (!m_tOptions.strAuthors.empty())
+        m_cAuthors.ReadFile(m_tOptions.strAuthors);
+    m_cHistory.SetAuthors(m_cAuthors);
     LoadProvider();
     if (m_tOptions.bListSettings)
     {
@@ -149,7 +157,10 @@ std::string CImport::Migrate()
     if (!m_tOptions.strDump.empty())
         m_cDump.Open(m_tOptions.strDump);
     if (IsPerforce())
+    {
         CServerChecks(Setting("P4Path")).CheckConnection();
+        m_cAuthors.ReadServerUsers(Setting("P4Path"));
+    }
     StartProvider();
     DiscoverStreams();
     if (m_tOptions.bStreamsOnly)
@@ -157,6 +168,8 @@ std::string CImport::Migrate()
         PrintStreams(false);
         return std::string();
     }
+    if (m_tOptions.bAuthorsMissing)
+        return ListMissingAuthors();
     if (IsPerforce())
     {
         // Before anything is synced or written.
@@ -222,6 +235,27 @@ void CImport::DiscoverStreams()
     m_atStreams = MakeStreams(m_pDriver->WalkStreams());
     if (!m_tOptions.strGraph.empty())
         WriteGraph(StreamGraph(m_atStreams), m_tOptions.strGraph);
+}
+
+std::string CImport::ListMissingAuthors()
+{
+    std::set<std::string> setUsers;
+    for (TStream& s : m_atStreams)
+    {
+        m_cHistory.SetStream(s);
+        m_pDriver->ListChanges(s.tInfo.nID, std::string(),
+                               [&setUsers](const TChangeInfo& tChange) { setUsers.insert(Utf8(tChange.strUser)); });
+    }
+    const std::vector<std::string> astrMissing = m_cAuthors.Missing(setUsers);
+    // The dump may own standard output.
+    std::FILE* pOut = m_cDump.IsStandardOutput() ? stderr : stdout;
+    for (const std::string& strUser : astrMissing)
+        std::fprintf(pOut, "%s\n", strUser.c_str());
+    std::set<std::string> setNames;
+    for (const std::string& strUser : setUsers)
+        setNames.insert(PerforceUser(strUser));
+    return std::to_string(astrMissing.size()) + " of the " + std::to_string(setNames.size()) +
+           " users of the history have no name and e-mail address";
 }
 
 void CImport::OpenRepository()

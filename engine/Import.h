@@ -30,6 +30,9 @@ struct TOptions
     std::string strStats;
     // How often the branches are moved to the commits written so far.
     double fCheckpointSeconds = 60;
+    std::string strAuthors;       // the authors file
+    bool bAuthorsMissing = false; // list the users without a mapping, import nothing
+    bool bLabels = false;         // Perforce labels become tags
 };
 
 // Exit status: 0 done, 1 the migration failed, 2 usage, 128 + N stopped by

@@ -102,6 +102,14 @@ void AddOptions(CLI::App& app, TOptions& tOptions, std::vector<std::string>& ast
         ->type_name("FILE");
     app.add_flag("--verify", tOptions.bVerify,
                  "compare each commit's tree with the synced folder; stop at a difference");
+    app.add_option("--authors", tOptions.strAuthors,
+                   "map Perforce users to git authors: lines 'user = Full Name <email>', '#' comments; they take "
+                   "precedence over the server's user list")
+        ->type_name("FILE");
+    app.add_flag("--authors-missing", tOptions.bAuthorsMissing,
+                 "list the users of the history that have no name and e-mail address, one a line; import nothing");
+    app.add_flag("--labels", tOptions.bLabels,
+                 "make each Perforce label that is one stream's state at one change an annotated tag (with --git)");
     app.add_option("--stats", tOptions.strStats,
                    "write figures of the run (time in p4 commands and in the engine, CPU, memory) as JSON")
         ->type_name("FILE");
@@ -126,11 +134,16 @@ bool SplitSettings(const std::vector<std::string>& astrSettings, TOptions& tOpti
 
 bool HasSomethingToDo(const TOptions& tOptions)
 {
+    if (tOptions.bLabels && tOptions.strGit.empty() && !tOptions.bAuthorsMissing)
+    {
+        std::fprintf(stderr, "orvane-import: error: --labels makes tags in the repository of --git DIR (see --help)\n");
+        return false;
+    }
     if (!tOptions.strGit.empty() || !tOptions.strDump.empty() || tOptions.bStreamsOnly || tOptions.bListSettings ||
-        !tOptions.strGraph.empty() || tOptions.bVerify)
+        !tOptions.strGraph.empty() || tOptions.bVerify || tOptions.bAuthorsMissing)
         return true;
     std::fprintf(stderr, "orvane-import: error: nothing to do: give --git DIR, --dump FILE, --verify, "
-                         "--streams-only or --graph FILE (see --help)\n");
+                         "--streams-only, --authors-missing or --graph FILE (see --help)\n");
     return false;
 }
 

@@ -282,6 +282,29 @@ TFiles CEngineTest::CommitTree(const std::string& strCommit) const
     return tFiles;
 }
 
+std::map<std::string, std::string> CEngineTest::DepotUsers() const
+{
+    std::map<std::string, std::string> mapUsers;
+    const TResult r = P4({"users"});
+    EXPECT_EQ(0, r.nStatus) << r.strErr;
+    std::istringstream in(r.strOut);
+    std::string strLine;
+    while (std::getline(in, strLine))
+    {
+        // USER <EMAIL> (FULL NAME) accessed DATE
+        const size_t nOpen = strLine.find(" <"), nClose = strLine.find("> (");
+        const size_t nEnd = strLine.rfind(") accessed ");
+        if (nOpen == std::string::npos || nClose == std::string::npos || nEnd == std::string::npos)
+        {
+            ADD_FAILURE() << "unexpected users line: " << strLine;
+            continue;
+        }
+        mapUsers[strLine.substr(0, nOpen)] =
+            strLine.substr(nClose + 3, nEnd - nClose - 3) + " <" + strLine.substr(nOpen + 2, nClose - nOpen - 2) + ">";
+    }
+    return mapUsers;
+}
+
 std::vector<nlohmann::json> CEngineTest::ReadDump(const std::string& strFile) const
 {
     std::vector<nlohmann::json> a;
@@ -295,6 +318,7 @@ std::vector<nlohmann::json> CEngineTest::ReadDump(const std::string& strFile) co
 void CEngineTest::ExpectBranchesMatchDepot(const std::vector<nlohmann::json>& aStreams)
 {
     ASSERT_FALSE(aStreams.empty());
+    const std::map<std::string, std::string> mapUsers = DepotUsers();
     for (const nlohmann::json& j : aStreams)
     {
         const std::string strName = j["name"];
@@ -349,7 +373,10 @@ void CEngineTest::ExpectBranchesMatchDepot(const std::vector<nlohmann::json>& aS
                       t.strOut);
             const std::string& strUser = atChanges[i].second;
             const TResult a = Git({"log", "-1", "--format=%an <%ae>|%cn <%ce>", strCommit});
-            const std::string strIdent = strUser.substr(0, strUser.find('@')) + " <" + strUser + ">";
+            // p4sim knows every user who made a change.
+            const auto itUser = mapUsers.find(strUser.substr(0, strUser.find('@')));
+            ASSERT_TRUE(itUser != mapUsers.end()) << strUser;
+            const std::string& strIdent = itUser->second;
             EXPECT_EQ(strIdent + "|" + strIdent + "\n", a.strOut);
         }
     }

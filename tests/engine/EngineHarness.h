@@ -82,8 +82,11 @@ protected:
     std::vector<std::pair<unsigned, std::string>> DepotChanges(const std::string& strDepotPath) const;
     // The tree of a commit.
     TFiles CommitTree(const std::string& strCommit) const;
-    // Checks every commit of every branch against the depot; the streams
-    // come from the dump's stream lines.
+    // The server's users as `p4 users` prints them: user -> "Full Name <email>".
+    std::map<std::string, std::string> DepotUsers() const;
+    // Checks every commit of every branch against the depot, its author and
+    // committer against the server's users; the streams come from the dump's
+    // stream lines.
     void ExpectBranchesMatchDepot(const std::vector<nlohmann::json>& aStreams);
     std::vector<nlohmann::json> ReadDump(const std::string& strFile) const;
     // No temporary client on the server, no staging file of the engine and

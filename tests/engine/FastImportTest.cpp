@@ -81,7 +81,8 @@ TEST(FastImport, FirstCommitWritesTheWholeTree)
     cWriter.Blob(tTree["a.txt"].strBlob, "one\n");
     CFastImportWriter::TCommit tCommit;
     tCommit.strBranch = "rel1";
-    tCommit.strUser = "jo@ws";
+    tCommit.strName = "jo";
+    tCommit.strEmail = "jo@ws";
     tCommit.tTime = 1262303999;
     tCommit.strMessage = "Branch\nwith two lines";
     tCommit.strFrom = ":7";
@@ -119,7 +120,8 @@ TEST(FastImport, LaterCommitsWriteTheDelta)
     tDelta.setRemoved = {"old.txt", "z\\y"};
     CFastImportWriter::TCommit tCommit;
     tCommit.strBranch = "depot_main";
-    tCommit.strUser = "ann";
+    tCommit.strName = "ann";
+    tCommit.strEmail = "ann";
     tCommit.tTime = 5;
     EXPECT_EQ(3u, cWriter.Commit(tCommit, tTree, tDelta));
     EXPECT_EQ(4u, cWriter.Blob(GitBlobName("x"), "x"));

@@ -68,7 +68,8 @@ TEST(GitRepository, CommitsCheckpointsAndTheirTrees)
     cGit.Writer().Blob(tTree["run.sh"].strBlob, "#!/bin/sh\n");
     CFastImportWriter::TCommit tCommit;
     tCommit.strBranch = "main";
-    tCommit.strUser = "jo@ws";
+    tCommit.strName = "jo";
+    tCommit.strEmail = "jo@ws";
     tCommit.tTime = 1000;
     tCommit.strMessage = "first";
     tCommit.bFullTree = true;
@@ -98,7 +99,8 @@ TEST(GitRepository, AFastImportErrorFailsTheClose)
     TTree tTree = {{"a.txt", Entry(0100644, "never sent\n")}};
     CFastImportWriter::TCommit tCommit;
     tCommit.strBranch = "main";
-    tCommit.strUser = "jo";
+    tCommit.strName = "jo";
+    tCommit.strEmail = "jo";
     tCommit.bFullTree = true;
     cGit.Writer().Commit(tCommit, tTree, TTreeDelta());
     EXPECT_FALSE(cGit.Close(std::string(), strError));

@@ -77,3 +77,14 @@ TEST(AdminTest, GenerateIsReproducible)
     d.Load(ja);
     EXPECT_EQ(d.P4({"-G", "describe", "-s", "60"}).out, a.P4({"-G", "describe", "-s", "60"}).out);
 }
+
+TEST(AdminTest, DeletedUsersGoButTheirChangesStay)
+{
+    SimServer sim;
+    sim.Load(R"({"users": [{"name": "jo", "email": "jo@example.com", "fullName": "Jo Doe", "time": 1200000000}],
+                 "changes": [{"user": "gone", "client": "g-ws", "time": 1200000000, "description": "Left",
+                              "files": [{"path": "//depot/a", "action": "add", "content": "a"}]}],
+                 "deletedUsers": ["gone"]})");
+    EXPECT_EQ(sim.P4({"users"}).out, "jo <jo@example.com> (Jo Doe) accessed 2008/01/10\n");
+    EXPECT_EQ(sim.P4({"changes"}).out, "Change 1 on 2008/01/10 by gone@g-ws 'Left '\n");
+}

@@ -26,6 +26,7 @@ const std::map<TQuery, std::vector<std::string>> kPlans = {
     {ORVANE::P4SIM::eQueryUsers, {"SCAN users"}},
     {ORVANE::P4SIM::eQueryUser, {"SEARCH users USING PRIMARY KEY (name=?)"}},
     {ORVANE::P4SIM::eQueryUserPut, {}},
+    {ORVANE::P4SIM::eQueryUserDelete, {"SEARCH users USING PRIMARY KEY (name=?)"}},
     {ORVANE::P4SIM::eQueryMaxChange, {"SEARCH changes"}},
     {ORVANE::P4SIM::eQueryChange, {"SEARCH changes USING INTEGER PRIMARY KEY (rowid=?)"}},
     {ORVANE::P4SIM::eQueryChangePut, {}},

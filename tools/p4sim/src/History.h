@@ -52,6 +52,9 @@ struct THistory
     std::vector<TClientRec> atClients;
     std::vector<TChangeSpec> atChanges;
     std::vector<TLabelSpec> atLabels;
+    // Users removed once everything else is in, as `p4 user -d -f` would:
+    // their changes stay.
+    std::vector<std::string> astrDeletedUsers;
 };
 
 // Throws std::runtime_error with a readable message on a malformed history.

@@ -218,6 +218,7 @@ THistory ParseHistory(const json& jHistory)
         tHistory.atChanges.push_back(ParseChange(jChange));
     for (const json& jLabel : jHistory.value("labels", json::array()))
         tHistory.atLabels.push_back(ParseLabel(jLabel));
+    tHistory.astrDeletedUsers = Lines(jHistory, "deletedUsers");
     return tHistory;
 }
 
@@ -248,6 +249,8 @@ json HistoryToJson(const THistory& tHistory)
     for (const TChangeSpec& tChange : tHistory.atChanges)
         jChanges.push_back(ChangeToJson(tChange));
     jHistory["changes"] = jChanges;
+    if (!tHistory.astrDeletedUsers.empty())
+        jHistory["deletedUsers"] = tHistory.astrDeletedUsers;
     if (tHistory.atLabels.empty())
         return jHistory;
     json jLabels = json::array();

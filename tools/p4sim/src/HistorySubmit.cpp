@@ -292,6 +292,8 @@ void SubmitHistory(CStore& rStore, const THistory& tHistory)
         cSubmitter.AddChange(tChange);
     cSubmitter.Finish(tHistory.atBranches, tHistory.atClients);
     cSubmitter.AddLabels(tHistory.atLabels);
+    for (const std::string& strUser : tHistory.astrDeletedUsers)
+        rStore.DeleteUser(strUser);
 }
 
 } // namespace P4SIM

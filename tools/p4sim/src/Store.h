@@ -91,6 +91,7 @@ public:
     std::vector<TUserRec> Users();
     std::optional<TUserRec> User(const std::string& strName);
     void PutUser(const TUserRec& tUser);
+    void DeleteUser(const std::string& strName);
 
     // Changes
     long long MaxChange();

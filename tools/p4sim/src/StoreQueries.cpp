@@ -51,6 +51,7 @@ const char* const s_apszQueries[eQueryCount] = {
     "SELECT " P4SIM_USER_COLUMNS " FROM users ORDER BY name",
     "SELECT " P4SIM_USER_COLUMNS " FROM users WHERE name=?",
     "INSERT OR REPLACE INTO users(" P4SIM_USER_COLUMNS ") VALUES(?,?,?,?,?)",
+    "DELETE FROM users WHERE name=?",
     "SELECT MAX(change) FROM changes",
     "SELECT " P4SIM_CHANGE_COLUMNS " FROM changes WHERE change=?",
     "INSERT OR REPLACE INTO changes(" P4SIM_CHANGE_COLUMNS ") VALUES(?,?,?,?,?,?,?)",

@@ -13,6 +13,7 @@ enum TQuery
     eQueryUsers,
     eQueryUser,
     eQueryUserPut,
+    eQueryUserDelete,
     eQueryMaxChange,
     eQueryChange,
     eQueryChangePut,

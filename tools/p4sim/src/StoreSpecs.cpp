@@ -111,6 +111,11 @@ void CStore::PutUser(const TUserRec& tUser)
         .Run();
 }
 
+void CStore::DeleteUser(const std::string& strName)
+{
+    Prepare(eQueryUserDelete).Bind(1, strName).Run();
+}
+
 // ---------------------------------------------------------------- changes
 
 long long CStore::MaxChange()
