@@ -68,6 +68,14 @@ void SplitUser(const std::string& strUser, std::string& strName, std::string& st
         strName = "unknown";
 }
 
+std::string IdentLine(const std::string& strName, const std::string& strEmail, long tTime)
+{
+    std::string strCleanName = CleanIdent(strName);
+    if (strCleanName.empty())
+        strCleanName = "unknown";
+    return strCleanName + " <" + CleanIdent(strEmail) + "> " + std::to_string(tTime) + " +0000";
+}
+
 bool CFastImportWriter::Send(const std::string& str)
 {
     if (m_bFailed)
@@ -102,11 +110,7 @@ std::string CFastImportWriter::FileLine(const std::string& strPath, const TEntry
 unsigned CFastImportWriter::Commit(const TCommit& tCommit, const TTree& tTree, const TTreeDelta& tDelta)
 {
     const unsigned nMark = m_nNextMark++;
-    std::string strName = CleanIdent(tCommit.strName);
-    if (strName.empty())
-        strName = "unknown";
-    const std::string strEmail = CleanIdent(tCommit.strEmail);
-    const std::string strIdent = strName + " <" + strEmail + "> " + std::to_string(tCommit.tTime) + " +0000\n";
+    const std::string strIdent = IdentLine(tCommit.strName, tCommit.strEmail, tCommit.tTime) + "\n";
     std::string str = "commit refs/heads/" + tCommit.strBranch + "\nmark :" + std::to_string(nMark) + "\nauthor " +
                       strIdent + "committer " + strIdent + "data " + std::to_string(tCommit.strMessage.size()) + "\n" +
                       tCommit.strMessage + "\n";

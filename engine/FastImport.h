@@ -40,6 +40,10 @@ std::string QuotePath(const std::string& strPath);
 // empty name becomes "unknown".
 void SplitUser(const std::string& strUser, std::string& strName, std::string& strEmail);
 
+// "Name <email> TIME +0000" of an author, committer or tagger line: name
+// and address cleaned as SplitUser leaves them, an empty name "unknown".
+std::string IdentLine(const std::string& strName, const std::string& strEmail, long tTime);
+
 class CFastImportWriter
 {
 public:

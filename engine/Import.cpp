@@ -13,6 +13,7 @@
 #include "GitRepository.h"
 #include "Graph.h"
 #include "HistoryWriter.h"
+#include "Labels.h"
 #include "LogFile.h"
 #include "Module.h"
 #include "Progress.h"
@@ -60,6 +61,9 @@ private:
     void ReadEarlierRuns();
     void ImportStreams();
     std::string Finish();
+    // The labels as tags, each told on standard output; returns the end of
+    // the closing message.
+    std::string ImportLabels();
     void PrintStreams(bool bWithCommits);
     void Cleanup(int nStatus);
     void ReleaseProvider(int nStatus);
@@ -316,11 +320,35 @@ std::string CImport::Finish()
     }
     if (!m_tOptions.bQuiet)
         PrintStreams(true);
+    std::string strLabels;
+    if (m_tOptions.bLabels && m_pGit && IsPerforce())
+        strLabels = ImportLabels();
     if (m_pGit && m_pGit->Continued() && m_cProgress.Done() == 0)
         return "nothing new: the branches in " + m_tOptions.strGit + " hold every change of the " +
-               std::to_string(m_atStreams.size()) + " streams";
+               std::to_string(m_atStreams.size()) + " streams" + strLabels;
     return "imported " + std::to_string(m_cProgress.Done()) + " changes of " + std::to_string(m_atStreams.size()) +
-           " streams" + (m_pGit ? " into " + m_tOptions.strGit : std::string());
+           " streams" + (m_pGit ? " into " + m_tOptions.strGit : std::string()) + strLabels;
+}
+
+std::string CImport::ImportLabels()
+{
+    std::vector<TLabelStream> atStreams;
+    for (const TStream& s : m_atStreams)
+        atStreams.push_back(TLabelStream{s.strBranch, PathText(s.tInfo.cDstPath)});
+    WorkerChannel().Send(EVENT::pszPhase, "labels");
+    const std::vector<TLabelOutcome> atOutcomes =
+        CLabels(Setting("P4Path"), m_tOptions.strGit, m_cAuthors).Import(atStreams);
+    size_t nTags = 0;
+    // The dump may own standard output.
+    std::FILE* pOut = m_cDump.IsStandardOutput() ? stderr : stdout;
+    for (const TLabelOutcome& t : atOutcomes)
+    {
+        nTags += t.bTagged ? 1 : 0;
+        // A skipped label is told even with --quiet: it is missing from git.
+        if (!t.bTagged || !m_tOptions.bQuiet)
+            std::fprintf(pOut, "label %s: %s%s\n", t.strName.c_str(), t.bTagged ? "" : "skipped: ", t.strWhat.c_str());
+    }
+    return ", " + std::to_string(nTags) + " of " + std::to_string(atOutcomes.size()) + " labels as tags";
 }
 
 void CImport::PrintStreams(bool bWithCommits)

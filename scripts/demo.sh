@@ -2,7 +2,8 @@
 # The demo: installs the dependencies, builds orvane-import, the Perforce
 # module and p4sim, makes a sample Perforce server from the history in
 # engine/demo/history.json, migrates it into a new git repository with
-# progress and verification, and shows the streams and the history.
+# progress and verification (the users' real names and e-mail addresses,
+# the Perforce label as a tag), and shows the streams and the history.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -27,6 +28,8 @@ echo "== a sample Perforce server (p4sim) from engine/demo/history.json"
 export P4PORT="sim:$work/server" P4USER=demo
 unset P4CLIENT P4HOST
 "$p4sim" changes
+"$p4sim" users
+"$p4sim" labels
 
 echo
 echo "== the streams it proposes"
@@ -34,11 +37,19 @@ echo "== the streams it proposes"
 
 echo
 echo "== migrate into $work/demo.git"
-"$import" --set "P4Path=$p4sim" --git "$work/demo.git" --progress --verify --log "$work/import.log"
+"$import" --set "P4Path=$p4sim" --git "$work/demo.git" --progress --verify --labels --log "$work/import.log"
 
 echo
 echo "== git log --graph --oneline --all"
 git --git-dir="$work/demo.git" log --graph --oneline --all --decorate
+
+echo
+echo "== who made the release 1 branch's changes, with the trailers"
+git --git-dir="$work/demo.git" log --format='%an <%ae>  %s%n%(trailers:only)' rel1 -2
+
+echo
+echo "== the Perforce label v1.0 as a tag"
+git --git-dir="$work/demo.git" cat-file tag v1.0
 
 echo
 echo "== the mainline's files"
