@@ -1,5 +1,6 @@
 #include "Import.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -16,6 +17,7 @@
 #include "Labels.h"
 #include "LogFile.h"
 #include "Module.h"
+#include "P4Query.h"
 #include "Progress.h"
 #include "ProviderHost.h"
 #include "ServerChecks.h"
@@ -33,6 +35,25 @@ namespace {
 
 // The temporary client that the Perforce module makes on the server.
 const char* const s_pszPerforceClient = "Orvane_Temp_Client";
+
+// Why the module could not make its staging database, when something is in
+// the way of its files (it says nothing itself): ": the staging file ... is
+// in the way ...", or empty.
+std::string StagingObstacle()
+{
+    for (const char* pszSuffix : {".tdf", ".tlf"})
+    {
+        const std::string strPath = "/tmp/orvane-em-" + std::to_string(static_cast<long>(::getpid())) + pszSuffix;
+        struct stat tStat;
+        if (::lstat(strPath.c_str(), &tStat) != 0)
+            continue;
+        if (S_ISLNK(tStat.st_mode))
+            return ": the staging file " + strPath + " is in the way (a symbolic link); remove it";
+        if (!S_ISREG(tStat.st_mode) || tStat.st_uid != ::geteuid())
+            return ": the staging file " + strPath + " is in the way (not a file of this user); remove it";
+    }
+    return std::string();
+}
 
 class CImport
 {
@@ -67,6 +88,9 @@ private:
     void PrintStreams(bool bWithCommits);
     void Cleanup(int nStatus);
     void ReleaseProvider(int nStatus);
+    // Whether the temporary client is still on the server (or the server
+    // cannot tell).
+    bool ClientRemains() const;
     void Say(const std::string& str);
 
     const TOptions& m_tOptions;
@@ -107,6 +131,8 @@ int CImport::Run()
         // Say why, when a p4 command of the call failed.
         if (!WorkerChannel().GetLastFailure().empty())
             strMessage += ": " + WorkerChannel().GetLastFailure();
+        else if (e.Call() == "EstablishChangesets")
+            strMessage += StagingObstacle();
     }
     catch (const EStop& e)
     {
@@ -368,6 +394,20 @@ void CImport::Cleanup(int nStatus)
     m_cDump.Close();
 }
 
+bool CImport::ClientRemains() const
+{
+    const TP4Result tResult = CP4Query(Setting("P4Path")).Run({"clients", "-e", s_pszPerforceClient});
+    if (!tResult.Problem().empty())
+        return true;
+    for (const TP4Record& tRecord : tResult.atRecords)
+    {
+        auto it = tRecord.find("client");
+        if (it != tRecord.end() && it->second == s_pszPerforceClient)
+            return true;
+    }
+    return false;
+}
+
 void CImport::ReleaseProvider(int nStatus)
 {
     MCE::CProvider* pProvider = m_cHost.Provider();
@@ -376,7 +416,10 @@ void CImport::ReleaseProvider(int nStatus)
     if (m_pDriver)
     {
         m_pDriver->RemoveClients();
-        WorkerChannel().Send(EVENT::pszClientGone);
+        // The module does not look whether its client went: the supervisor
+        // removes one that is still there, or names it.
+        if (!IsPerforce() || !ClientRemains())
+            WorkerChannel().Send(EVENT::pszClientGone);
     }
     const std::string strLog = Utf8(pProvider->GetLogPath());
     if (!strLog.empty())

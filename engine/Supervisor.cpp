@@ -149,7 +149,7 @@ std::vector<std::string> CSupervisor::RemoveStaleStaging(const std::string& strF
     return astrRemoved;
 }
 
-void CSupervisor::CleanUp(TState& tState)
+void CSupervisor::RemoveClient(TState& tState)
 {
     if (!tState.strClient.empty())
     {
@@ -163,6 +163,11 @@ void CSupervisor::CleanUp(TState& tState)
                 "); remove it with: p4 client -d " + tState.strClient);
         tState.strClient.clear();
     }
+}
+
+void CSupervisor::CleanUp(TState& tState)
+{
+    RemoveClient(tState);
     for (const char* pszSuffix : {".tdf", ".tlf"})
         ::unlink((m_tSupervision.strStagingFolder + "/orvane-em-" + std::to_string(m_nWorkerPid) + pszSuffix).c_str());
     if (!m_tSupervision.strTemporaryWorkspace.empty())
@@ -182,7 +187,11 @@ void CSupervisor::CleanUp(TState& tState)
 int CSupervisor::Finish(int nStatus, TState& tState)
 {
     if (tState.bDone && !tState.bKilled)
+    {
+        // A worker that ended in order may still have left its client.
+        RemoveClient(tState);
         return nStatus;
+    }
     CleanUp(tState);
     if (tState.nStopSignal)
     {

@@ -72,6 +72,9 @@ private:
     void OnEvent(const std::string& strLine, TState& tState);
     int Finish(int nWaitStatus, TState& tState);
     void CleanUp(TState& tState);
+    // Deletes the temporary client the worker left on the server; a warning
+    // names it when the server refuses.
+    void RemoveClient(TState& tState);
     void Say(const std::string& strLine) const;
 
     TSupervision m_tSupervision;

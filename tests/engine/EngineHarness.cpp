@@ -45,9 +45,18 @@ std::vector<std::string> Lines(const std::string& str)
     return astr;
 }
 
-std::vector<pid_t> Children(pid_t nParent)
+std::vector<std::string> MessageLines(const std::string& strErr)
 {
-    std::vector<pid_t> anChildren;
+    std::vector<std::string> astr;
+    for (const std::string& strLine : Lines(strErr))
+        if (strLine.compare(0, 27, "orvane-import: import log: ") != 0)
+            astr.push_back(strLine);
+    return astr;
+}
+
+std::vector<pid_t> Processes(const std::function<bool(pid_t)>& fnTest)
+{
+    std::vector<pid_t> an;
     DIR* pDir = opendir("/proc");
     while (pDir)
     {
@@ -55,23 +64,28 @@ std::vector<pid_t> Children(pid_t nParent)
         if (!pEntry)
             break;
         const pid_t nPid = static_cast<pid_t>(std::atol(pEntry->d_name));
-        if (nPid <= 0)
-            continue;
-        const std::string strStat = ReadWholeFile("/proc/" + std::string(pEntry->d_name) + "/stat");
+        if (nPid > 0 && fnTest(nPid))
+            an.push_back(nPid);
+    }
+    if (pDir)
+        closedir(pDir);
+    return an;
+}
+
+std::vector<pid_t> Children(pid_t nParent)
+{
+    return Processes([nParent](pid_t nPid) {
+        const std::string strStat = ReadWholeFile("/proc/" + std::to_string(nPid) + "/stat");
         // pid (name) state ppid ...: the name may hold blanks and parentheses.
         const size_t nClose = strStat.rfind(')');
         if (nClose == std::string::npos)
-            continue;
+            return false;
         std::istringstream in(strStat.substr(nClose + 1));
         std::string strState;
         long nPpid = 0;
         in >> strState >> nPpid;
-        if (nPpid == nParent)
-            anChildren.push_back(nPid);
-    }
-    if (pDir)
-        closedir(pDir);
-    return anChildren;
+        return nPpid == nParent;
+    });
 }
 
 bool WaitFor(const std::function<bool()>& fnCondition, ORVANE::VCM::CChildProcess& cEngine, int& nStatus)

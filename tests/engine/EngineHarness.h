@@ -49,6 +49,11 @@ bool WaitFor(const std::function<bool()>& fnCondition, ORVANE::VCM::CChildProces
 // the text.
 bool WaitForCommand(const std::string& strJournal, const std::string& strText, ORVANE::VCM::CChildProcess& cEngine,
                     int& nStatus);
+// The lines of orvane-import's standard error that are not the pointer to
+// the import log.
+std::vector<std::string> MessageLines(const std::string& strErr);
+// The processes of the system for which the test holds.
+std::vector<pid_t> Processes(const std::function<bool(pid_t)>& fnTest);
 
 // One file of a tree: git mode and content.
 struct TFile

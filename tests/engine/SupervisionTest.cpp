@@ -30,16 +30,6 @@ std::string History(const std::vector<std::pair<std::string, std::string>>& atFi
     return j.dump();
 }
 
-// The lines of the message that are not the pointer to the import log.
-std::vector<std::string> MessageLines(const std::string& strErr)
-{
-    std::vector<std::string> astr;
-    for (const std::string& strLine : Lines(strErr))
-        if (strLine.compare(0, 27, "orvane-import: import log: ") != 0)
-            astr.push_back(strLine);
-    return astr;
-}
-
 } // namespace
 
 TEST_F(CEngineTest, ANameTheModuleCouldNeverReadIsRefusedBeforeAnythingIsWritten)
