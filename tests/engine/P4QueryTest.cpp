@@ -3,23 +3,18 @@
 
 #include <cstdint>
 
+#include "Marshal.h"
 #include "P4Query.h"
 
 using namespace ORVANE::IMP;
 
 namespace {
 
-std::string Le32(uint32_t n)
-{
-    std::string str;
-    for (int i = 0; i < 4; ++i)
-        str += static_cast<char>((n >> (8 * i)) & 0xFF);
-    return str;
-}
+using ORVANE::TEST::Le32;
 
 std::string S(const std::string& str)
 {
-    return "s" + Le32(static_cast<uint32_t>(str.size())) + str;
+    return ORVANE::TEST::MarshalString(str);
 }
 
 std::vector<TP4Record> DecodeAll(const std::string& strBytes, size_t nChunk, bool& bOk, bool& bAtEnd)

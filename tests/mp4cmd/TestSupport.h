@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Files.h"
+#include "Marshal.h"
 #include "Scratch.h"
 #include "Text.h"
 #include "host/VCM.h"
@@ -47,12 +48,9 @@ public:
     using CCommandBase::ReadString;
 };
 
-// Marshalled bytes.
-std::string MarshalString(const std::string& str);
-// One record: '{', each pair, '0'.
-std::string MarshalRecord(const std::vector<std::pair<std::string, std::string>>& atPairs);
-// A little-endian 32-bit number as 4 bytes.
-std::string Le32(uint32_t n);
+using ORVANE::TEST::Le32;
+using ORVANE::TEST::MarshalRecord;
+using ORVANE::TEST::MarshalString;
 
 std::wstring W(const CString& str);
 CFilePath Path(const wchar_t* psz);
