@@ -11,6 +11,8 @@ packages=(
     libgtest-dev libgmock-dev
     nlohmann-json3-dev libcli11-dev
     clang-format               # scripts/check-format.sh
+    clang libclang-rt-dev      # libFuzzer: scripts/fuzz.sh
+    valgrind                   # scripts/memcheck.sh
     python3                    # independent decoder of marshalled output in tests
     graphviz                   # stream graphs as SVG
     gnuplot-nox                # the plot of scripts/bench.sh

@@ -2,7 +2,8 @@
 # The test command: installs the dependencies, checks the formatting of the
 # changed lines, builds with every warning an error, and runs every test,
 # first in a plain build, then again with AddressSanitizer and
-# UndefinedBehaviorSanitizer. Exits non-zero on any failure.
+# UndefinedBehaviorSanitizer, then runs every fuzz target for a short while
+# when clang is there (scripts/fuzz.sh). Exits non-zero on any failure.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -33,9 +34,18 @@ run_build build || status=1
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
     run_build build-asan -DORVANE_SANITIZE=ON || status=1
 
+# The fuzz targets' seeds are replayed in both builds above; with clang each
+# target also fuzzes for a short, bounded time.
+fuzz_seconds=${ORVANE_FUZZ_SECONDS:-10}
+if command -v clang++ >/dev/null 2>&1; then
+    scripts/fuzz.sh "$fuzz_seconds" || status=1
+else
+    echo "== fuzz: clang++ is not installed: the fuzz targets ran on their seeds only, without fuzzing"
+fi
+
 if ((status != 0)); then
     echo "test.sh: FAILED" >&2
 else
-    echo "test.sh: all tests passed in both builds"
+    echo "test.sh: all tests passed in both builds, and the fuzz runs found nothing"
 fi
 exit $status
