@@ -1,7 +1,10 @@
 // orvane-import: migrates the history of a source system, through its
 // migration module, into git.
+#include <fcntl.h>
 #include <langinfo.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -201,10 +204,28 @@ int RunWorker(const TOptions& tOptions)
     return nStatus;
 }
 
-// The program again, as the worker, with the same arguments.
+// The program again, as the worker, with the same arguments: started from
+// the path of this program's file while that path still names the file this
+// process runs, otherwise from /proc/self/exe (that file, whatever became of
+// its path). A tool that runs the program inside its own process (valgrind)
+// is itself what /proc/self/exe names to exec, but it answers readlink and
+// open of /proc/self/exe with the program: the path keeps the worker in it.
 std::vector<std::string> WorkerCommand(int argc, char** argv)
 {
-    std::vector<std::string> astr = {"/proc/self/exe"};
+    std::string strProgram = "/proc/self/exe";
+    char ach[PATH_MAX];
+    const ssize_t nLength = ::readlink("/proc/self/exe", ach, sizeof(ach) - 1);
+    const int nSelf = ::open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
+    struct stat tSelf, tPath;
+    if (nLength > 0 && ach[0] == '/' && nSelf >= 0 && ::fstat(nSelf, &tSelf) == 0)
+    {
+        const std::string strPath(ach, static_cast<size_t>(nLength));
+        if (::stat(strPath.c_str(), &tPath) == 0 && tPath.st_dev == tSelf.st_dev && tPath.st_ino == tSelf.st_ino)
+            strProgram = strPath;
+    }
+    if (nSelf >= 0)
+        ::close(nSelf);
+    std::vector<std::string> astr = {strProgram};
     for (int i = 1; i < argc; ++i)
         astr.push_back(argv[i]);
     return astr;
