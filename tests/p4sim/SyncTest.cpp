@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace p4simtest;
 
@@ -140,6 +141,40 @@ TEST_F(SyncTest, ClobberOverwritesWritableFiles)
     Result r = Sync(m_ws + "/main/...@2");
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(ReadFile(m_ws + "/main/a.txt"), "one\ntwo\nthree\n");
+}
+
+// An update replaces what the client's file holds, its mode and time, even
+// when the new content is shorter, and touches nothing else: another link
+// to the same file keeps the old content, and a symbolic link in the
+// file's place is replaced, not followed.
+TEST_F(SyncTest, UpdatesReplaceOnlyTheClientsFile)
+{
+    m_sim.MakeClient(ClientForm(m_ws, "noallwrite clobber nocompress unlocked modtime normdir"));
+    Sync(m_ws + "/main/...@2");
+    ASSERT_EQ(ReadFile(m_ws + "/main/a.txt"), "one\ntwo\nthree\n");
+    ASSERT_EQ(link((m_ws + "/main/a.txt").c_str(), (m_sim.Root() + "/a-link").c_str()), 0);
+    m_sim.WriteFile(m_sim.Root() + "/outside.bin", "outside\n");
+    ASSERT_EQ(unlink((m_ws + "/main/img.bin").c_str()), 0);
+    ASSERT_EQ(symlink((m_sim.Root() + "/outside.bin").c_str(), (m_ws + "/main/img.bin").c_str()), 0);
+
+    Result r = Sync(m_ws + "/main/...@1", {"-f"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(ReadFile(m_ws + "/main/a.txt"), "one\ntwo\n");
+    EXPECT_EQ(Mode(m_ws + "/main/a.txt") & 0222, 0);
+    EXPECT_EQ(MTime(m_ws + "/main/a.txt"), 1200000000);
+    EXPECT_EQ(ReadFile(m_sim.Root() + "/a-link"), "one\ntwo\nthree\n");
+    struct stat st;
+    ASSERT_EQ(lstat((m_ws + "/main/img.bin").c_str(), &st), 0);
+    EXPECT_TRUE(S_ISREG(st.st_mode));
+    EXPECT_EQ(ReadFile(m_ws + "/main/img.bin"), std::string("\0\1\2\xff", 4));
+    EXPECT_EQ(ReadFile(m_sim.Root() + "/outside.bin"), "outside\n");
+
+    // A read-only file of the client is rewritten the same way, shorter
+    // and longer again.
+    r = Sync(m_ws + "/main/a.txt@2");
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(ReadFile(m_ws + "/main/a.txt"), "one\ntwo\nthree\n");
+    EXPECT_EQ(Mode(m_ws + "/main/a.txt") & 0222, 0);
 }
 
 TEST_F(SyncTest, LineEnds)
