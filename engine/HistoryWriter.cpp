@@ -14,6 +14,9 @@ namespace IMP {
 
 namespace {
 
+// How often an unchanged phase is told again.
+const std::chrono::steady_clock::duration s_tPhaseRepeat = std::chrono::milliseconds(100);
+
 bool IsRegularFile(const std::string& strPath)
 {
     struct stat st;
@@ -29,6 +32,16 @@ void CHistoryWriter::BeforeCall(const char* pszCall)
     CheckStopSignal();
     // A failure of a p4 command belongs to the call that ran it.
     WorkerChannel().ForgetFailure();
+    // The supervisor needs the phase when it changes (the module runs the
+    // same call once per item), and a sign of life now and then for its
+    // stall watch.
+    const std::chrono::steady_clock::time_point tNow = std::chrono::steady_clock::now();
+    const bool bDue = tNow - m_tPhaseSent >= s_tPhaseRepeat;
+    if (!bDue && m_strPhaseCall == pszCall && m_pPhaseStream == m_pStream)
+        return;
+    m_strPhaseCall = pszCall;
+    m_pPhaseStream = m_pStream;
+    m_tPhaseSent = tNow;
     std::string strPhase = pszCall;
     if (m_pStream)
         strPhase += " (stream " + m_pStream->strName + ")";

@@ -3,6 +3,7 @@
 // written to the dump and to git, and verified when asked.
 #pragma once
 
+#include <chrono>
 #include <set>
 #include <string>
 
@@ -72,6 +73,10 @@ private:
     const CAuthors* m_pAuthors = &s_cNoAuthors;
     static const CAuthors s_cNoAuthors;
     CTreeTracker m_cTracker;
+    // The phase last told to the supervisor, and when.
+    std::string m_strPhaseCall;
+    const TStream* m_pPhaseStream = nullptr;
+    std::chrono::steady_clock::time_point m_tPhaseSent;
     // The change being imported.
     unsigned int m_nNumber = 0; // in the source system
     TTreeDelta m_tDelta;

@@ -30,6 +30,15 @@ namespace {
 // Enough of a child's output to find its error record.
 const size_t s_nPeekBytes = 64 * 1024;
 
+// A failure record holds the code "error", marshalled (as any kind of
+// string) with these bytes: output without them has none and needs no
+// decoding.
+bool MayHoldFailureRecord(const std::string& strOut)
+{
+    static const std::string s_strError("\x05\0\0\0error", 9);
+    return strOut.find(s_strError) != std::string::npos;
+}
+
 } // namespace
 
 CWorkerChannel& WorkerChannel()
@@ -60,11 +69,15 @@ std::string CommandText(const std::vector<std::string>& astrArgs)
 
 std::string ChildProblem(int nStatus, const VCM::CProcessCapture& cCapture)
 {
+    // Nearly every child succeeds: its output is looked at only for a
+    // failure record then.
+    std::string strOut = cCapture.PeekOutput(s_nPeekBytes);
+    if (nStatus == 0 && !MayHoldFailureRecord(strOut))
+        return std::string();
     TP4Result tResult;
     tResult.nStatus = nStatus;
     tResult.strError = cCapture.PeekError(s_nPeekBytes);
     CMarshalDecoder cDecoder;
-    const std::string strOut = cCapture.PeekOutput(s_nPeekBytes);
     cDecoder.Feed(strOut.data(), strOut.size(), [&tResult](const TP4Record& t) {
         if (!IsFailureRecord(t))
             return true;
