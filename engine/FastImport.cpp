@@ -135,6 +135,11 @@ unsigned CFastImportWriter::Commit(const TCommit& tCommit, const TTree& tTree, c
     }
     str += "\n";
     Send(str);
+    // Later commits name these blobs by their git names, which fast-import
+    // knows as well as their marks: remembering every blob of the history
+    // would make this process grow with it. A blob whose content comes back
+    // later is sent again; fast-import stores it once.
+    m_mapBlobs.clear();
     return nMark;
 }
 

@@ -50,7 +50,7 @@ public:
     explicit CFastImportWriter(CByteSink& cSink) : m_cSink(cSink) {}
 
     // The mark of a blob with this name (its git name), sending its
-    // content the first time only.
+    // content only the first time since the last commit.
     unsigned Blob(const std::string& strName, const std::string& strContent);
 
     struct TCommit
@@ -64,7 +64,7 @@ public:
     };
     // The commit of the tree after a change: the delta's paths, or the
     // whole tree. Files are named by their blob's mark when it was sent
-    // here, else by their git name. Returns the commit's mark.
+    // for this commit, else by their git name. Returns the commit's mark.
     unsigned Commit(const TCommit& tCommit, const TTree& tTree, const TTreeDelta& tDelta);
 
     // Asks fast-import to make everything so far visible to other git

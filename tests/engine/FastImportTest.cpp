@@ -71,6 +71,41 @@ TEST(FastImport, BlobsAreSentOnce)
               cSink.Text());
 }
 
+TEST(FastImport, AfterACommitBlobsAreNamedByTheirGitNames)
+{
+    CStringSink cSink;
+    CFastImportWriter cWriter(cSink);
+    TTree tTree = {{"a.txt", Entry(0100644, "one\n")}};
+    EXPECT_EQ(1u, cWriter.Blob(tTree["a.txt"].strBlob, "one\n"));
+    CFastImportWriter::TCommit tCommit;
+    tCommit.strBranch = "main";
+    tCommit.strName = "jo";
+    tCommit.strEmail = "jo@ws";
+    tCommit.tTime = 7;
+    TTreeDelta tDelta;
+    tDelta.setChanged = {"a.txt"};
+    EXPECT_EQ(2u, cWriter.Commit(tCommit, tTree, tDelta));
+    // The next commit refers to the same content by its git name; the blob
+    // comes again when the content does (fast-import stores it once).
+    tTree["b.txt"] = Entry(0100644, "one\n");
+    tDelta.setChanged = {"a.txt", "b.txt"};
+    EXPECT_EQ(3u, cWriter.Commit(tCommit, tTree, tDelta));
+    EXPECT_EQ(4u, cWriter.Blob(GitBlobName("one\n"), "one\n"));
+    const std::string strText = cSink.Text();
+    const std::string strSecond = strText.substr(strText.find("commit refs/heads/main\nmark :3"));
+    EXPECT_EQ("commit refs/heads/main\nmark :3\n"
+              "author jo <jo@ws> 7 +0000\n"
+              "committer jo <jo@ws> 7 +0000\n"
+              "data 0\n"
+              "\n"
+              "M 100644 " +
+                  GitBlobName("one\n") + " a.txt\nM 100644 " + GitBlobName("one\n") +
+                  " b.txt\n"
+                  "\n"
+                  "blob\nmark :4\ndata 4\none\n\n",
+              strSecond);
+}
+
 TEST(FastImport, FirstCommitWritesTheWholeTree)
 {
     CStringSink cSink;

@@ -135,9 +135,10 @@ TEST_F(CHistoryWriterTest, CommitsOnTopOfTheParentStream)
 {
     const std::string strGit = m_tScratch.Path() + "/out.git";
     ImportInto(strGit);
-    // Marks: blobs 1 ("one"), 2 ("b"), commit 3, blob 4 ("two"), commit 5, commit 6.
+    // Marks: blobs 1 ("one"), 2 ("b"), commit 3, blob 4 ("two"), commit 5,
+    // blob 6 ("one" again: the new stream's folder brings it), commit 7.
     EXPECT_EQ((std::vector<std::pair<long, unsigned>>{{100, 3}, {200, 5}}), m_atStreams[0].atCommits);
-    EXPECT_EQ((std::vector<std::pair<long, unsigned>>{{150, 6}}), m_atStreams[1].atCommits);
+    EXPECT_EQ((std::vector<std::pair<long, unsigned>>{{150, 7}}), m_atStreams[1].atCommits);
     const enginetest::TResult r = RunProgram({"git", "--git-dir=" + strGit, "log", "--format=%s|%an|%ae|%at", "rel1"},
                                              {{"GIT_CONFIG_NOSYSTEM", "1"}, {"GIT_CONFIG_GLOBAL", "/dev/null"}});
     EXPECT_EQ("branch|ann|ann@ws2|150\nadd|jo|jo@ws|100\n", r.strOut) << r.strErr;
