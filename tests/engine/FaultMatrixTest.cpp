@@ -12,6 +12,9 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <set>
+#include <sstream>
+#include <string>
 #include <thread>
 
 #include "EngineHarness.h"
@@ -179,13 +182,25 @@ protected:
         std::vector<std::string> astr;
         if (!strTmpfsKb.empty())
             astr = {"--tmpfs", strFolder, strTmpfsKb};
-        if (m_strTemp.compare(0, 5, "/tmp/") == 0)
+        for (const std::string& strKept : KeptInTmp())
         {
-            const std::string strInside = strFolder + m_strTemp.substr(4);
-            astr.insert(astr.end(), {"--mkdir", strInside, "--bind", m_strTemp, strInside});
+            const std::string strInside = strFolder + "/" + strKept;
+            astr.insert(astr.end(), {"--mkdir", strInside, "--bind", "/tmp/" + strKept, strInside});
         }
         astr.insert(astr.end(), {"--bind", strFolder, "/tmp"});
         return astr;
+    }
+
+    // The folders of /tmp that a private /tmp keeps: those through which
+    // this test's folder and the programs it runs (the build, a checkout
+    // below /tmp) are reached.
+    std::set<std::string> KeptInTmp() const
+    {
+        std::set<std::string> set;
+        for (const std::string& str : {m_strTemp, std::string(ENGINETEST_BUILD_ROOT)})
+            if (str.compare(0, 5, "/tmp/") == 0)
+                set.insert(str.substr(5, str.find('/', 5) - 5));
+        return set;
     }
 
     // What every run must leave: no crash, no temporary client (unless the
@@ -451,8 +466,8 @@ TEST_F(CFaultTest, StagingNameTakenBySymbolicLink)
     // the links (not what they point to), and nothing else is left.
     EXPECT_EQ("precious\n", ReadWholeFile(strVictim));
     std::set<std::string> setLeft = Tree(strTmp);
-    if (m_strTemp.compare(0, 5, "/tmp/") == 0)
-        setLeft.erase(m_strTemp.substr(4) + "/");
+    for (const std::string& strKept : KeptInTmp())
+        setLeft.erase("/" + strKept + "/");
     EXPECT_EQ(std::set<std::string>{}, setLeft);
     ExpectNoHarm(r);
 }
@@ -526,11 +541,13 @@ TEST_F(CDiskFullTest, TemporaryFolder)
                                        "(result 1)"},
               MessageLines(r.strErr));
     EXPECT_EQ(std::vector<std::string>{s_strNoClient}, FailureEntries(ReadWholeFile(m_strLog)));
-    // Nothing of the run is left in the full /tmp (only the folder through
-    // which this test's folder was reachable).
-    const std::string strMountPoint =
-        m_strTemp.compare(0, 5, "/tmp/") == 0 ? m_strTemp.substr(5, m_strTemp.find('/', 5) - 5) + "\n" : "";
-    EXPECT_EQ(strMountPoint, ReadWholeFile(strLeft));
+    // Nothing of the run is left in the full /tmp (only the folders through
+    // which this test's folder and the build were reachable).
+    std::set<std::string> setLeft;
+    std::istringstream cLeft(ReadWholeFile(strLeft));
+    for (std::string strLine; std::getline(cLeft, strLine);)
+        setLeft.insert(strLine);
+    EXPECT_EQ(KeptInTmp(), setLeft);
     ExpectNoHarm(r);
 }
 
