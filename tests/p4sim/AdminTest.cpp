@@ -49,8 +49,8 @@ TEST(AdminTest, GenerateIsReproducible)
 {
     SimServer a, b, c;
     auto gen = [](SimServer& s, const char* seed) {
-        Result r = s.Admin({"generate", s.ServerDir(), "--changes", "60", "--branches", "3", "--files", "30",
-                            "--seed", seed, "--json", s.Root() + "/history.json"});
+        Result r = s.Admin({"generate", s.ServerDir(), "--changes", "60", "--branches", "3", "--files", "30", "--seed",
+                            seed, "--json", s.Root() + "/history.json"});
         EXPECT_EQ(r.status, 0) << r.err;
     };
     gen(a, "7");
@@ -63,14 +63,17 @@ TEST(AdminTest, GenerateIsReproducible)
     EXPECT_EQ(changes.out, b.P4({"-G", "changes"}).out);
     Result list = a.P4({"changes"});
     size_t lines = 0;
-    for (char ch : list.out) lines += ch == '\n';
+    for (char ch : list.out)
+        lines += ch == '\n';
     EXPECT_EQ(lines, 60u);
-    for (const char* n : {"1", "17", "33", "60"}) {
+    for (const char* n : {"1", "17", "33", "60"})
+    {
         EXPECT_EQ(a.P4({"-G", "describe", "-s", n}).out, b.P4({"-G", "describe", "-s", n}).out);
     }
     EXPECT_EQ(a.P4({"branches"}).out.substr(0, 12), "Branch rel1 ");
     size_t branches = 0;
-    for (char ch : a.P4({"branches"}).out) branches += ch == '\n';
+    for (char ch : a.P4({"branches"}).out)
+        branches += ch == '\n';
     EXPECT_EQ(branches, 3u);
     // The generated JSON loads into a server that answers the same.
     SimServer d;
@@ -87,4 +90,35 @@ TEST(AdminTest, DeletedUsersGoButTheirChangesStay)
                  "deletedUsers": ["gone"]})");
     EXPECT_EQ(sim.P4({"users"}).out, "jo <jo@example.com> (Jo Doe) accessed 2008/01/10\n");
     EXPECT_EQ(sim.P4({"changes"}).out, "Change 1 on 2008/01/10 by gone@g-ws 'Left '\n");
+}
+
+TEST(AdminTest, EscapedPathsCarryNamesThatAreNotUtf8)
+{
+    SimServer sim;
+    // \xe9 is Latin-1 'é'; \\ is one backslash; the rename's source is given
+    // escaped as well.
+    sim.Load(R"({"changes": [
+                  {"user": "jo", "time": 1200000000, "description": "Latin-1",
+                   "files": [{"pathEscaped": "//depot/caf\\xe9 \\\\.txt", "action": "add", "content": "a\n"}]},
+                  {"user": "jo", "time": 1200000100, "description": "Move",
+                   "files": [{"pathEscaped": "//depot/\\xff\\xfe@", "action": "move/add",
+                              "fromEscaped": "//depot/caf\\xe9 \\\\.txt"}]}]})");
+    EXPECT_EQ(sim.P4({"files", "//depot/..."}).out, "//depot/caf\xe9 \\.txt#2 - move/delete change 2 (text)\n"
+                                                    "//depot/\xff\xfe%40#1 - move/add change 2 (text)\n");
+    // A bad escape, or both forms of a path, refuse the load.
+    const std::vector<std::pair<std::string, std::string>> atBad = {
+        {R"({"pathEscaped": "//depot/x\\x4", "action": "add", "content": "a"})",
+         "p4sim admin: bad escape in '//depot/x\\x4': a backslash takes \\xNN or \\\\\n"},
+        {R"({"pathEscaped": "//depot/x\\q", "action": "add", "content": "a"})",
+         "p4sim admin: bad escape in '//depot/x\\q': a backslash takes \\xNN or \\\\\n"},
+        {R"({"path": "//depot/x", "pathEscaped": "//depot/x", "action": "add", "content": "a"})",
+         "p4sim admin: both 'path' and 'pathEscaped'\n"}};
+    for (const auto& tBad : atBad)
+    {
+        sim.WriteFile(sim.Root() + "/bad.json",
+                      R"({"changes": [{"user": "jo", "time": 1, "files": [)" + tBad.first + "]}]}");
+        const Result r = sim.Admin({"load", sim.ServerDir(), sim.Root() + "/bad.json"});
+        EXPECT_EQ(r.status, 1) << tBad.first;
+        EXPECT_EQ(r.err, tBad.second);
+    }
 }

@@ -4,6 +4,7 @@
 #include "Digest.h"
 #include "Text.h"
 
+#include <cctype>
 #include <set>
 #include <stdexcept>
 
@@ -61,6 +62,74 @@ bool IsBinaryType(const std::string& strType)
 {
     return StartsWith(strType, "binary") || StartsWith(strType, "ubinary") || StartsWith(strType, "apple") ||
            StartsWith(strType, "resource");
+}
+
+// A path given as "pathEscaped"/"fromEscaped": \xNN is the byte NN (two
+// hexadecimal digits), \\ a backslash, anything else itself. It
+// carries names that are not UTF-8, which a JSON string cannot hold.
+std::string DecodeEscapedPath(const std::string& str)
+{
+    std::string strOut;
+    for (size_t i = 0; i < str.size(); ++i)
+    {
+        if (str[i] != '\\')
+        {
+            strOut += str[i];
+            continue;
+        }
+        if (i + 1 < str.size() && str[i + 1] == '\\')
+        {
+            strOut += '\\';
+            ++i;
+            continue;
+        }
+        const std::string strHex = i + 4 <= str.size() && str[i + 1] == 'x' ? str.substr(i + 2, 2) : std::string();
+        if (strHex.size() != 2 || !std::isxdigit(static_cast<unsigned char>(strHex[0])) ||
+            !std::isxdigit(static_cast<unsigned char>(strHex[1])))
+            throw std::runtime_error("bad escape in '" + str + "': a backslash takes \\xNN or \\\\");
+        strOut += static_cast<char>(std::stoi(strHex, nullptr, 16));
+        i += 3;
+    }
+    return strOut;
+}
+
+// The escaped form of a path that is not UTF-8: its bytes from 0x80 up as
+// \xNN, backslashes doubled.
+std::string EncodeEscapedPath(const std::string& str)
+{
+    static const char s_achHex[] = "0123456789abcdef";
+    std::string strOut;
+    for (unsigned char c : str)
+    {
+        if (c == '\\')
+            strOut += "\\\\";
+        else if (c >= 0x80)
+            strOut += std::string("\\x") + s_achHex[c >> 4] + s_achHex[c & 15];
+        else
+            strOut += char(c);
+    }
+    return strOut;
+}
+
+// A path of the history: "KEY" as it is, or "KEYEscaped" in the form above.
+std::string PathValue(const json& jObject, const char* pszKey)
+{
+    const std::string strEscapedKey = std::string(pszKey) + "Escaped";
+    if (!jObject.contains(strEscapedKey))
+        return Str(jObject, pszKey);
+    if (jObject.contains(pszKey))
+        throw std::runtime_error(std::string("both '") + pszKey + "' and '" + strEscapedKey + "'");
+    return DecodeEscapedPath(Str(jObject, strEscapedKey.c_str()));
+}
+
+// Puts a path into the history under "KEY", or "KEYEscaped" when it is not
+// UTF-8.
+void SetPath(json& jObject, const char* pszKey, const std::string& strPath)
+{
+    if (IsUtf8(strPath))
+        jObject[pszKey] = strPath;
+    else
+        jObject[std::string(pszKey) + "Escaped"] = EncodeEscapedPath(strPath);
 }
 
 void CheckDepotPath(const std::string& strPath)
@@ -137,7 +206,7 @@ TFileAction ParseFileAction(const json& jFile)
     static const std::set<std::string> s_setActions = {"add",       "edit",     "delete",     "branch",
                                                        "integrate", "move/add", "move/delete"};
     TFileAction tAction;
-    tAction.strPath = Str(jFile, "path");
+    tAction.strPath = PathValue(jFile, "path");
     CheckDepotPath(tAction.strPath);
     tAction.strAction = Str(jFile, "action", "edit");
     if (!s_setActions.count(tAction.strAction))
@@ -147,7 +216,7 @@ TFileAction ParseFileAction(const json& jFile)
         tAction.pContent = std::make_shared<const std::string>(Str(jFile, "content"));
     else if (jFile.contains("base64"))
         tAction.pContent = std::make_shared<const std::string>(Base64Decode(Str(jFile, "base64")));
-    tAction.strFrom = Str(jFile, "from");
+    tAction.strFrom = PathValue(jFile, "from");
     if (!tAction.strFrom.empty())
         CheckDepotPath(tAction.strFrom);
     tAction.nFromRev = Int(jFile, "fromRev", 0);
@@ -169,7 +238,9 @@ TChangeSpec ParseChange(const json& jChange)
 
 json FileActionToJson(const TFileAction& tAction)
 {
-    json jFile = {{"path", tAction.strPath}, {"action", tAction.strAction}};
+    json jFile = json::object();
+    SetPath(jFile, "path", tAction.strPath);
+    jFile["action"] = tAction.strAction;
     if (!tAction.strType.empty())
         jFile["type"] = tAction.strType;
     if (tAction.pContent)
@@ -180,7 +251,7 @@ json FileActionToJson(const TFileAction& tAction)
             jFile["content"] = *tAction.pContent;
     }
     if (!tAction.strFrom.empty())
-        jFile["from"] = tAction.strFrom;
+        SetPath(jFile, "from", tAction.strFrom);
     if (tAction.nFromRev)
         jFile["fromRev"] = tAction.nFromRev;
     return jFile;

@@ -225,6 +225,40 @@ std::string UnescapeName(const std::string& strName)
     return strOut;
 }
 
+bool IsUtf8(const std::string& str)
+{
+    for (size_t i = 0; i < str.size();)
+    {
+        const unsigned char c = static_cast<unsigned char>(str[i]);
+        size_t nMore = 0;
+        unsigned long nCode = 0;
+        if (c < 0x80)
+            nMore = 0, nCode = c;
+        else if (c >= 0xC2 && c <= 0xDF)
+            nMore = 1, nCode = c & 0x1F;
+        else if (c >= 0xE0 && c <= 0xEF)
+            nMore = 2, nCode = c & 0x0F;
+        else if (c >= 0xF0 && c <= 0xF4)
+            nMore = 3, nCode = c & 0x07;
+        else
+            return false;
+        if (i + nMore >= str.size())
+            return false;
+        for (size_t n = 1; n <= nMore; ++n)
+        {
+            const unsigned char cNext = static_cast<unsigned char>(str[i + n]);
+            if ((cNext & 0xC0) != 0x80)
+                return false;
+            nCode = (nCode << 6) | (cNext & 0x3F);
+        }
+        static const unsigned long s_anLeast[] = {0, 0x80, 0x800, 0x10000};
+        if (nCode < s_anLeast[nMore] || nCode > 0x10FFFF || (nCode >= 0xD800 && nCode <= 0xDFFF))
+            return false;
+        i += nMore + 1;
+    }
+    return true;
+}
+
 std::string FormatDate(long long nTime)
 {
     return FormatTime(nTime, "%Y/%m/%d");

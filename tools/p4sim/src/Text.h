@@ -36,6 +36,10 @@ std::string PrefixEnd(const std::string& strPrefix);
 std::string EscapeName(const std::string& strName);
 std::string UnescapeName(const std::string& strName);
 
+// Whether the bytes are well-formed UTF-8 (no overlong forms, surrogates or
+// code points past U+10FFFF).
+bool IsUtf8(const std::string& str);
+
 // "2024/01/31" and "2024/01/31 12:34:56" in the server's time zone (the
 // process's local zone, TZ honoured).
 std::string FormatDate(long long nTime);
