@@ -106,6 +106,40 @@ bool WaitForCommand(const std::string& strJournal, const std::string& strText, O
     return WaitFor([&]() { return ReadWholeFile(strJournal).find(strText) != std::string::npos; }, cEngine, nStatus);
 }
 
+namespace {
+
+void ListTree(const std::string& strRoot, const std::string& strBelow, std::set<std::string>& setOut)
+{
+    DIR* pDir = opendir((strRoot + strBelow).c_str());
+    if (!pDir)
+        return;
+    while (const dirent* pEntry = readdir(pDir))
+    {
+        const std::string strName = pEntry->d_name;
+        if (strName == "." || strName == "..")
+            continue;
+        const std::string strPath = strBelow + "/" + strName;
+        struct stat tStat;
+        if (lstat((strRoot + strPath).c_str(), &tStat) == 0 && S_ISDIR(tStat.st_mode))
+        {
+            setOut.insert(strPath + "/");
+            ListTree(strRoot, strPath, setOut);
+        }
+        else
+            setOut.insert(strPath);
+    }
+    closedir(pDir);
+}
+
+} // namespace
+
+std::set<std::string> Tree(const std::string& strRoot)
+{
+    std::set<std::string> set;
+    ListTree(strRoot, std::string(), set);
+    return set;
+}
+
 void CEngineTest::SetUp()
 {
     m_setStagingBefore = StagingFiles();

@@ -55,6 +55,10 @@ std::vector<std::string> MessageLines(const std::string& strErr);
 // The processes of the system for which the test holds.
 std::vector<pid_t> Processes(const std::function<bool(pid_t)>& fnTest);
 
+// Everything below a folder, as paths relative to it that start with '/'
+// (folders end in '/').
+std::set<std::string> Tree(const std::string& strRoot);
+
 // One file of a tree: git mode and content.
 struct TFile
 {

@@ -43,37 +43,6 @@ std::vector<std::string> FailureEntries(const std::string& strLog)
     return astr;
 }
 
-// Everything below a folder, as relative paths (folders end in '/').
-void ListTree(const std::string& strRoot, const std::string& strBelow, std::set<std::string>& setOut)
-{
-    DIR* pDir = opendir((strRoot + strBelow).c_str());
-    if (!pDir)
-        return;
-    while (const dirent* pEntry = readdir(pDir))
-    {
-        const std::string strName = pEntry->d_name;
-        if (strName == "." || strName == "..")
-            continue;
-        const std::string strPath = strBelow + "/" + strName;
-        struct stat tStat;
-        if (lstat((strRoot + strPath).c_str(), &tStat) == 0 && S_ISDIR(tStat.st_mode))
-        {
-            setOut.insert(strPath + "/");
-            ListTree(strRoot, strPath, setOut);
-        }
-        else
-            setOut.insert(strPath);
-    }
-    closedir(pDir);
-}
-
-std::set<std::string> Tree(const std::string& strRoot)
-{
-    std::set<std::string> set;
-    ListTree(strRoot, std::string(), set);
-    return set;
-}
-
 // Processes whose command line holds the text.
 std::vector<pid_t> ProcessesWith(const std::string& strText)
 {

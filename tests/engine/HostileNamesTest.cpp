@@ -1,0 +1,192 @@
+// Hostile names end to end: depot files and branch specs whose names hold
+// blanks, quotes, ';', "$(...)", backquotes, a leading '-', the server's '%'
+// escapes, letters beyond ASCII and bytes that are not UTF-8. Nothing that
+// a name smuggles in may run (each command would make a marker file in the
+// test's folder), and each name arrives in git byte for byte, or is lost in
+// exactly the way the module's own reading of names loses it.
+#include <algorithm>
+
+#include "EngineHarness.h"
+
+namespace enginetest {
+
+namespace {
+
+// A file action of the history (for "branch" the content is the source);
+// an escaped path is in p4sim's form for names that are not UTF-8 (\xe9 is
+// the byte 0xE9).
+nlohmann::json FileJson(const std::string& strPath, const std::string& strAction, const std::string& strContent,
+                        bool bEscaped = false)
+{
+    nlohmann::json j = {{"action", strAction}};
+    j[bEscaped ? "pathEscaped" : "path"] = strPath;
+    if (strAction == "branch")
+        j["from"] = strContent;
+    else
+        j["content"] = strContent;
+    return j;
+}
+
+// The paths of a commit's tree, each ended by NUL, as `git ls-tree -r -z
+// --name-only` prints them.
+std::string NulList(const std::vector<std::string>& astrPaths)
+{
+    std::string str;
+    for (const std::string& strPath : astrPaths)
+        str += strPath + '\0';
+    return str;
+}
+
+// The stream lines of a dump.
+std::vector<nlohmann::json> Streams(const std::vector<nlohmann::json>& aDump)
+{
+    std::vector<nlohmann::json> aOut;
+    for (const nlohmann::json& j : aDump)
+        if (j["kind"] == "stream")
+            aOut.push_back(j);
+    return aOut;
+}
+
+} // namespace
+
+class CHostileNamesTest : public CEngineTest
+{
+protected:
+    void SetUp() override
+    {
+        CEngineTest::SetUp();
+        m_strMarker = m_strTemp + "/MARKER";
+    }
+
+    // Loads users, branch specs and changes (each change's files as
+    // path -> content, or source for "branch").
+    void Load(const std::vector<std::pair<std::string, std::string>>& atBranches,
+              const std::vector<std::vector<nlohmann::json>>& aaChanges)
+    {
+        nlohmann::json jBranches = nlohmann::json::array();
+        for (const auto& t : atBranches)
+            jBranches.push_back({{"name", t.first}, {"owner", "jo"}, {"view", {t.second}}, {"time", 1000}});
+        nlohmann::json jChanges = nlohmann::json::array();
+        unsigned nTime = 1000;
+        for (const auto& aFiles : aaChanges)
+            jChanges.push_back({{"user", "jo"},
+                                {"client", "ws"},
+                                {"time", nTime += 100},
+                                {"description", "names"},
+                                {"files", aFiles}});
+        const nlohmann::json j = {
+            {"users", {{{"name", "jo"}, {"email", "jo@example.com"}, {"fullName", "Jo Doe"}, {"time", 1000}}}},
+            {"branches", jBranches},
+            {"changes", jChanges}};
+        const std::string strHistory = m_strTemp + "/history.json";
+        WriteWholeFile(strHistory, j.dump());
+        LoadHistory(strHistory);
+    }
+
+    // No marker of a smuggled command anywhere in the test's folder, nor
+    // where the commands name it.
+    void ExpectNothingRan() const
+    {
+        for (const char* psz : {"-dollar", "-backquote", "-semicolon"})
+            EXPECT_FALSE(Exists(m_strMarker + psz)) << m_strMarker + psz;
+        // Nor anywhere else in it: the names hold "MARKER" too, but only the
+        // workspace (gone after the run) had files by those names; the
+        // repository is bare.
+        std::vector<std::string> astr;
+        for (const std::string& strPath : Tree(m_strTemp))
+            if (strPath.find("MARKER") != std::string::npos)
+                astr.push_back(strPath);
+        EXPECT_EQ(std::vector<std::string>(), astr);
+    }
+
+    std::string m_strMarker;
+};
+
+TEST_F(CHostileNamesTest, FileNamesArriveByteForByteAndNothingRuns)
+{
+    // Each command would make a marker file in the test's folder; its
+    // absolute path makes folders of the depot path.
+    const std::vector<std::string> astrNames = {
+        "a b.txt",
+        "it's.txt",
+        "say \"hi\".txt",
+        "semi;colon; touch " + m_strMarker + "-semicolon",
+        "$(touch " + m_strMarker + "-dollar)",
+        "`touch " + m_strMarker + "-backquote`",
+        "-rf",
+        "--help/-x.txt",
+        "at@sign.txt",
+        "hash#tag.txt",
+        "star*.txt",
+        "50%off.txt",
+        "pct%41.txt",
+        "caf\xC3\xA9.txt",
+        "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E/\xD0\xBF\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82.txt",
+        "e\xCC\x81 decomposed.txt",
+        "tab\there.txt",
+        "back\\slash.txt",
+        "trailing blank .txt",
+    };
+    std::vector<nlohmann::json> aAdd, aEdit;
+    for (const std::string& strName : astrNames)
+    {
+        aAdd.push_back(FileJson("//depot/main/" + strName, "add", "added " + strName + "\n"));
+        aEdit.push_back(FileJson("//depot/main/" + strName, "edit", "edited " + strName + "\n"));
+    }
+    ASSERT_NO_FATAL_FAILURE(Load({}, {aAdd, aEdit}));
+    const std::string strDump = m_strTemp + "/dump";
+    const TResult r = Import({"--git", m_strGit, "--dump", strDump, "--verify", "--quiet"});
+    EXPECT_EQ(0, r.nStatus) << r.strErr;
+    EXPECT_EQ("", r.strErr);
+    ExpectNothingRan();
+    std::vector<std::string> astrSorted;
+    for (const std::string& strName : astrNames)
+        astrSorted.push_back("main/" + strName);
+    std::sort(astrSorted.begin(), astrSorted.end());
+    const TResult t = Git({"ls-tree", "-r", "-z", "--name-only", "depot"});
+    EXPECT_EQ(NulList(astrSorted), t.strOut);
+    ExpectBranchesMatchDepot(Streams(ReadDump(strDump)));
+    ExpectCleanedUp(std::string());
+}
+
+// Names that are not UTF-8 (a Latin-1 'é', bytes 0xFF 0xFE) are not text
+// to the module: it reads them as empty names and reports no item for them.
+// The engine writes each commit's tree from what p4 sync put in the stream's
+// folder, byte for byte, so the files arrive in git under their exact names
+// all the same, and their edits and deletes with them.
+TEST_F(CHostileNamesTest, FileNamesThatAreNotUtf8ArriveAlthoughTheModuleHasNoItemForThem)
+{
+    const std::string strLatin1 = "main/caf\xE9.txt", strBytes = "main/\xFF\xFE/x.bin";
+    const std::string strLatin1Escaped = "//depot/main/caf\\xe9.txt", strBytesEscaped = "//depot/main/\\xff\\xfe/x.bin";
+    ASSERT_NO_FATAL_FAILURE(
+        Load({}, {{FileJson("//depot/main/ok.txt", "add", "ok\n"), FileJson(strLatin1Escaped, "add", "latin-1\n", true),
+                   FileJson(strBytesEscaped, "add", "bytes\n", true)},
+                  {FileJson(strLatin1Escaped, "edit", "latin-1 edited\n", true),
+                   FileJson(strBytesEscaped, "delete", "", true)}}));
+    const std::string strDump = m_strTemp + "/dump";
+    const TResult r = Import({"--git", m_strGit, "--dump", strDump, "--verify", "--quiet"});
+    EXPECT_EQ(0, r.nStatus) << r.strErr;
+    EXPECT_EQ("", r.strErr);
+    ExpectNothingRan();
+    EXPECT_EQ(NulList({strLatin1, "main/ok.txt", strBytes}),
+              Git({"ls-tree", "-r", "-z", "--name-only", "depot~1"}).strOut);
+    EXPECT_EQ(NulList({strLatin1, "main/ok.txt"}), Git({"ls-tree", "-r", "-z", "--name-only", "depot"}).strOut);
+    EXPECT_EQ("latin-1 edited\n", Git({"cat-file", "blob", "depot:" + strLatin1}).strOut);
+    // The module's record of the changes: it counts an item for the names
+    // it could not read (one for both of change 1), yet hands over only the
+    // UTF-8 name.
+    std::vector<std::string> astrRecords;
+    for (const nlohmann::json& j : ReadDump(strDump))
+        astrRecords.push_back(j.dump());
+    EXPECT_EQ((std::vector<std::string>{
+                  R"({"base":2,"dst":"//depot","id":1,"kind":"stream","name":"depot","parent":0,"src":""})",
+                  R"({"comment":"names\n","id":2,"items":2,"kind":"change","stream":1,"time":1100,"user":"jo@ws"})",
+                  R"({"change":2,"kind":"item","path":"main/ok.txt","revision":1,)"
+                  R"("sha256":"dc51b8c96c2d745df3bd5590d990230a482fd247123599548e0632fdbf97fc22","type":"add"})",
+                  R"({"comment":"names\n","id":1,"items":1,"kind":"change","stream":1,"time":1200,"user":"jo@ws"})"}),
+              astrRecords);
+    ExpectBranchesMatchDepot(Streams(ReadDump(strDump)));
+    ExpectCleanedUp(std::string());
+}
+
+} // namespace enginetest
