@@ -189,4 +189,70 @@ TEST_F(CHostileNamesTest, FileNamesThatAreNotUtf8ArriveAlthoughTheModuleHasNoIte
     ExpectCleanedUp(std::string());
 }
 
+// Branch spec names. The module asks for each spec's view with its name
+// written unquoted into the command line, which is split at blanks and
+// quotes (never through a shell): a name with a blank or a double quote
+// reaches p4 as other arguments, and one that starts with '-' as an option;
+// those specs give no view and their streams are left out, as the module
+// does. The other names become streams ('%' made '_' by the host's rule
+// for stream names) and git branches as they are.
+TEST_F(CHostileNamesTest, BranchSpecNamesBecomeStreamsOrAreLeftOutAsTheModuleDoes)
+{
+    const std::vector<std::string> astrNames = {"rel 1",
+                                                "it's",
+                                                "say \"hi\"",
+                                                "a;b",
+                                                "$(touch " + m_strMarker + "-dollar)",
+                                                "`touch " + m_strMarker + "-backquote`",
+                                                "-rf",
+                                                "--help",
+                                                "pct%41",
+                                                "caf\xC3\xA9",
+                                                "\xE6\x97\xA5\xE6\x9C\xAC"};
+    std::vector<std::pair<std::string, std::string>> atBranches;
+    std::vector<nlohmann::json> aBranch;
+    for (size_t i = 0; i < astrNames.size(); ++i)
+    {
+        const std::string strDst = "//depot/b" + std::to_string(i + 1);
+        atBranches.emplace_back(astrNames[i], "//depot/main/... " + strDst + "/...");
+        aBranch.push_back(FileJson(strDst + "/f.txt", "branch", "//depot/main/f.txt"));
+    }
+    ASSERT_NO_FATAL_FAILURE(Load(atBranches, {{FileJson("//depot/main/f.txt", "add", "f\n")}, aBranch}));
+    const std::string strDump = m_strTemp + "/dump";
+    const TResult r = Import({"--git", m_strGit, "--dump", strDump, "--verify", "--quiet"});
+    EXPECT_EQ(0, r.nStatus) << r.strErr;
+    EXPECT_EQ("", r.strErr);
+    ExpectNothingRan();
+    const std::vector<nlohmann::json> aStreams = Streams(ReadDump(strDump));
+    std::vector<std::string> astrStreams;
+    for (const nlohmann::json& j : aStreams)
+        astrStreams.push_back(j["name"].get<std::string>() + " " + j["dst"].get<std::string>());
+    EXPECT_EQ(
+        (std::vector<std::string>{"depot_main //depot/main", "a;b //depot/b4", "caf\xC3\xA9 //depot/b10",
+                                  "it's //depot/b2", "pct_41 //depot/b9", "\xE6\x97\xA5\xE6\x9C\xAC //depot/b11"}),
+        astrStreams);
+    EXPECT_EQ("refs/heads/a;b\nrefs/heads/caf\xC3\xA9\nrefs/heads/depot_main\nrefs/heads/it's\nrefs/heads/pct_41\n"
+              "refs/heads/\xE6\x97\xA5\xE6\x9C\xAC\n",
+              Git({"for-each-ref", "--format=%(refname)"}).strOut);
+    // What the module asked, and what failed, for the names it split.
+    std::vector<std::string> astrAsked;
+    bool bAsking = false;
+    for (const std::string& strLine : Lines(ReadWholeFile(m_strLog)))
+    {
+        const size_t nAt = strLine.find(" -G branch -o ");
+        if (strLine.find(": Performing command ") != std::string::npos)
+            bAsking = nAt != std::string::npos;
+        if (nAt != std::string::npos)
+            astrAsked.push_back(strLine.substr(nAt + 14));
+        else if (bAsking && strLine.find(" Command failure (1)") != std::string::npos)
+            astrAsked.back() += " (failed)";
+    }
+    EXPECT_EQ((std::vector<std::string>{"$(touch " + m_strMarker + "-dollar) (failed)", "--help", "-rf (failed)",
+                                        "`touch " + m_strMarker + "-backquote` (failed)", "a;b", "caf\xC3\xA9", "it's",
+                                        "pct%41", "rel 1 (failed)", "say \"hi\" (failed)", "\xE6\x97\xA5\xE6\x9C\xAC"}),
+              astrAsked);
+    ExpectBranchesMatchDepot(aStreams);
+    ExpectCleanedUp(std::string());
+}
+
 } // namespace enginetest
