@@ -255,4 +255,42 @@ TEST_F(CHostileNamesTest, BranchSpecNamesBecomeStreamsOrAreLeftOutAsTheModuleDoe
     ExpectCleanedUp(std::string());
 }
 
+// Destination folders of branch specs. The module splits each view line at
+// blanks without reading quotes, so a spec whose folder holds a blank gives
+// no view line and is left out, unreported, as the module does; its files
+// are in no branch. Quotes, ';' and a leading '-' in a folder's name are
+// kept: those streams arrive.
+TEST_F(CHostileNamesTest, BranchSpecFoldersWithABlankAreLeftOutOthersArrive)
+{
+    const std::vector<std::string> astrDst = {"//depot/rel 2", "//depot/it's;a", "//depot/-rf",
+                                              "//depot/$(touch " + m_strMarker + "-dollar)"};
+    std::vector<std::pair<std::string, std::string>> atBranches;
+    std::vector<nlohmann::json> aBranch;
+    for (size_t i = 0; i < astrDst.size(); ++i)
+    {
+        // Quotes only around a path with a blank, as a server writes views.
+        const std::string strQuote = astrDst[i].find(' ') == std::string::npos ? "" : "\"";
+        atBranches.emplace_back("d" + std::to_string(i + 1),
+                                "//depot/main/... " + strQuote + astrDst[i] + "/..." + strQuote);
+        aBranch.push_back(FileJson(astrDst[i] + "/f.txt", "branch", "//depot/main/f.txt"));
+    }
+    ASSERT_NO_FATAL_FAILURE(Load(atBranches, {{FileJson("//depot/main/f.txt", "add", "f\n")}, aBranch}));
+    const std::string strDump = m_strTemp + "/dump";
+    const TResult r = Import({"--git", m_strGit, "--dump", strDump, "--verify", "--quiet"});
+    EXPECT_EQ(0, r.nStatus) << r.strErr;
+    EXPECT_EQ("", r.strErr);
+    ExpectNothingRan();
+    std::vector<std::string> astrStreams;
+    for (const nlohmann::json& j : Streams(ReadDump(strDump)))
+        astrStreams.push_back(j["name"].get<std::string>() + " " + j["dst"].get<std::string>());
+    EXPECT_EQ((std::vector<std::string>{"depot_main //depot/main", "d2 //depot/it's;a", "d3 //depot/-rf"}),
+              astrStreams);
+    EXPECT_EQ("refs/heads/d2\nrefs/heads/d3\nrefs/heads/depot_main\n",
+              Git({"for-each-ref", "--format=%(refname)"}).strOut);
+    for (const char* pszBranch : {"d2", "d3", "depot_main"})
+        EXPECT_EQ(NulList({"f.txt"}), Git({"ls-tree", "-r", "-z", "--name-only", pszBranch}).strOut) << pszBranch;
+    ExpectBranchesMatchDepot(Streams(ReadDump(strDump)));
+    ExpectCleanedUp(std::string());
+}
+
 } // namespace enginetest
