@@ -47,6 +47,15 @@ std::vector<nlohmann::json> Streams(const std::vector<nlohmann::json>& aDump)
     return aOut;
 }
 
+// "NAME DESTINATION" of each stream.
+std::vector<std::string> StreamNames(const std::vector<nlohmann::json>& aStreams)
+{
+    std::vector<std::string> astr;
+    for (const nlohmann::json& j : aStreams)
+        astr.push_back(j["name"].get<std::string>() + " " + j["dst"].get<std::string>());
+    return astr;
+}
+
 } // namespace
 
 class CHostileNamesTest : public CEngineTest
@@ -81,6 +90,34 @@ protected:
         const std::string strHistory = m_strTemp + "/history.json";
         WriteWholeFile(strHistory, j.dump());
         LoadHistory(strHistory);
+    }
+
+    // Branch specs (name, destination folder) of //depot/main, with a file
+    // f.txt there and a change that branches it into each destination.
+    void LoadBranches(const std::vector<std::pair<std::string, std::string>>& atSpecs)
+    {
+        std::vector<std::pair<std::string, std::string>> atBranches;
+        std::vector<nlohmann::json> aBranch;
+        for (const auto& tSpec : atSpecs)
+        {
+            // Quotes only around a path with a blank, as a server writes
+            // views.
+            const std::string strQuote = tSpec.second.find(' ') == std::string::npos ? "" : "\"";
+            atBranches.emplace_back(tSpec.first, "//depot/main/... " + strQuote + tSpec.second + "/..." + strQuote);
+            aBranch.push_back(FileJson(tSpec.second + "/f.txt", "branch", "//depot/main/f.txt"));
+        }
+        Load(atBranches, {{FileJson("//depot/main/f.txt", "add", "f\n")}, aBranch});
+    }
+
+    // A run that succeeds quietly, with its dump; nothing of the names ran.
+    std::vector<nlohmann::json> ImportQuietly()
+    {
+        const std::string strDump = m_strTemp + "/dump";
+        const TResult r = Import({"--git", m_strGit, "--dump", strDump, "--verify", "--quiet"});
+        EXPECT_EQ(0, r.nStatus) << r.strErr;
+        EXPECT_EQ("", r.strErr);
+        ExpectNothingRan();
+        return ReadDump(strDump);
     }
 
     // No marker of a smuggled command anywhere in the test's folder, nor
@@ -134,18 +171,13 @@ TEST_F(CHostileNamesTest, FileNamesArriveByteForByteAndNothingRuns)
         aEdit.push_back(FileJson("//depot/main/" + strName, "edit", "edited " + strName + "\n"));
     }
     ASSERT_NO_FATAL_FAILURE(Load({}, {aAdd, aEdit}));
-    const std::string strDump = m_strTemp + "/dump";
-    const TResult r = Import({"--git", m_strGit, "--dump", strDump, "--verify", "--quiet"});
-    EXPECT_EQ(0, r.nStatus) << r.strErr;
-    EXPECT_EQ("", r.strErr);
-    ExpectNothingRan();
+    const std::vector<nlohmann::json> aDump = ImportQuietly();
     std::vector<std::string> astrSorted;
     for (const std::string& strName : astrNames)
         astrSorted.push_back("main/" + strName);
     std::sort(astrSorted.begin(), astrSorted.end());
-    const TResult t = Git({"ls-tree", "-r", "-z", "--name-only", "depot"});
-    EXPECT_EQ(NulList(astrSorted), t.strOut);
-    ExpectBranchesMatchDepot(Streams(ReadDump(strDump)));
+    EXPECT_EQ(NulList(astrSorted), Git({"ls-tree", "-r", "-z", "--name-only", "depot"}).strOut);
+    ExpectBranchesMatchDepot(Streams(aDump));
     ExpectCleanedUp(std::string());
 }
 
@@ -163,11 +195,7 @@ TEST_F(CHostileNamesTest, FileNamesThatAreNotUtf8ArriveAlthoughTheModuleHasNoIte
                    FileJson(strBytesEscaped, "add", "bytes\n", true)},
                   {FileJson(strLatin1Escaped, "edit", "latin-1 edited\n", true),
                    FileJson(strBytesEscaped, "delete", "", true)}}));
-    const std::string strDump = m_strTemp + "/dump";
-    const TResult r = Import({"--git", m_strGit, "--dump", strDump, "--verify", "--quiet"});
-    EXPECT_EQ(0, r.nStatus) << r.strErr;
-    EXPECT_EQ("", r.strErr);
-    ExpectNothingRan();
+    const std::vector<nlohmann::json> aDump = ImportQuietly();
     EXPECT_EQ(NulList({strLatin1, "main/ok.txt", strBytes}),
               Git({"ls-tree", "-r", "-z", "--name-only", "depot~1"}).strOut);
     EXPECT_EQ(NulList({strLatin1, "main/ok.txt"}), Git({"ls-tree", "-r", "-z", "--name-only", "depot"}).strOut);
@@ -176,7 +204,7 @@ TEST_F(CHostileNamesTest, FileNamesThatAreNotUtf8ArriveAlthoughTheModuleHasNoIte
     // it could not read (one for both of change 1), yet hands over only the
     // UTF-8 name.
     std::vector<std::string> astrRecords;
-    for (const nlohmann::json& j : ReadDump(strDump))
+    for (const nlohmann::json& j : aDump)
         astrRecords.push_back(j.dump());
     EXPECT_EQ((std::vector<std::string>{
                   R"({"base":2,"dst":"//depot","id":1,"kind":"stream","name":"depot","parent":0,"src":""})",
@@ -185,7 +213,7 @@ TEST_F(CHostileNamesTest, FileNamesThatAreNotUtf8ArriveAlthoughTheModuleHasNoIte
                   R"("sha256":"dc51b8c96c2d745df3bd5590d990230a482fd247123599548e0632fdbf97fc22","type":"add"})",
                   R"({"comment":"names\n","id":1,"items":1,"kind":"change","stream":1,"time":1200,"user":"jo@ws"})"}),
               astrRecords);
-    ExpectBranchesMatchDepot(Streams(ReadDump(strDump)));
+    ExpectBranchesMatchDepot(Streams(aDump));
     ExpectCleanedUp(std::string());
 }
 
@@ -209,28 +237,15 @@ TEST_F(CHostileNamesTest, BranchSpecNamesBecomeStreamsOrAreLeftOutAsTheModuleDoe
                                                 "pct%41",
                                                 "caf\xC3\xA9",
                                                 "\xE6\x97\xA5\xE6\x9C\xAC"};
-    std::vector<std::pair<std::string, std::string>> atBranches;
-    std::vector<nlohmann::json> aBranch;
+    std::vector<std::pair<std::string, std::string>> atSpecs;
     for (size_t i = 0; i < astrNames.size(); ++i)
-    {
-        const std::string strDst = "//depot/b" + std::to_string(i + 1);
-        atBranches.emplace_back(astrNames[i], "//depot/main/... " + strDst + "/...");
-        aBranch.push_back(FileJson(strDst + "/f.txt", "branch", "//depot/main/f.txt"));
-    }
-    ASSERT_NO_FATAL_FAILURE(Load(atBranches, {{FileJson("//depot/main/f.txt", "add", "f\n")}, aBranch}));
-    const std::string strDump = m_strTemp + "/dump";
-    const TResult r = Import({"--git", m_strGit, "--dump", strDump, "--verify", "--quiet"});
-    EXPECT_EQ(0, r.nStatus) << r.strErr;
-    EXPECT_EQ("", r.strErr);
-    ExpectNothingRan();
-    const std::vector<nlohmann::json> aStreams = Streams(ReadDump(strDump));
-    std::vector<std::string> astrStreams;
-    for (const nlohmann::json& j : aStreams)
-        astrStreams.push_back(j["name"].get<std::string>() + " " + j["dst"].get<std::string>());
+        atSpecs.emplace_back(astrNames[i], "//depot/b" + std::to_string(i + 1));
+    ASSERT_NO_FATAL_FAILURE(LoadBranches(atSpecs));
+    const std::vector<nlohmann::json> aStreams = Streams(ImportQuietly());
     EXPECT_EQ(
         (std::vector<std::string>{"depot_main //depot/main", "a;b //depot/b4", "caf\xC3\xA9 //depot/b10",
                                   "it's //depot/b2", "pct_41 //depot/b9", "\xE6\x97\xA5\xE6\x9C\xAC //depot/b11"}),
-        astrStreams);
+        StreamNames(aStreams));
     EXPECT_EQ("refs/heads/a;b\nrefs/heads/caf\xC3\xA9\nrefs/heads/depot_main\nrefs/heads/it's\nrefs/heads/pct_41\n"
               "refs/heads/\xE6\x97\xA5\xE6\x9C\xAC\n",
               Git({"for-each-ref", "--format=%(refname)"}).strOut);
@@ -264,32 +279,18 @@ TEST_F(CHostileNamesTest, BranchSpecFoldersWithABlankAreLeftOutOthersArrive)
 {
     const std::vector<std::string> astrDst = {"//depot/rel 2", "//depot/it's;a", "//depot/-rf",
                                               "//depot/$(touch " + m_strMarker + "-dollar)"};
-    std::vector<std::pair<std::string, std::string>> atBranches;
-    std::vector<nlohmann::json> aBranch;
+    std::vector<std::pair<std::string, std::string>> atSpecs;
     for (size_t i = 0; i < astrDst.size(); ++i)
-    {
-        // Quotes only around a path with a blank, as a server writes views.
-        const std::string strQuote = astrDst[i].find(' ') == std::string::npos ? "" : "\"";
-        atBranches.emplace_back("d" + std::to_string(i + 1),
-                                "//depot/main/... " + strQuote + astrDst[i] + "/..." + strQuote);
-        aBranch.push_back(FileJson(astrDst[i] + "/f.txt", "branch", "//depot/main/f.txt"));
-    }
-    ASSERT_NO_FATAL_FAILURE(Load(atBranches, {{FileJson("//depot/main/f.txt", "add", "f\n")}, aBranch}));
-    const std::string strDump = m_strTemp + "/dump";
-    const TResult r = Import({"--git", m_strGit, "--dump", strDump, "--verify", "--quiet"});
-    EXPECT_EQ(0, r.nStatus) << r.strErr;
-    EXPECT_EQ("", r.strErr);
-    ExpectNothingRan();
-    std::vector<std::string> astrStreams;
-    for (const nlohmann::json& j : Streams(ReadDump(strDump)))
-        astrStreams.push_back(j["name"].get<std::string>() + " " + j["dst"].get<std::string>());
+        atSpecs.emplace_back("d" + std::to_string(i + 1), astrDst[i]);
+    ASSERT_NO_FATAL_FAILURE(LoadBranches(atSpecs));
+    const std::vector<nlohmann::json> aStreams = Streams(ImportQuietly());
     EXPECT_EQ((std::vector<std::string>{"depot_main //depot/main", "d2 //depot/it's;a", "d3 //depot/-rf"}),
-              astrStreams);
+              StreamNames(aStreams));
     EXPECT_EQ("refs/heads/d2\nrefs/heads/d3\nrefs/heads/depot_main\n",
               Git({"for-each-ref", "--format=%(refname)"}).strOut);
     for (const char* pszBranch : {"d2", "d3", "depot_main"})
         EXPECT_EQ(NulList({"f.txt"}), Git({"ls-tree", "-r", "-z", "--name-only", pszBranch}).strOut) << pszBranch;
-    ExpectBranchesMatchDepot(Streams(ReadDump(strDump)));
+    ExpectBranchesMatchDepot(aStreams);
     ExpectCleanedUp(std::string());
 }
 
