@@ -4,6 +4,7 @@
 // run over the whole history.
 #include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <sstream>
@@ -86,11 +87,16 @@ protected:
         for (pid_t n : anAll)
             kill(n, SIGKILL);
         EXPECT_EQ(128 + SIGKILL, cEngine.Wait());
-        // Gone, the orphans reaped too: the next run finds their staging
-        // files to be those of processes that no longer exist.
+        // Gone, the orphans reaped too.
         for (pid_t n : anAll)
             while (kill(n, 0) == 0)
                 std::this_thread::yield();
+        // The staging files the killed worker left go at once: another test
+        // running at the same time would otherwise find them and say so.
+        // (That a later run removes such files is the supervisor's test.)
+        for (pid_t n : anAll)
+            for (const char* pszSuffix : {".tdf", ".tlf"})
+                unlink(("/tmp/orvane-em-" + std::to_string(n) + pszSuffix).c_str());
     }
 
     nlohmann::json m_jHistory;

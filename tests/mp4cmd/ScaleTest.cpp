@@ -30,7 +30,14 @@ TEST(ScaleTest, AMillionChangelistsAreReadInBoundedMemory)
     // The listing is 238 MB of marshalled records; the reader holds
     // the first few MiB in memory and the rest in a file.
     EXPECT_GT(nPeakKb, 0);
+#if defined(__SANITIZE_ADDRESS__)
+    // AddressSanitizer's shadow memory and its quarantine of freed blocks
+    // are not the reader's: the bound is that of the build as it ships,
+    // which the plain build checks.
+    std::printf("the bound of 48 MB is checked in the build without AddressSanitizer\n");
+#else
     EXPECT_LT(nPeakKb, 48 * 1024);
+#endif
     // Nothing is left in the temporary folder: the spool file had no name.
     EXPECT_EQ(std::vector<std::string>{}, cScratch.List());
 }
