@@ -3,9 +3,12 @@
 // with nothing new. Each ends with exactly the commits of one uninterrupted
 // run over the whole history.
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <sstream>
 #include <thread>
@@ -78,6 +81,10 @@ protected:
     // everything would: no one is left to clean up.
     void KillEverything(ORVANE::VCM::CChildProcess& cEngine)
     {
+        // What is orphaned below the engine comes to this process, not to
+        // init: a process started while the tree was being listed is found
+        // once its parent is gone, and is killed as well.
+        ASSERT_EQ(0, prctl(PR_SET_CHILD_SUBREAPER, 1));
         std::vector<pid_t> anAll = {cEngine.GetPid()};
         for (size_t i = 0; i < anAll.size(); ++i)
             for (pid_t n : Children(anAll[i]))
@@ -87,10 +94,24 @@ protected:
         for (pid_t n : anAll)
             kill(n, SIGKILL);
         EXPECT_EQ(128 + SIGKILL, cEngine.Wait());
-        // Gone, the orphans reaped too.
-        for (pid_t n : anAll)
-            while (kill(n, 0) == 0)
-                std::this_thread::yield();
+        // Gone, every one: the orphans this process adopted killed in turn
+        // and reaped.
+        for (;;)
+        {
+            const std::vector<pid_t> anAdopted = Children(getpid());
+            for (pid_t n : anAdopted)
+            {
+                if (std::find(anAll.begin(), anAll.end(), n) == anAll.end())
+                    anAll.push_back(n);
+                kill(n, SIGKILL);
+            }
+            while (waitpid(-1, nullptr, WNOHANG) > 0)
+            {
+            }
+            if (anAdopted.empty() && std::all_of(anAll.begin(), anAll.end(), [](pid_t n) { return kill(n, 0) != 0; }))
+                break;
+            std::this_thread::yield();
+        }
         // The staging files the killed worker left go at once: another test
         // running at the same time would otherwise find them and say so.
         // (That a later run removes such files is the supervisor's test.)
