@@ -431,6 +431,13 @@ void CImport::ReleaseProvider(int nStatus)
         }
         else if (!m_tOptions.bQuiet || nStatus != eExitDone)
             Say("import log: " + strLog);
+        else
+        {
+            // A quiet run that went well names nothing: a log kept all the
+            // same would be left in the temporary folder for good, one
+            // more with every run of a scheduled import.
+            ::unlink(strLog.c_str());
+        }
     }
     // The module stays loaded until the process ends: whatever it
     // registered to run at exit (static destructors) must find its code in

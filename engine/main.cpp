@@ -90,7 +90,8 @@ void AddOptions(CLI::App& app, TOptions& tOptions, std::vector<std::string>& ast
     app.add_option("--graph", tOptions.strGraph, "write the stream tree as Graphviz DOT, or SVG when FILE ends in .svg")
         ->type_name("FILE");
     app.add_flag("--progress", tOptions.bProgress, "show progress on standard error even when it is no terminal");
-    app.add_flag("--quiet", tOptions.bQuiet, "print errors only");
+    app.add_flag("--quiet", tOptions.bQuiet,
+                 "print errors only; a run that ends well then keeps no import log (--log FILE keeps one)");
     app.add_option("--git", tOptions.strGit,
                    "write the history into a new bare git repository, or continue one that an earlier run made")
         ->type_name("DIR");

@@ -12,6 +12,21 @@ cd "$root"
 
 scripts/install-deps.sh
 
+# What our programs and tests name in the temporary folders: import logs,
+# staging files, workspaces, scratch folders. A run of the tests must leave
+# none of them behind; those of a process that still runs (a migration
+# beside the tests) are not ours to judge.
+debris() {
+    find /tmp "${TMPDIR:-/tmp}" -maxdepth 1 -mindepth 1 \( -name 'Orvane*' -o -name 'orvane-*' \) 2>/dev/null |
+        sort -u
+}
+owner_lives() {
+    local name=${1##*/} pid=
+    [[ $name =~ ^orvane-(em|import)-([0-9]+)[.-] ]] && pid=${BASH_REMATCH[2]}
+    [[ -n $pid && -d /proc/$pid ]]
+}
+debris_before=$(debris)
+
 status=0
 echo "== format"
 scripts/check-format.sh || status=1
@@ -42,6 +57,16 @@ if command -v clang++ >/dev/null 2>&1; then
     scripts/fuzz.sh "$fuzz_seconds" || status=1
 else
     echo "== fuzz: clang++ is not installed: the fuzz targets ran on their seeds only, without fuzzing"
+fi
+
+left=()
+while IFS= read -r path; do
+    [[ -n $path ]] && ! owner_lives "$path" && left+=("$path")
+done < <(comm -13 <(echo "$debris_before") <(debris))
+if ((${#left[@]} > 0)); then
+    echo "test.sh: the tests left these behind:" >&2
+    printf '  %s\n' "${left[@]}" >&2
+    status=1
 fi
 
 if ((status != 0)); then

@@ -1,8 +1,10 @@
 // orvane-import end to end against p4sim servers.
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 #include <sstream>
 #include <thread>
 
@@ -256,6 +258,47 @@ TEST_F(CEngineTest, NonAsciiNamesSurviveALocaleThatIsNotUtf8)
     ASSERT_EQ(0, r.nStatus) << r.strErr;
     const TResult t = Git({"ls-tree", "-r", "--name-only", "-z", "rel2"});
     EXPECT_NE(std::string::npos, t.strOut.find("docs/R\xC3\xA9sum\xC3\xA9 des \xC3\xA9tapes.txt")) << t.strOut;
+}
+
+TEST_F(CEngineTest, TheImportLogIsNamedOrRemoved)
+{
+    LoadHistory(ENGINETEST_DEMO_HISTORY);
+    const std::string strTmp = m_strTemp + "/tmp";
+    ASSERT_EQ(0, mkdir(strTmp.c_str(), 0700));
+    const auto fnLogs = [&]() {
+        std::vector<std::string> astr;
+        for (const auto& tEntry : std::filesystem::directory_iterator(strTmp))
+            if (tEntry.path().filename().string().compare(0, 6, "Orvane") == 0)
+                astr.push_back(tEntry.path().string());
+        return astr;
+    };
+    const std::vector<std::string> astrArgs = {ENGINETEST_ENGINE, "--set", std::string("P4Path=") + ENGINETEST_P4SIM,
+                                               "--streams-only"};
+    // A run that says what it did names its log, and keeps it.
+    const TResult r = RunProgram(astrArgs, Env({{"TMPDIR", strTmp}}));
+    ASSERT_EQ(0, r.nStatus) << r.strErr;
+    const std::vector<std::string> astrLogs = fnLogs();
+    ASSERT_EQ(1u, astrLogs.size());
+    EXPECT_EQ("orvane-import: import log: " + astrLogs[0], Lines(r.strErr).back());
+    EXPECT_NE(std::string::npos, ReadWholeFile(astrLogs[0]).find(": Beginning Import with Perforce\n"));
+    // A quiet one that ends well names nothing, and leaves nothing.
+    std::vector<std::string> astrQuiet = astrArgs;
+    astrQuiet.push_back("--quiet");
+    const TResult q = RunProgram(astrQuiet, Env({{"TMPDIR", strTmp}}));
+    ASSERT_EQ(0, q.nStatus) << q.strErr;
+    EXPECT_EQ("", q.strErr);
+    EXPECT_EQ(astrLogs, fnLogs());
+    // A quiet one that fails names its log all the same.
+    const TResult f = RunProgram(astrQuiet, Env({{"TMPDIR", strTmp}, {"P4SIM_FAIL", "^-G branches"}}));
+    EXPECT_EQ(1, f.nStatus);
+    std::vector<std::string> astrBoth = fnLogs();
+    ASSERT_EQ(2u, astrBoth.size());
+    const std::string strFailed = astrBoth[0] == astrLogs[0] ? astrBoth[1] : astrBoth[0];
+    EXPECT_EQ(std::vector<std::string>({"orvane-import: import log: " + strFailed,
+                                        "orvane-import: error: the provider reported a failure in EstablishStreams "
+                                        "(result 1): '" ENGINETEST_P4SIM " -G branches' failed: p4sim: simulated "
+                                        "failure of '-G branches'"}),
+              Lines(f.strErr));
 }
 
 TEST_F(CEngineTest, KeptWorkspaceHoldsEachStreamsLastState)
