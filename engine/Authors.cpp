@@ -6,25 +6,12 @@
 #include "FastImport.h"
 #include "P4Query.h"
 #include "Stop.h"
+#include "Text.h"
 
 namespace ORVANE {
 namespace IMP {
 
 namespace {
-
-std::string Trimmed(const std::string& str)
-{
-    const size_t nFirst = str.find_first_not_of(" \t\r");
-    if (nFirst == std::string::npos)
-        return std::string();
-    return str.substr(nFirst, str.find_last_not_of(" \t\r") - nFirst + 1);
-}
-
-std::string Field(const TP4Record& tRecord, const char* pszKey)
-{
-    auto it = tRecord.find(pszKey);
-    return it != tRecord.end() ? it->second : std::string();
-}
 
 // "user = Full Name <email>": false when the line is not of that form.
 bool ParseAuthorLine(const std::string& strLine, std::string& strUser, TIdent& tIdent)
@@ -53,8 +40,8 @@ std::string PerforceUser(const std::string& strUserText)
 void CAuthors::ReadServerUsers(const std::string& strP4)
 {
     const TP4Result tUsers = CP4Query(strP4).Run({"users", "-a"}, [this](const TP4Record& t) {
-        if (Field(t, "code") == "stat" && !Field(t, "User").empty())
-            AddServerUser(Field(t, "User"), TIdent{Field(t, "FullName"), Field(t, "Email")});
+        if (RecordValue(t, "code") == "stat" && !RecordValue(t, "User").empty())
+            AddServerUser(RecordValue(t, "User"), TIdent{RecordValue(t, "FullName"), RecordValue(t, "Email")});
         return true;
     });
     const std::string strProblem = tUsers.Problem();

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "Text.h"
 #include "Trailers.h"
 
 namespace fs = std::filesystem;
@@ -24,13 +25,6 @@ const char* const s_pszMarkKey = "orvane.import";
 // Present while fast-import runs: found by a later run, it says that this
 // one was killed.
 const char* const s_pszRunMarker = "orvane-import.running";
-
-std::string Trimmed(std::string str)
-{
-    while (!str.empty() && (str.back() == '\n' || str.back() == ' '))
-        str.pop_back();
-    return str;
-}
 
 } // namespace
 
@@ -95,6 +89,24 @@ std::vector<TGitCommit> ParseHistory(const std::string& strLog)
     return atCommits;
 }
 
+int RunGit(const std::string& strGitDir, const std::vector<std::string>& astrArgs, const std::string& strInput,
+           std::string& strOut, std::string& strErr)
+{
+    std::vector<std::string> astr = {"git", "--git-dir=" + strGitDir};
+    astr.insert(astr.end(), astrArgs.begin(), astrArgs.end());
+    return RunProcess(astr, strInput, &strOut, &strErr);
+}
+
+bool ReadFirstParents(const std::string& strGitDir, const std::string& strRef, std::vector<TGitCommit>& atCommits,
+                      std::string& strErr)
+{
+    std::string strOut;
+    if (RunGit(strGitDir, {"log", "--first-parent", HistoryFormat(), strRef, "--"}, std::string(), strOut, strErr) != 0)
+        return false;
+    atCommits = ParseHistory(strOut);
+    return true;
+}
+
 CGitRepository::~CGitRepository()
 {
     Unlock();
@@ -138,10 +150,9 @@ bool CGitRepository::Create(std::string& strError)
 {
     std::string strOut, strErr;
     if (RunProcess({"git", "init", "--quiet", "--bare", m_strDirectory}, std::string(), &strOut, &strErr) != 0 ||
-        RunProcess({"git", "--git-dir=" + m_strDirectory, "config", s_pszMarkKey, "true"}, std::string(), &strOut,
-                   &strErr) != 0)
+        RunGit(m_strDirectory, {"config", s_pszMarkKey, "true"}, std::string(), strOut, strErr) != 0)
     {
-        strError = Trimmed("git init failed: " + strErr);
+        strError = TrimmedEnd("git init failed: " + strErr);
         return false;
     }
     return true;
@@ -150,9 +161,8 @@ bool CGitRepository::Create(std::string& strError)
 bool CGitRepository::IsOurs(const std::string& strDirectory)
 {
     std::string strOut, strErr;
-    return RunProcess({"git", "--git-dir=" + strDirectory, "config", "--get", s_pszMarkKey}, std::string(), &strOut,
-                      &strErr) == 0 &&
-           Trimmed(strOut) == "true";
+    return RunGit(strDirectory, {"config", "--get", s_pszMarkKey}, std::string(), strOut, strErr) == 0 &&
+           TrimmedEnd(strOut) == "true";
 }
 
 bool CGitRepository::Lock(std::string& strError)
@@ -234,16 +244,13 @@ bool CGitRepository::ReadHistory(const std::string& strBranch, std::vector<TGitC
     atCommits.clear();
     std::string strOut, strErr;
     const std::string strRef = "refs/heads/" + strBranch;
-    if (RunProcess({"git", "--git-dir=" + m_strDirectory, "rev-parse", "--verify", "--quiet", strRef}, std::string(),
-                   &strOut, &strErr) != 0)
+    if (RunGit(m_strDirectory, {"rev-parse", "--verify", "--quiet", strRef}, std::string(), strOut, strErr) != 0)
         return true;
-    if (RunProcess({"git", "--git-dir=" + m_strDirectory, "log", "--first-parent", HistoryFormat(), strRef},
-                   std::string(), &strOut, &strErr) != 0)
+    if (!ReadFirstParents(m_strDirectory, strRef, atCommits, strErr))
     {
-        strError = Trimmed("git log failed: " + strErr);
+        strError = TrimmedEnd("git log failed: " + strErr);
         return false;
     }
-    atCommits = ParseHistory(strOut);
     return true;
 }
 
@@ -273,8 +280,7 @@ bool CGitRepository::ReadTree(const std::string& strCommit, TTree& tTree, std::s
 {
     tTree.clear();
     std::string strOut, strErr;
-    if (RunProcess({"git", "--git-dir=" + m_strDirectory, "ls-tree", "-r", "-z", "--full-tree", strCommit},
-                   std::string(), &strOut, &strErr) != 0)
+    if (RunGit(m_strDirectory, {"ls-tree", "-r", "-z", "--full-tree", strCommit}, std::string(), strOut, strErr) != 0)
     {
         strError = "git ls-tree failed: " + strErr;
         return false;
@@ -306,8 +312,7 @@ bool CGitRepository::Close(const std::string& strHeadBranch, std::string& strErr
     if (bWrote && !strHeadBranch.empty())
     {
         std::string strOut, strErr;
-        RunProcess({"git", "--git-dir=" + m_strDirectory, "symbolic-ref", "HEAD", "refs/heads/" + strHeadBranch},
-                   std::string(), &strOut, &strErr);
+        RunGit(m_strDirectory, {"symbolic-ref", "HEAD", "refs/heads/" + strHeadBranch}, std::string(), strOut, strErr);
     }
     return true;
 }

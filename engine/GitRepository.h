@@ -29,6 +29,15 @@ struct TGitCommit
 std::vector<TGitCommit> ParseHistory(const std::string& strLog);
 const char* HistoryFormat();
 
+// Runs git on the repository in the folder: its exit status (-1 when it
+// could not run), with what it wrote to each output.
+int RunGit(const std::string& strGitDir, const std::vector<std::string>& astrArgs, const std::string& strInput,
+           std::string& strOut, std::string& strErr);
+// The commits of the ref along first parents, newest first; false, with
+// what git said, when git log fails (a ref that does not exist, say).
+bool ReadFirstParents(const std::string& strGitDir, const std::string& strRef, std::vector<TGitCommit>& atCommits,
+                      std::string& strErr);
+
 class CGitRepository
 {
 public:

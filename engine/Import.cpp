@@ -15,6 +15,7 @@
 #include "Graph.h"
 #include "HistoryWriter.h"
 #include "Labels.h"
+#include "Leftovers.h"
 #include "LogFile.h"
 #include "Module.h"
 #include "P4Query.h"
@@ -41,9 +42,9 @@ const char* const s_pszPerforceClient = "Orvane_Temp_Client";
 // in the way ...", or empty.
 std::string StagingObstacle()
 {
-    for (const char* pszSuffix : {".tdf", ".tlf"})
+    for (const char* pszSuffix : g_apszStagingSuffixes)
     {
-        const std::string strPath = "/tmp/orvane-em-" + std::to_string(static_cast<long>(::getpid())) + pszSuffix;
+        const std::string strPath = StagingPrefix(g_pszStagingFolder, ::getpid()) + pszSuffix;
         struct stat tStat;
         if (::lstat(strPath.c_str(), &tStat) != 0)
             continue;
@@ -92,6 +93,9 @@ private:
     // cannot tell).
     bool ClientRemains() const;
     void Say(const std::string& str);
+    // Where what the user asked to see goes: standard output, unless the
+    // dump is written there.
+    std::FILE* Report() const { return m_cDump.IsStandardOutput() ? stderr : stdout; }
 
     const TOptions& m_tOptions;
     CRunStats* m_pStats;
@@ -277,8 +281,7 @@ std::string CImport::ListMissingAuthors()
                                [&setUsers](const TChangeInfo& tChange) { setUsers.insert(Utf8(tChange.strUser)); });
     }
     const std::vector<std::string> astrMissing = m_cAuthors.Missing(setUsers);
-    // The dump may own standard output.
-    std::FILE* pOut = m_cDump.IsStandardOutput() ? stderr : stdout;
+    std::FILE* pOut = Report();
     for (const std::string& strUser : astrMissing)
         std::fprintf(pOut, "%s\n", strUser.c_str());
     std::set<std::string> setNames;
@@ -365,8 +368,7 @@ std::string CImport::ImportLabels()
     const std::vector<TLabelOutcome> atOutcomes =
         CLabels(Setting("P4Path"), m_tOptions.strGit, m_cAuthors).Import(atStreams);
     size_t nTags = 0;
-    // The dump may own standard output.
-    std::FILE* pOut = m_cDump.IsStandardOutput() ? stderr : stdout;
+    std::FILE* pOut = Report();
     for (const TLabelOutcome& t : atOutcomes)
     {
         nTags += t.bTagged ? 1 : 0;
@@ -379,8 +381,7 @@ std::string CImport::ImportLabels()
 
 void CImport::PrintStreams(bool bWithCommits)
 {
-    // The dump may own standard output.
-    PrintTable(StreamRows(m_atStreams, bWithCommits), m_cDump.IsStandardOutput() ? stderr : stdout);
+    PrintTable(StreamRows(m_atStreams, bWithCommits), Report());
 }
 
 void CImport::Cleanup(int nStatus)
@@ -400,11 +401,8 @@ bool CImport::ClientRemains() const
     if (!tResult.Problem().empty())
         return true;
     for (const TP4Record& tRecord : tResult.atRecords)
-    {
-        auto it = tRecord.find("client");
-        if (it != tRecord.end() && it->second == s_pszPerforceClient)
+        if (RecordValue(tRecord, "client") == s_pszPerforceClient)
             return true;
-    }
     return false;
 }
 

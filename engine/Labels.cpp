@@ -2,24 +2,18 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <sstream>
 
 #include "FastImport.h"
+#include "GitRepository.h"
 #include "P4Query.h"
-#include "Process.h"
 #include "Stop.h"
+#include "Text.h"
 #include "Trailers.h"
 
 namespace ORVANE {
 namespace IMP {
 
 namespace {
-
-std::string Field(const TP4Record& tRecord, const char* pszKey)
-{
-    auto it = tRecord.find(pszKey);
-    return it != tRecord.end() ? it->second : std::string();
-}
 
 bool IsDeletion(const std::string& strAction)
 {
@@ -35,11 +29,11 @@ bool ListFiles(const std::string& strP4, const std::vector<std::string>& astrArg
 {
     nMaxChange = 0;
     const TP4Result tResult = CP4Query(strP4).Run(astrArgs, [&](const TP4Record& t) {
-        if (Field(t, "code") != "stat")
+        if (RecordValue(t, "code") != "stat")
             return true;
-        nMaxChange = std::max(nMaxChange, unsigned(std::strtoul(Field(t, "change").c_str(), nullptr, 10)));
-        if (!IsDeletion(Field(t, "action")))
-            mapRevs[Field(t, "depotFile")] = Field(t, "rev");
+        nMaxChange = std::max(nMaxChange, unsigned(std::strtoul(RecordValue(t, "change").c_str(), nullptr, 10)));
+        if (!IsDeletion(RecordValue(t, "action")))
+            mapRevs[RecordValue(t, "depotFile")] = RecordValue(t, "rev");
         return true;
     });
     strProblem = tResult.Problem();
@@ -65,22 +59,24 @@ std::string FirstDifference(const TRevisions& mapA, const TRevisions& mapB)
     return itB->first;
 }
 
-void Trim(std::string& str)
+// A label's description as its tag's message: the line ends and blanks at
+// its end go. (A '\r' stays, as it always has: tags that earlier runs made
+// must come out the same byte for byte.)
+std::string MessageText(std::string str)
 {
     while (!str.empty() && (str.back() == '\n' || str.back() == ' ' || str.back() == '\t'))
         str.pop_back();
+    return str;
 }
 
+// Runs git on the repository: what it wrote to standard output, or to
+// standard error when it failed (nStatus not 0).
 std::string Git(const std::string& strGitDir, const std::vector<std::string>& astrArgs, const std::string& strInput,
                 int& nStatus)
 {
-    std::vector<std::string> astr = {"git", "--git-dir=" + strGitDir};
-    astr.insert(astr.end(), astrArgs.begin(), astrArgs.end());
     std::string strOut, strErr;
-    nStatus = RunProcess(astr, strInput, &strOut, &strErr);
-    if (nStatus != 0)
-        return strErr;
-    return strOut;
+    nStatus = RunGit(strGitDir, astrArgs, strInput, strOut, strErr);
+    return nStatus != 0 ? strErr : strOut;
 }
 
 } // namespace
@@ -88,8 +84,7 @@ std::string Git(const std::string& strGitDir, const std::vector<std::string>& as
 std::string TagObject(const std::string& strCommit, const std::string& strName, const TIdent& tTagger, long tTime,
                       const std::string& strMessage)
 {
-    std::string strText = strMessage;
-    Trim(strText);
+    std::string strText = MessageText(strMessage);
     if (strText.empty())
         strText = "Perforce label " + strName;
     // The tagger is cleaned as a commit's author is.
@@ -100,31 +95,18 @@ std::string TagObject(const std::string& strCommit, const std::string& strName, 
 bool CommitsByChange(const std::string& strGitDir, const std::string& strBranch,
                      std::map<unsigned, std::string>& mapCommits, std::string& strError)
 {
-    int nStatus = 0;
-    const std::string strOut = Git(strGitDir,
-                                   {"log", "--first-parent",
-                                    "--format=%H%x09%(trailers:key=Perforce-Change,valueonly,separator=%x2C)%x09"
-                                    "%(trailers:key=Perforce-Path,valueonly,separator=%x2C)",
-                                    "refs/heads/" + strBranch, "--"},
-                                   std::string(), nStatus);
-    if (nStatus != 0)
+    std::vector<TGitCommit> atCommits;
+    std::string strErr;
+    if (!ReadFirstParents(strGitDir, "refs/heads/" + strBranch, atCommits, strErr))
     {
-        strError = "git log of " + strBranch + " failed: " + strOut.substr(0, strOut.find('\n'));
+        strError = "git log of " + strBranch + " failed: " + strErr.substr(0, strErr.find('\n'));
         return false;
     }
-    std::istringstream in(strOut);
-    for (std::string strLine; std::getline(in, strLine);)
-    {
-        const size_t nTab = strLine.find('\t');
-        const size_t nTab2 = strLine.find('\t', nTab + 1);
-        if (nTab != 40 || nTab2 == std::string::npos)
-            continue;
-        const unsigned nChange = unsigned(std::strtoul(strLine.c_str() + nTab + 1, nullptr, 10));
-        // The newest commit of each change: the branch's own, not its
-        // parent stream's before it.
-        if (nChange && !mapCommits.count(nChange))
-            mapCommits[nChange] = strLine.substr(0, 40) + "\t" + strLine.substr(nTab2 + 1);
-    }
+    // The newest commit of each change: the branch's own, not its parent
+    // stream's before it.
+    for (const TGitCommit& tCommit : atCommits)
+        if (tCommit.nChange && !mapCommits.count(tCommit.nChange))
+            mapCommits[tCommit.nChange] = tCommit.strName + "\t" + tCommit.strPath;
     return true;
 }
 
@@ -132,9 +114,9 @@ std::vector<TLabelOutcome> CLabels::Import(const std::vector<TLabelStream>& atSt
 {
     std::vector<TLabelInfo> atLabels;
     const TP4Result tList = CP4Query(m_strP4).Run({"labels"}, [&atLabels](const TP4Record& t) {
-        if (Field(t, "code") == "stat")
-            atLabels.push_back(TLabelInfo{Field(t, "label"), Field(t, "Owner"), Field(t, "Description"),
-                                          std::atol(Field(t, "Update").c_str())});
+        if (RecordValue(t, "code") == "stat")
+            atLabels.push_back(TLabelInfo{RecordValue(t, "label"), RecordValue(t, "Owner"),
+                                          RecordValue(t, "Description"), std::atol(RecordValue(t, "Update").c_str())});
         return true;
     });
     if (!tList.Problem().empty())
@@ -251,8 +233,7 @@ void CLabels::WriteTag(const TLabelInfo& tLabel, const std::string& strCommit)
     const std::string strObject =
         TagObject(strCommit, tLabel.strName, m_cAuthors.Ident(tLabel.strOwner), tLabel.tUpdate, tLabel.strDescription);
     int nStatus = 0;
-    std::string strTag = Git(m_strGitDir, {"mktag"}, strObject, nStatus);
-    Trim(strTag);
+    const std::string strTag = TrimmedEnd(Git(m_strGitDir, {"mktag"}, strObject, nStatus));
     if (nStatus != 0)
         throw EStop(eExitFailure, "git mktag failed for the label " + tLabel.strName + ": " + strTag);
     const std::string strError =

@@ -1,13 +1,13 @@
 #include "Module.h"
 
 #include <dlfcn.h>
-#include <limits.h>
 #include <unistd.h>
 
 #include <cctype>
 #include <cstring>
 #include <filesystem>
 
+#include "Process.h"
 #include "Stop.h"
 #include "Text.h"
 
@@ -25,11 +25,7 @@ namespace {
 
 std::string ExecutableFolder()
 {
-    char ach[PATH_MAX];
-    const ssize_t n = readlink("/proc/self/exe", ach, sizeof(ach) - 1);
-    if (n <= 0)
-        return std::string();
-    std::string str(ach, size_t(n));
+    const std::string str = ExecutablePath();
     return str.substr(0, str.rfind('/'));
 }
 

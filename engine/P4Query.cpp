@@ -141,6 +141,12 @@ bool CMarshalDecoder::Feed(const char* pData, size_t nSize, const std::function<
     return true;
 }
 
+std::string RecordValue(const TP4Record& tRecord, const char* pszKey)
+{
+    auto it = tRecord.find(pszKey);
+    return it != tRecord.end() ? it->second : std::string();
+}
+
 bool IsFailureRecord(const TP4Record& tRecord)
 {
     auto it = tRecord.find("code");

@@ -15,6 +15,9 @@ namespace IMP {
 // One marshalled dictionary; numbers are given as their decimal text.
 typedef std::map<std::string, std::string> TP4Record;
 
+// The record's value of the key; empty when it has none.
+std::string RecordValue(const TP4Record& tRecord, const char* pszKey);
+
 // Decodes a stream of marshalled dictionaries as p4 -G writes them.
 class CMarshalDecoder
 {

@@ -1,12 +1,20 @@
 #include "Process.h"
 
 #include <errno.h>
+#include <limits.h>
 #include <unistd.h>
 
 #include "host/ProcessCapture.h"
 
 namespace ORVANE {
 namespace IMP {
+
+std::string ExecutablePath()
+{
+    char ach[PATH_MAX];
+    const ssize_t n = ::readlink("/proc/self/exe", ach, sizeof(ach) - 1);
+    return n > 0 ? std::string(ach, static_cast<size_t>(n)) : std::string();
+}
 
 int RunProcess(const std::vector<std::string>& astrArgv, const std::string& strInput, std::string* pstrOutput,
                std::string* pstrError)

@@ -20,6 +20,10 @@ namespace IMP {
 int RunProcess(const std::vector<std::string>& astrArgv, const std::string& strInput, std::string* pstrOutput,
                std::string* pstrError);
 
+// The path of this program's file, as /proc/self/exe names it; empty when
+// it cannot be read.
+std::string ExecutablePath();
+
 // A long-running child with pipes to its standard input and output.
 class CChild
 {

@@ -12,6 +12,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Leftovers.h"
+
 namespace ORVANE {
 namespace IMP {
 
@@ -87,7 +89,7 @@ unsigned long OwnPeakResidentKb()
 }
 
 CRunStats::CRunStats(VCM::IProcessObserver* pNext)
-    : m_pNext(pNext), m_strStagingPrefix("/tmp/orvane-em-" + std::to_string(static_cast<long>(::getpid())))
+    : m_pNext(pNext), m_strStagingPrefix(StagingPrefix(g_pszStagingFolder, ::getpid()))
 {
 }
 

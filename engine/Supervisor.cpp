@@ -7,11 +7,11 @@
 #include <cstring>
 #include <filesystem>
 
-#include <dirent.h>
 #include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "Leftovers.h"
 #include "P4Query.h"
 #include "WorkerChannel.h"
 #include "Workspace.h"
@@ -120,33 +120,7 @@ void CSupervisor::OnEvent(const std::string& strLine, TState& tState)
 
 std::vector<std::string> CSupervisor::RemoveStaleStaging(const std::string& strFolder)
 {
-    std::vector<std::string> astrRemoved;
-    DIR* pDir = ::opendir(strFolder.c_str());
-    if (!pDir)
-        return astrRemoved;
-    const std::string strPrefix = "orvane-em-";
-    while (const dirent* pEntry = ::readdir(pDir))
-    {
-        const std::string strName = pEntry->d_name;
-        if (strName.compare(0, strPrefix.size(), strPrefix) != 0 || strName.size() < strPrefix.size() + 5)
-            continue;
-        const std::string strSuffix = strName.substr(strName.size() - 4);
-        const std::string strPid = strName.substr(strPrefix.size(), strName.size() - strPrefix.size() - 4);
-        if ((strSuffix != ".tdf" && strSuffix != ".tlf") || strPid.empty() || strPid.size() > 9 ||
-            strPid.find_first_not_of("0123456789") != std::string::npos)
-            continue;
-        const std::string strPath = strFolder + "/" + strName;
-        struct stat tStat;
-        // Only our own regular files, of processes that are gone.
-        if (::lstat(strPath.c_str(), &tStat) != 0 || !S_ISREG(tStat.st_mode) || tStat.st_uid != ::getuid())
-            continue;
-        if (!VCM::IsProcessGone(static_cast<pid_t>(std::stol(strPid))))
-            continue;
-        if (::unlink(strPath.c_str()) == 0)
-            astrRemoved.push_back(strPath);
-    }
-    ::closedir(pDir);
-    return astrRemoved;
+    return RemoveLeftovers(strFolder, StagingOwner, false);
 }
 
 void CSupervisor::RemoveClient(TState& tState)
@@ -168,8 +142,8 @@ void CSupervisor::RemoveClient(TState& tState)
 void CSupervisor::CleanUp(TState& tState)
 {
     RemoveClient(tState);
-    for (const char* pszSuffix : {".tdf", ".tlf"})
-        ::unlink((m_tSupervision.strStagingFolder + "/orvane-em-" + std::to_string(m_nWorkerPid) + pszSuffix).c_str());
+    for (const char* pszSuffix : g_apszStagingSuffixes)
+        ::unlink((StagingPrefix(m_tSupervision.strStagingFolder, m_nWorkerPid) + pszSuffix).c_str());
     if (!m_tSupervision.strTemporaryWorkspace.empty())
     {
         if (m_tSupervision.bKeepWorkspace)

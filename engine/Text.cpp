@@ -14,6 +14,24 @@ VCM::CString Wide(const std::string& str)
     return VCM::CString(wxString::FromUTF8(str.c_str(), str.size()));
 }
 
+namespace {
+
+const char s_szBlanks[] = " \t\r\n";
+
+} // namespace
+
+std::string TrimmedEnd(std::string str)
+{
+    str.erase(str.find_last_not_of(s_szBlanks) + 1);
+    return str;
+}
+
+std::string Trimmed(const std::string& str)
+{
+    const size_t nFirst = str.find_first_not_of(s_szBlanks);
+    return nFirst == std::string::npos ? std::string() : TrimmedEnd(str.substr(nFirst));
+}
+
 std::string PathText(const VCM::CFilePath& cPath)
 {
     return Utf8(cPath.GeneratePath(L'/', true));

@@ -15,6 +15,10 @@ VCM::CString Wide(const std::string& str);
 std::string PathText(const VCM::CFilePath& cPath);
 // The number of characters of UTF-8 text (for lining up columns).
 size_t Width(const std::string& str);
+// The text without the blanks, tabs and line ends at its end.
+std::string TrimmedEnd(std::string str);
+// The same at both ends.
+std::string Trimmed(const std::string& str);
 
 } // namespace IMP
 } // namespace ORVANE

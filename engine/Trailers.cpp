@@ -1,5 +1,7 @@
 #include "Trailers.h"
 
+#include "Text.h"
+
 namespace ORVANE {
 namespace IMP {
 
@@ -20,11 +22,9 @@ std::string CommitMessage(const std::string& strComment, unsigned int nChange, c
 {
     if (nChange == 0)
         return strComment;
-    std::string str = strComment;
-    while (!str.empty() && (str.back() == '\n' || str.back() == '\r' || str.back() == ' ' || str.back() == '\t'))
-        str.pop_back();
+    std::string str = TrimmedEnd(strComment);
     const std::string strNumber = std::to_string(nChange);
-    if (str.find_first_not_of(" \t\r\n") == std::string::npos)
+    if (str.empty())
         str = "Perforce change " + strNumber;
     return str + "\n\n" + g_pszChangeTrailer + ": " + strNumber + "\n" + g_pszPathTrailer + ": " +
            DepotPattern(strDepotPath) + "\n";

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "Leftovers.h"
 #include "Stop.h"
 #include "host/ChildProcess.h"
 
@@ -52,25 +53,7 @@ std::string TemporaryFolder()
 
 std::vector<std::string> RemoveStaleWorkspaces(const std::string& strFolder)
 {
-    std::vector<std::string> astrRemoved;
-    std::error_code ec;
-    for (fs::directory_iterator it(strFolder, ec), itEnd; !ec && it != itEnd; it.increment(ec))
-    {
-        const pid_t nPid = WorkspaceOwner(it->path().filename().string());
-        if (nPid <= 0)
-            continue;
-        const std::string strPath = it->path().string();
-        struct stat tStat;
-        // Only our own folders (not a link to one), of processes that are gone.
-        if (::lstat(strPath.c_str(), &tStat) != 0 || !S_ISDIR(tStat.st_mode) || tStat.st_uid != ::getuid() ||
-            !VCM::IsProcessGone(nPid))
-            continue;
-        std::error_code ecRemove;
-        fs::remove_all(strPath, ecRemove);
-        if (!ecRemove)
-            astrRemoved.push_back(strPath);
-    }
-    return astrRemoved;
+    return RemoveLeftovers(strFolder, WorkspaceOwner, true);
 }
 
 bool MakeFolders(const std::string& strPath)

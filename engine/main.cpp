@@ -17,6 +17,7 @@
 #include <CLI/CLI.hpp>
 
 #include "Import.h"
+#include "Process.h"
 #include "RunStats.h"
 #include "Stop.h"
 #include "Supervisor.h"
@@ -214,16 +215,12 @@ int RunWorker(const TOptions& tOptions)
 std::vector<std::string> WorkerCommand(int argc, char** argv)
 {
     std::string strProgram = "/proc/self/exe";
-    char ach[PATH_MAX];
-    const ssize_t nLength = ::readlink("/proc/self/exe", ach, sizeof(ach) - 1);
+    const std::string strPath = ORVANE::IMP::ExecutablePath();
     const int nSelf = ::open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
     struct stat tSelf, tPath;
-    if (nLength > 0 && ach[0] == '/' && nSelf >= 0 && ::fstat(nSelf, &tSelf) == 0)
-    {
-        const std::string strPath(ach, static_cast<size_t>(nLength));
-        if (::stat(strPath.c_str(), &tPath) == 0 && tPath.st_dev == tSelf.st_dev && tPath.st_ino == tSelf.st_ino)
-            strProgram = strPath;
-    }
+    if (!strPath.empty() && strPath[0] == '/' && nSelf >= 0 && ::fstat(nSelf, &tSelf) == 0 &&
+        ::stat(strPath.c_str(), &tPath) == 0 && tPath.st_dev == tSelf.st_dev && tPath.st_ino == tSelf.st_ino)
+        strProgram = strPath;
     if (nSelf >= 0)
         ::close(nSelf);
     std::vector<std::string> astr = {strProgram};

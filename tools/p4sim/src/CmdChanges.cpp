@@ -131,11 +131,7 @@ void ListChangesOfFiles(TContext& rContext, const TOptions& tOptions, CChangeLis
     std::vector<TChangesArg> atArgs;
     for (const std::string& strArg : tOptions.astrArgs)
     {
-        std::string strPath = SplitFileArg(strArg).strPath;
-        bool bClientSyntax =
-            !strPath.empty() && (!StartsWith(strPath, "//") ||
-                                 (!rContext.strClient.empty() && StartsWith(strPath, "//" + rContext.strClient + "/")));
-        if (!pView && bClientSyntax)
+        if (!pView && NeedsClient(rContext, strArg))
             pView = std::make_unique<TClientView>(LoadClient(rContext, false));
         atArgs.push_back(ResolveChangesArg(rContext, strArg, pView.get(), nMinChange, nMaxChange));
     }

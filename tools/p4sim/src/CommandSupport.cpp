@@ -251,18 +251,19 @@ TClientView LoadClient(TContext& tContext, bool bCheckHost)
     return tView;
 }
 
+bool NeedsClient(const TContext& tContext, const std::string& strArg)
+{
+    const std::string strPath = SplitFileArg(strArg).strPath;
+    return !strPath.empty() && (!StartsWith(strPath, "//") ||
+                                (!tContext.strClient.empty() && StartsWith(strPath, "//" + tContext.strClient + "/")));
+}
+
 std::unique_ptr<TClientView> ClientIfNeeded(TContext& tContext, const std::vector<std::string>& astrArgs,
                                             bool bCheckHost)
 {
     bool bNeeded = false;
     for (const std::string& strArg : astrArgs)
-    {
-        // "@label" alone names depot files.
-        const std::string strPath = SplitFileArg(strArg).strPath;
-        if (!strPath.empty() && (!StartsWith(strPath, "//") ||
-                                 (!tContext.strClient.empty() && StartsWith(strPath, "//" + tContext.strClient + "/"))))
-            bNeeded = true;
-    }
+        bNeeded = bNeeded || NeedsClient(tContext, strArg);
     if (!bNeeded && !tContext.pStore->Client(tContext.strClient))
         return nullptr;
     return std::make_unique<TClientView>(LoadClient(tContext, bNeeded && bCheckHost));

@@ -113,6 +113,9 @@ struct TClientView
 // Error texts as the server's when the client is unknown or locked to
 // another host.
 TClientView LoadClient(TContext& tContext, bool bCheckHost);
+// Whether the file argument needs the client: one in local syntax, or in
+// client syntax ("//CLIENT/..."); "@label" alone names depot files.
+bool NeedsClient(const TContext& tContext, const std::string& strArg);
 // The client for commands whose arguments may be in client or local syntax:
 // needed (and loaded, or an error) when an argument is; otherwise loaded when
 // it exists, to show mapped client files.
