@@ -29,8 +29,10 @@ namespace VCM {
 namespace {
 
 // Output kept in memory up to this size per stream; beyond it the whole
-// stream moves to an unlinked temporary file.
-const size_t s_nMemoryLimit = 4u << 20;
+// stream moves to an unlinked temporary file. Small, so that a listing that
+// grows with the history (every change of a path) does not make the process
+// grow with it: the file is in the system's cache all the same.
+const size_t s_nMemoryLimit = 256u << 10;
 // Size of the chunks moved between the pipes, the spool file and the readers.
 const size_t s_nChunkSize = 64u << 10;
 

@@ -18,7 +18,7 @@ namespace VCM {
 // double quotes is one argument, without the quotes. Bytes written to the
 // input stream before Execute are fed to the child while its output is
 // drained; standard output and error are captured completely, spooled to an
-// unlinked temporary file once they grow beyond a few MiB. The same object
+// unlinked temporary file once they grow beyond 256 KiB. The same object
 // runs many commands one after the other.
 class CProcessCapture;
 

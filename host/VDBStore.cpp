@@ -384,13 +384,13 @@ bool CStore::Open(const std::string& strBase, const std::vector<std::pair<dev_t,
     // files are locked for the life of the connection (one writer: this
     // process), and the journal is truncated rather than deleted after each
     // commit, so both files exist for as long as the database does. The
-    // page cache is small (2 MB): records are written and read in index
-    // order and the system caches the file anyway; a larger cache was no
-    // faster and only made the process grow with the history.
+    // page cache is small (1 MB): records are written and read in index
+    // order and the system caches the file anyway; a larger cache (2 or
+    // 8 MB) was no faster and only made the process grow with the history.
     static const char s_szSetup[] = "PRAGMA temp_store=MEMORY;"
                                     "PRAGMA locking_mode=EXCLUSIVE;"
                                     "PRAGMA journal_mode=TRUNCATE;"
-                                    "PRAGMA cache_size=-2048;"
+                                    "PRAGMA cache_size=-1024;"
                                     "PRAGMA trusted_schema=OFF;"
                                     "PRAGMA user_version=1;";
     if (sqlite3_exec(m_pDb, s_szSetup, nullptr, nullptr, nullptr) != SQLITE_OK)
