@@ -4,11 +4,13 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <filesystem>
+#include <set>
 #include <sstream>
 #include <thread>
 
 #include "EngineHarness.h"
+#include "Environment.h"
+#include "LogFile.h"
 
 using namespace enginetest;
 
@@ -265,35 +267,30 @@ TEST_F(CEngineTest, TheImportLogIsNamedOrRemoved)
     LoadHistory(ENGINETEST_DEMO_HISTORY);
     const std::string strTmp = m_strTemp + "/tmp";
     ASSERT_EQ(0, mkdir(strTmp.c_str(), 0700));
-    const auto fnLogs = [&]() {
-        std::vector<std::string> astr;
-        for (const auto& tEntry : std::filesystem::directory_iterator(strTmp))
-            if (tEntry.path().filename().string().compare(0, 6, "Orvane") == 0)
-                astr.push_back(tEntry.path().string());
-        return astr;
-    };
+    // The engine's own listing of the import logs, in that folder.
+    const ORVANE::TEST::CEnvironment cTmpdir("TMPDIR", strTmp);
     const std::vector<std::string> astrArgs = {ENGINETEST_ENGINE, "--set", std::string("P4Path=") + ENGINETEST_P4SIM,
                                                "--streams-only"};
     // A run that says what it did names its log, and keeps it.
     const TResult r = RunProgram(astrArgs, Env({{"TMPDIR", strTmp}}));
     ASSERT_EQ(0, r.nStatus) << r.strErr;
-    const std::vector<std::string> astrLogs = fnLogs();
-    ASSERT_EQ(1u, astrLogs.size());
-    EXPECT_EQ("orvane-import: import log: " + astrLogs[0], Lines(r.strErr).back());
-    EXPECT_NE(std::string::npos, ReadWholeFile(astrLogs[0]).find(": Beginning Import with Perforce\n"));
+    const std::set<std::string> setLogs = ORVANE::IMP::ListImportLogs();
+    ASSERT_EQ(1u, setLogs.size());
+    const std::string strLog = *setLogs.begin();
+    EXPECT_EQ("orvane-import: import log: " + strLog, Lines(r.strErr).back());
+    EXPECT_NE(std::string::npos, ReadWholeFile(strLog).find(": Beginning Import with Perforce\n"));
     // A quiet one that ends well names nothing, and leaves nothing.
     std::vector<std::string> astrQuiet = astrArgs;
     astrQuiet.push_back("--quiet");
     const TResult q = RunProgram(astrQuiet, Env({{"TMPDIR", strTmp}}));
     ASSERT_EQ(0, q.nStatus) << q.strErr;
     EXPECT_EQ("", q.strErr);
-    EXPECT_EQ(astrLogs, fnLogs());
+    EXPECT_EQ(setLogs, ORVANE::IMP::ListImportLogs());
     // A quiet one that fails names its log all the same.
     const TResult f = RunProgram(astrQuiet, Env({{"TMPDIR", strTmp}, {"P4SIM_FAIL", "^-G branches"}}));
     EXPECT_EQ(1, f.nStatus);
-    std::vector<std::string> astrBoth = fnLogs();
-    ASSERT_EQ(2u, astrBoth.size());
-    const std::string strFailed = astrBoth[0] == astrLogs[0] ? astrBoth[1] : astrBoth[0];
+    ASSERT_EQ(2u, ORVANE::IMP::ListImportLogs().size());
+    const std::string strFailed = ORVANE::IMP::NewImportLog(setLogs);
     EXPECT_EQ(std::vector<std::string>({"orvane-import: import log: " + strFailed,
                                         "orvane-import: error: the provider reported a failure in EstablishStreams "
                                         "(result 1): '" ENGINETEST_P4SIM " -G branches' failed: p4sim: simulated "

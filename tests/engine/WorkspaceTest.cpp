@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "EngineHarness.h"
+#include "Environment.h"
 #include "Stop.h"
 #include "UnitSupport.h"
 #include "Workspace.h"
@@ -22,27 +23,7 @@ using enginetest::StopOf;
 
 namespace {
 
-// Sets an environment variable for the scope.
-struct TEnvironment
-{
-    std::string strName;
-    std::string strOld;
-    bool bHad;
-    TEnvironment(const std::string& strVariable, const std::string& strValue) : strName(strVariable)
-    {
-        const char* psz = std::getenv(strName.c_str());
-        bHad = psz != nullptr;
-        strOld = psz ? psz : "";
-        setenv(strName.c_str(), strValue.c_str(), 1);
-    }
-    ~TEnvironment()
-    {
-        if (bHad)
-            setenv(strName.c_str(), strOld.c_str(), 1);
-        else
-            unsetenv(strName.c_str());
-    }
-};
+using TEnvironment = ORVANE::TEST::CEnvironment;
 
 } // namespace
 

@@ -3,12 +3,11 @@
 // goes with everything in it when they end. What the code under test leaves
 // there by design (a provider's log, which its host would collect) is then
 // never left behind in the machine's /tmp.
-#include <cstdlib>
 #include <memory>
-#include <string>
 
 #include <gtest/gtest.h>
 
+#include "Environment.h"
 #include "Scratch.h"
 
 namespace {
@@ -18,27 +17,19 @@ class CPrivateTemporaryFolder : public ::testing::Environment
 public:
     void SetUp() override
     {
-        const char* psz = std::getenv("TMPDIR");
-        m_bHadTmpdir = psz != nullptr;
-        if (psz)
-            m_strTmpdir = psz;
         m_pFolder = std::make_unique<ORVANE::TEST::CScratchFolder>("orvane-tests");
         ASSERT_NE("", m_pFolder->Path()) << "cannot make a temporary folder in " << ORVANE::TEST::TemporaryFolder();
-        ::setenv("TMPDIR", m_pFolder->Path().c_str(), 1);
+        m_pTmpdir = std::make_unique<ORVANE::TEST::CEnvironment>("TMPDIR", m_pFolder->Path());
     }
     void TearDown() override
     {
-        if (m_bHadTmpdir)
-            ::setenv("TMPDIR", m_strTmpdir.c_str(), 1);
-        else
-            ::unsetenv("TMPDIR");
+        m_pTmpdir.reset();
         m_pFolder.reset();
     }
 
 private:
     std::unique_ptr<ORVANE::TEST::CScratchFolder> m_pFolder;
-    bool m_bHadTmpdir = false;
-    std::string m_strTmpdir;
+    std::unique_ptr<ORVANE::TEST::CEnvironment> m_pTmpdir;
 };
 
 ::testing::Environment* const s_pPrivateTemporaryFolder =
