@@ -79,6 +79,9 @@ void CDumpWriter::Line(const std::string& strLine)
 
 void CDumpWriter::Stream(const TStreamInfo& tStream)
 {
+    // Most runs write no dump: nothing to build then.
+    if (!m_pFile)
+        return;
     TJson j;
     j["kind"] = "stream";
     j["id"] = tStream.nID;
@@ -92,6 +95,8 @@ void CDumpWriter::Stream(const TStreamInfo& tStream)
 
 void CDumpWriter::Change(unsigned int nStream, const TChangeInfo& tChange)
 {
+    if (!m_pFile)
+        return;
     TJson j;
     j["kind"] = "change";
     j["stream"] = nStream;
@@ -105,6 +110,8 @@ void CDumpWriter::Change(unsigned int nStream, const TChangeInfo& tChange)
 
 void CDumpWriter::Item(const TChangeItemInfo& tItem, const std::string* pstrSha256)
 {
+    if (!m_pFile)
+        return;
     TJson j;
     j["kind"] = "item";
     j["change"] = tItem.nChangeID;
@@ -124,6 +131,8 @@ void CDumpWriter::Item(const TChangeItemInfo& tItem, const std::string* pstrSha2
 
 void CDumpWriter::Failure(const std::string& strCall, int nResult)
 {
+    if (!m_pFile)
+        return;
     TJson j;
     j["kind"] = "failure";
     j["call"] = strCall;

@@ -76,6 +76,14 @@ std::string IdentLine(const std::string& strName, const std::string& strEmail, l
     return strCleanName + " <" + CleanIdent(strEmail) + "> " + std::to_string(tTime) + " +0000";
 }
 
+namespace {
+
+// Up to this size a blob goes out in one piece with its header (a copy of
+// its content); larger ones are written as they are.
+const size_t s_nJoinedBlobBytes = 64 * 1024;
+
+} // namespace
+
 bool CFastImportWriter::Send(const std::string& str)
 {
     if (m_bFailed)
@@ -91,9 +99,21 @@ unsigned CFastImportWriter::Blob(const std::string& strName, const std::string& 
     if (it != m_mapBlobs.end())
         return it->second;
     const unsigned nMark = m_nNextMark++;
-    Send("blob\nmark :" + std::to_string(nMark) + "\ndata " + std::to_string(strContent.size()) + "\n");
-    Send(strContent);
-    Send("\n");
+    std::string strHead = "blob\nmark :" + std::to_string(nMark) + "\ndata " + std::to_string(strContent.size()) + "\n";
+    if (strContent.size() <= s_nJoinedBlobBytes)
+    {
+        // Most files are small: one write instead of three.
+        strHead.reserve(strHead.size() + strContent.size() + 1);
+        strHead += strContent;
+        strHead += '\n';
+        Send(strHead);
+    }
+    else
+    {
+        Send(strHead);
+        Send(strContent);
+        Send("\n");
+    }
     m_mapBlobs[strName] = nMark;
     return nMark;
 }

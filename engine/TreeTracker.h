@@ -22,7 +22,9 @@ public:
     // full scan when the watch lost some. New content goes to the sink.
     void Collect(TTreeDelta& tDelta, const TBlobSink& fnSink);
     // Looks at the paths again, for anything the watch missed, and adds
-    // their changes to the delta.
+    // their changes to the delta. A path that this change's collection read
+    // (it, or a folder above it, was touched) and that nothing touched since
+    // is as it was read then: it is not read again.
     void Recheck(const std::set<std::string>& setPaths, TTreeDelta& tDelta, const TBlobSink& fnSink);
     void End();
 
@@ -30,10 +32,20 @@ public:
     const std::string& Folder() const { return m_strFolder; }
 
 private:
+    // Brings the tree up to date from the watch, or from a full scan when
+    // the watch lost events; remembers what was read.
+    void CollectMore(TTreeDelta& tDelta, const TBlobSink& fnSink);
+    // Read since the change's collection began, and not touched since.
+    bool IsFresh(const std::string& strPath) const;
+
     std::string m_strFolder;
     TTree m_tTree;
     CFolderWatch m_cWatch;
     bool m_bWatching = false;
+    // What the current change's collection read: the paths the watch named
+    // (a folder stands for everything below it), or everything after a scan.
+    std::set<std::string> m_setFresh;
+    bool m_bAllFresh = false;
 };
 
 } // namespace IMP

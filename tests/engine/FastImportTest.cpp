@@ -30,6 +30,22 @@ private:
     size_t m_nLeft;
 };
 
+// Counts the writes, passing them on.
+class CPieceCounter : public CByteSink
+{
+public:
+    explicit CPieceCounter(CByteSink& cNext) : m_cNext(cNext) {}
+    bool Write(const char* p, size_t n) override
+    {
+        ++m_nWrites;
+        return m_cNext.Write(p, n);
+    }
+    unsigned m_nWrites = 0;
+
+private:
+    CByteSink& m_cNext;
+};
+
 } // namespace
 
 TEST(FastImport, QuotePathOnlyWhenNeeded)
@@ -187,10 +203,36 @@ TEST(FastImport, CheckpointAsksForTheMark)
 
 TEST(FastImport, AFailedWriteStopsEverything)
 {
-    CShortSink cSink(21);
+    // The first blob fits, the second does not.
+    CShortSink cSink(40);
     CFastImportWriter cWriter(cSink);
     EXPECT_EQ(1u, cWriter.Blob("b1", "0123456789"));
+    EXPECT_FALSE(cWriter.Failed());
+    EXPECT_EQ(2u, cWriter.Blob("b2", "abcdefghij"));
     EXPECT_TRUE(cWriter.Failed());
     EXPECT_FALSE(cWriter.Checkpoint(1));
-    EXPECT_EQ("blob\nmark :1\ndata 10\n", cSink.m_str);
+    EXPECT_EQ("blob\nmark :1\ndata 10\n0123456789\n", cSink.m_str);
+}
+
+TEST(FastImport, ALargeBlobIsWrittenInThreePiecesASmallOneInOne)
+{
+    CStringSink cSink;
+    CFastImportWriter cWriter(cSink);
+    const std::string strSmall(64 * 1024, 's');
+    const std::string strLarge(64 * 1024 + 1, 'L');
+    EXPECT_EQ(1u, cWriter.Blob("small", strSmall));
+    EXPECT_EQ(2u, cWriter.Blob("large", strLarge));
+    EXPECT_EQ("blob\nmark :1\ndata 65536\n" + strSmall + "\nblob\nmark :2\ndata 65537\n" + strLarge + "\n",
+              cSink.Text());
+    // Counted: the small blob in one write, the large one in three, the
+    // same bytes.
+    CShortSink cShort(200 * 1024);
+    CPieceCounter cPieces(cShort);
+    CFastImportWriter cCounted(cPieces);
+    cCounted.Blob("small", strSmall);
+    EXPECT_EQ(1u, cPieces.m_nWrites);
+    cCounted.Blob("large", strLarge);
+    EXPECT_EQ(4u, cPieces.m_nWrites);
+    EXPECT_FALSE(cCounted.Failed());
+    EXPECT_EQ(cSink.Text(), cShort.m_str);
 }
