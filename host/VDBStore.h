@@ -138,6 +138,8 @@ public:
     // Makes the SQL table and indexes when the database lacks them (again,
     // after a given-up transaction removed them). False on failure.
     bool EnsureCreated();
+    // The columns of an index, in parentheses, as CREATE INDEX takes them.
+    std::string IndexColumns(const TIndexLayout& tLayout) const;
     bool Exists();
 
     // Statements, made on first use.

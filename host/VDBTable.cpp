@@ -1,5 +1,6 @@
 // Tables of the record database: the encoding of field values, the SQL
 // layout made from the definitions, and the prepared statements.
+#include <algorithm>
 #include <cstring>
 #include <cwchar>
 
@@ -356,6 +357,23 @@ bool CTableState::Exists()
     return bFound;
 }
 
+std::string CTableState::IndexColumns(const TIndexLayout& tLayout) const
+{
+    // A walk of a numbered table by any other order than its IDs would look
+    // each record up in the table, a page read at random for each step. An
+    // index whose keys may repeat therefore carries the whole record after
+    // its keys and the ID (the order of equal keys), and a walk reads the
+    // index alone. A unique index cannot: its uniqueness is that of all its
+    // columns.
+    if (tLayout.bUnique || !IsNumbered())
+        return tLayout.strKeyTuple;
+    std::string strColumns = tLayout.strKeyTuple.substr(0, tLayout.strKeyTuple.size() - 1);
+    for (unsigned nField = 0; nField < m_aFields.size(); ++nField)
+        if (std::find(tLayout.anKeys.begin(), tLayout.anKeys.end(), nField) == tLayout.anKeys.end())
+            strColumns += "," + Column(nField);
+    return strColumns + ")";
+}
+
 bool CTableState::EnsureCreated()
 {
     if (m_bCreated)
@@ -376,7 +394,7 @@ bool CTableState::EnsureCreated()
         if (tLayout.bRowidKey)
             continue; // the table itself is ordered by its IDs
         strSql += std::string("CREATE ") + (tLayout.bUnique ? "UNIQUE " : "") + "INDEX IF NOT EXISTS " +
-                  Quote(m_strName + "#" + std::to_string(n)) + " ON " + m_strQuoted + tLayout.strKeyTuple + ";";
+                  Quote(m_strName + "#" + std::to_string(n)) + " ON " + m_strQuoted + IndexColumns(tLayout) + ";";
     }
     m_pStore->ResetAll();
     m_pStore->Written();

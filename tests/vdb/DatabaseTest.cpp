@@ -25,6 +25,31 @@ bool AddSample(CIterator<TSampleRecord>& cIt, unsigned nGroup, long tTime, const
     return bOk;
 }
 
+struct TSample
+{
+    unsigned nGroup;
+    long tTime;
+    const wchar_t* pszName;
+};
+
+// Opens the table in a transaction of its own, adds the samples through the
+// index given and commits.
+::testing::AssertionResult AddCommitted(CDatabase* pDb, CSampleTable& cTable, int nIndex,
+                                        const std::vector<TSample>& atSamples)
+{
+    CTransaction cTx(pDb, 60000);
+    if (!cTable.Open(pDb, nullptr, &cTx, false))
+        return ::testing::AssertionFailure() << "the table does not open";
+    CIterator<TSampleRecord> cIt(&cTable, nIndex, &cTx);
+    for (const TSample& t : atSamples)
+        if (!AddSample(cIt, t.nGroup, t.tTime, t.pszName))
+            return ::testing::AssertionFailure() << "cannot add " << wxString(t.pszName);
+    cIt.Close();
+    if (!cTx.Commit(false, nullptr, nullptr))
+        return ::testing::AssertionFailure() << "the commit failed";
+    return ::testing::AssertionSuccess();
+}
+
 int CountAll(CTable& cTable, CTransaction* pTransaction)
 {
     CIterator<TSampleRecord> cIt(&cTable, 0, pTransaction);
@@ -150,14 +175,7 @@ TEST(VdbFactory, ReplacesStaleFiles)
         CDatabase* pDb = CDatabaseFactory::Create(cFolder.Connection());
         ASSERT_NE(pDb, nullptr);
         CSampleTable cTable;
-        {
-            CTransaction cTx(pDb, 60000);
-            ASSERT_TRUE(cTable.Open(pDb, nullptr, &cTx, false));
-            CIterator<TSampleRecord> cIt(&cTable, 0, &cTx);
-            ASSERT_TRUE(AddSample(cIt, 1, 100, L"old"));
-            cIt.Close();
-            ASSERT_TRUE(cTx.Commit(false, nullptr, nullptr));
-        }
+        ASSERT_TRUE(AddCommitted(pDb, cTable, 0, {{1, 100, L"old"}}));
         cTable.Close();
         pDb->Release();
     }
@@ -331,6 +349,52 @@ TEST(VdbFiles, TheJournalIsTheRollbackJournal)
     EXPECT_EQ(sqlite3_column_int64(pStmt, 0), 4294967295LL);
     EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(pStmt, 1)), ""); // the update was given up
     sqlite3_finalize(pStmt);
+    sqlite3_close(pRaw);
+}
+
+TEST(VdbTable, AnIndexWithRepeatableKeysCarriesTheWholeRecord)
+{
+    // Walking "sample" by Group+Time reads that index alone: after its keys
+    // come the ID (the order of equal keys) and every other field. The
+    // unique Name index holds its key only.
+    CTempFolder cFolder;
+    CDatabase* pDb = CDatabaseFactory::Create(cFolder.Connection());
+    ASSERT_NE(pDb, nullptr);
+    CSampleTable cTable;
+    ASSERT_TRUE(AddCommitted(pDb, cTable, 1, {{2, 20, L"b"}, {1, 30, L"c"}, {2, 10, L"a"}}));
+    {
+        CTransaction cTx(pDb, 60000);
+        CIterator<TSampleRecord> cIt(&cTable, 1, &cTx);
+        TSampleRecord t;
+        std::wstring strOrder;
+        for (bool b = cIt.GetFirst(&t, false); b; b = cIt.GetNext(&t, false))
+            strOrder += std::wstring(t.strName.wc_str()) + std::to_wstring(t.nID);
+        EXPECT_EQ(strOrder, L"c2a3b1");
+    }
+    cTable.Close();
+    pDb->Release();
+
+    sqlite3* pRaw = nullptr;
+    ASSERT_EQ(sqlite3_open_v2(cFolder.File("db.tdf").c_str(), &pRaw, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+    // The texts of one column of every row of a statement, each ended by ';'.
+    const auto Column = [pRaw](const char* pszSql, int nColumn) {
+        sqlite3_stmt* pStmt = nullptr;
+        std::string str;
+        if (sqlite3_prepare_v2(pRaw, pszSql, -1, &pStmt, nullptr) != SQLITE_OK)
+            return std::string("cannot prepare: ") + sqlite3_errmsg(pRaw);
+        while (sqlite3_step(pStmt) == SQLITE_ROW)
+            str += std::string(reinterpret_cast<const char*>(sqlite3_column_text(pStmt, nColumn))) + ";";
+        sqlite3_finalize(pStmt);
+        return str;
+    };
+    EXPECT_EQ(Column("SELECT sql FROM sqlite_schema WHERE type='index' ORDER BY name", 0),
+              "CREATE INDEX \"sample#1\" ON \"sample\"(f1,f2,f0,f3,f4,f5,f6,f7,f8);"
+              "CREATE UNIQUE INDEX \"sample#2\" ON \"sample\"(f3);");
+    // A step of the walk, as the cursor asks for it.
+    EXPECT_EQ(Column("EXPLAIN QUERY PLAN SELECT f0,f1,f2,f3,f4,f5,f6,f7,f8,rowid FROM \"sample\" "
+                     "WHERE (f1,f2,rowid)>(1,2,3) ORDER BY f1,f2,rowid",
+                     3),
+              "SEARCH sample USING COVERING INDEX sample#1 ((f1,f2)>(?,?));");
     sqlite3_close(pRaw);
 }
 
