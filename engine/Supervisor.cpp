@@ -30,6 +30,10 @@ typedef std::chrono::steady_clock TClock;
 
 // How often the supervisor looks at the worker when nothing happens.
 const int s_nPollMilliseconds = 100;
+// After a read, how long events gather in the pipe before the next: a
+// change brings several (phases, each command's start and end), and waking
+// for each costs the worker as much as the p4 commands' own bookkeeping.
+const int s_nGatherMilliseconds = 20;
 
 const char* SignalName(int nSignal)
 {
@@ -241,6 +245,8 @@ void CSupervisor::ReadChannel(int& nFd, TState& tState)
     {
         tState.strPending.append(ach, size_t(n));
         TakeEvents(tState);
+        // A signal ends the pause early, as it ends the poll.
+        ::poll(nullptr, 0, s_nGatherMilliseconds);
     }
     else if (n == 0 || (errno != EINTR && errno != EAGAIN))
         VCM::CloseDescriptor(nFd);
