@@ -31,11 +31,17 @@ const char* TypeName(int eType)
     }
 }
 
-// One line: compact, with text beyond ASCII as it is and invalid UTF-8
-// replaced.
-std::string LineText(const TJson& j)
+// One line, when there is a dump: the object the filler makes, compact,
+// with text beyond ASCII as it is and invalid UTF-8 replaced. Most runs
+// write no dump, and nothing is built for them.
+template <typename TFill> void WriteLine(std::FILE* pFile, TFill fnFill)
 {
-    return j.dump(-1, ' ', false, TJson::error_handler_t::replace) + "\n";
+    if (!pFile)
+        return;
+    TJson j;
+    fnFill(j);
+    const std::string strLine = j.dump(-1, ' ', false, TJson::error_handler_t::replace) + "\n";
+    std::fwrite(strLine.data(), 1, strLine.size(), pFile);
 }
 
 } // namespace
@@ -71,73 +77,58 @@ void CDumpWriter::Close()
     m_bOwned = false;
 }
 
-void CDumpWriter::Line(const std::string& strLine)
-{
-    if (m_pFile)
-        std::fwrite(strLine.data(), 1, strLine.size(), m_pFile);
-}
-
 void CDumpWriter::Stream(const TStreamInfo& tStream)
 {
-    // Most runs write no dump: nothing to build then.
-    if (!m_pFile)
-        return;
-    TJson j;
-    j["kind"] = "stream";
-    j["id"] = tStream.nID;
-    j["parent"] = tStream.nParentID;
-    j["name"] = Utf8(tStream.strName);
-    j["src"] = PathText(tStream.cSrcPath);
-    j["dst"] = PathText(tStream.cDstPath);
-    j["base"] = tStream.nBaseChangeID;
-    Line(LineText(j));
+    WriteLine(m_pFile, [&](TJson& j) {
+        j["kind"] = "stream";
+        j["id"] = tStream.nID;
+        j["parent"] = tStream.nParentID;
+        j["name"] = Utf8(tStream.strName);
+        j["src"] = PathText(tStream.cSrcPath);
+        j["dst"] = PathText(tStream.cDstPath);
+        j["base"] = tStream.nBaseChangeID;
+    });
 }
 
 void CDumpWriter::Change(unsigned int nStream, const TChangeInfo& tChange)
 {
-    if (!m_pFile)
-        return;
-    TJson j;
-    j["kind"] = "change";
-    j["stream"] = nStream;
-    j["id"] = tChange.nID;
-    j["user"] = Utf8(tChange.strUser);
-    j["time"] = tChange.tTime;
-    j["comment"] = Utf8(tChange.strComment);
-    j["items"] = tChange.nItemCount;
-    Line(LineText(j));
+    WriteLine(m_pFile, [&](TJson& j) {
+        j["kind"] = "change";
+        j["stream"] = nStream;
+        j["id"] = tChange.nID;
+        j["user"] = Utf8(tChange.strUser);
+        j["time"] = tChange.tTime;
+        j["comment"] = Utf8(tChange.strComment);
+        j["items"] = tChange.nItemCount;
+    });
 }
 
 void CDumpWriter::Item(const TChangeItemInfo& tItem, const std::string* pstrSha256)
 {
-    if (!m_pFile)
-        return;
-    TJson j;
-    j["kind"] = "item";
-    j["change"] = tItem.nChangeID;
-    const char* pszType = TypeName(tItem.eType);
-    if (pszType)
-        j["type"] = pszType;
-    else
-        j["type"] = int(tItem.eType);
-    j["path"] = PathText(tItem.cFilePath);
-    j["revision"] = tItem.nRevision;
-    if (pstrSha256)
-        j["sha256"] = *pstrSha256;
-    else
-        j["sha256"] = nullptr;
-    Line(LineText(j));
+    WriteLine(m_pFile, [&](TJson& j) {
+        j["kind"] = "item";
+        j["change"] = tItem.nChangeID;
+        const char* pszType = TypeName(tItem.eType);
+        if (pszType)
+            j["type"] = pszType;
+        else
+            j["type"] = int(tItem.eType);
+        j["path"] = PathText(tItem.cFilePath);
+        j["revision"] = tItem.nRevision;
+        if (pstrSha256)
+            j["sha256"] = *pstrSha256;
+        else
+            j["sha256"] = nullptr;
+    });
 }
 
 void CDumpWriter::Failure(const std::string& strCall, int nResult)
 {
-    if (!m_pFile)
-        return;
-    TJson j;
-    j["kind"] = "failure";
-    j["call"] = strCall;
-    j["result"] = nResult;
-    Line(LineText(j));
+    WriteLine(m_pFile, [&](TJson& j) {
+        j["kind"] = "failure";
+        j["call"] = strCall;
+        j["result"] = nResult;
+    });
 }
 
 } // namespace IMP

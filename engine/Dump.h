@@ -38,8 +38,6 @@ public:
     void Failure(const std::string& strCall, int nResult);
 
 private:
-    void Line(const std::string& strLine);
-
     std::FILE* m_pFile = nullptr;
     bool m_bOwned = false;
 };

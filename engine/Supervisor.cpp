@@ -31,8 +31,9 @@ typedef std::chrono::steady_clock TClock;
 // How often the supervisor looks at the worker when nothing happens.
 const int s_nPollMilliseconds = 100;
 // After a read, how long events gather in the pipe before the next: a
-// change brings several (phases, each command's start and end), and waking
-// for each costs the worker as much as the p4 commands' own bookkeeping.
+// change brings several (phases, each command's start and end), and on a
+// small machine a wake-up for each takes CPU from the worker and its p4
+// commands.
 const int s_nGatherMilliseconds = 20;
 
 const char* SignalName(int nSignal)

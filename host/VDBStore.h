@@ -138,8 +138,6 @@ public:
     // Makes the SQL table and indexes when the database lacks them (again,
     // after a given-up transaction removed them). False on failure.
     bool EnsureCreated();
-    // The columns of an index, in parentheses, as CREATE INDEX takes them.
-    std::string IndexColumns(const TIndexLayout& tLayout) const;
     bool Exists();
 
     // Statements, made on first use.
@@ -173,6 +171,8 @@ public:
 
 private:
     CStatement* Make(std::unique_ptr<CStatement>& pStmt, const std::string& strSql);
+    // The columns of an index, in parentheses, as CREATE INDEX takes them.
+    std::string IndexColumns(const TIndexLayout& tLayout) const;
 
     CStore* m_pStore;
     std::string m_strName;       // UTF-8

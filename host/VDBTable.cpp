@@ -367,10 +367,13 @@ std::string CTableState::IndexColumns(const TIndexLayout& tLayout) const
     // columns.
     if (tLayout.bUnique || !IsNumbered())
         return tLayout.strKeyTuple;
-    std::string strColumns = tLayout.strKeyTuple.substr(0, tLayout.strKeyTuple.size() - 1);
+    std::vector<unsigned> anColumns = tLayout.anKeys;
     for (unsigned nField = 0; nField < m_aFields.size(); ++nField)
         if (std::find(tLayout.anKeys.begin(), tLayout.anKeys.end(), nField) == tLayout.anKeys.end())
-            strColumns += "," + Column(nField);
+            anColumns.push_back(nField);
+    std::string strColumns;
+    for (unsigned nField : anColumns)
+        strColumns += (strColumns.empty() ? "(" : ",") + Column(nField);
     return strColumns + ")";
 }
 
