@@ -1,6 +1,7 @@
 #include "Process.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <limits.h>
 #include <unistd.h>
 
@@ -29,6 +30,26 @@ int RunProcess(const std::vector<std::string>& astrArgv, const std::string& strI
         *pstrError = VCM::ReadAllBytes(*cCapture.GetStdErrorStream());
     return nStatus;
 }
+
+namespace {
+
+// What the child's input pipe should hold: enough for this program to hand
+// over a change's files and commit and go on while the child is still busy
+// with the one before.
+const int s_nInputPipeBytes = 1 << 20;
+// The system's own size, below which there is nothing to ask for.
+const int s_nDefaultPipeBytes = 64 << 10;
+
+// Asks for the largest pipe up to nBytes that the system grants (a user's
+// limit may be lower); the pipe keeps its size when none is.
+void EnlargePipe(int nFd, int nBytes)
+{
+    for (int n = nBytes; n > s_nDefaultPipeBytes; n /= 2)
+        if (::fcntl(nFd, F_SETPIPE_SZ, n) >= 0)
+            return;
+}
+
+} // namespace
 
 CChild::~CChild()
 {
@@ -62,6 +83,7 @@ bool CChild::Start(const std::vector<std::string>& astrArgv, std::string* pstrEr
     }
     m_fdIn = afdIn[1];
     m_fdOut = afdOut[0];
+    EnlargePipe(m_fdIn, s_nInputPipeBytes);
     return true;
 }
 
@@ -96,6 +118,12 @@ bool CChild::ReadLine(std::string& strLine)
             return false;
         m_strPending.append(ach, size_t(r));
     }
+}
+
+size_t CChild::InputPipeBytes() const
+{
+    const int n = m_fdIn >= 0 ? ::fcntl(m_fdIn, F_GETPIPE_SZ) : -1;
+    return n > 0 ? static_cast<size_t>(n) : 0;
 }
 
 int CChild::Finish()

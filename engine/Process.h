@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -35,7 +36,9 @@ public:
 
     // Starts the child in its own process group, so that a terminal's
     // interrupt reaches this program only and the child can be ended
-    // cleanly. Its standard error is inherited.
+    // cleanly. Its standard error is inherited. Its input pipe holds 1 MiB
+    // where the system allows it (else as much as it grants): a writer
+    // rarely waits for a child that works through what came before.
     bool Start(const std::vector<std::string>& astrArgv, std::string* pstrError);
     bool Write(const std::string& strData);
     bool Write(const char* p, size_t n);
@@ -44,6 +47,8 @@ public:
     // Closes the input and waits for the child: its exit status.
     int Finish();
     pid_t Pid() const { return m_cProcess.GetPid(); }
+    // What the input pipe holds before a write waits; 0 when there is none.
+    size_t InputPipeBytes() const;
 
 private:
     VCM::CChildProcess m_cProcess;
