@@ -59,7 +59,9 @@ TEST(Child, AProgramThatIsNotThereIsNamed)
 {
     CChild cChild;
     std::string strError;
-    EXPECT_FALSE(cChild.Start({"orvane-no-such-program"}, &strError));
-    EXPECT_EQ("cannot run orvane-no-such-program: No such file or directory", strError);
+    // A path, not a name looked up along PATH: a folder there that this
+    // user may not search would make it "Permission denied".
+    EXPECT_FALSE(cChild.Start({"/nonexistent/orvane-no-such-program"}, &strError));
+    EXPECT_EQ("cannot run /nonexistent/orvane-no-such-program: No such file or directory", strError);
     EXPECT_EQ(0u, cChild.InputPipeBytes());
 }
