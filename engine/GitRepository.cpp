@@ -220,22 +220,43 @@ bool CGitRepository::StartFastImport()
     if (m_bStartFailed || m_strDirectory.empty())
         return false;
     std::ofstream(RunMarker()) << ::getpid() << "\n";
-    std::string strError;
-    if (!m_cChild.Start({"git", "--git-dir=" + m_strDirectory, "fast-import", "--quiet", "--done"}, &strError))
+    if (!m_cChild.Start({"git", "--git-dir=" + m_strDirectory, "fast-import", "--quiet", "--done"}, &m_strStartError))
     {
         m_bStartFailed = true;
         std::error_code ec;
         fs::remove(RunMarker(), ec);
         return false;
     }
+    m_bStarted = true;
     return true;
 }
 
 bool CGitRepository::CChildSink::Write(const char* p, size_t n)
 {
-    if (m_cRepository.m_cChild.Pid() <= 0 && !m_cRepository.StartFastImport())
+    // Started once: a fast-import that ended is not started again.
+    if (!m_cRepository.m_bStarted && !m_cRepository.StartFastImport())
         return false;
     return m_cRepository.m_cChild.Write(p, n);
+}
+
+namespace {
+
+// How fast-import ended, for the last line of a run: git's own lines about
+// it come before.
+std::string FastImportEnded(int nStatus)
+{
+    if (nStatus <= 0)
+        return "git fast-import stopped (see its message above)";
+    return "git fast-import stopped (exit status " + std::to_string(nStatus) + "; see its message above)";
+}
+
+} // namespace
+
+std::string CGitRepository::StopMessage()
+{
+    if (m_bStartFailed)
+        return m_strStartError;
+    return FastImportEnded(m_bStarted ? m_cChild.Finish() : 0);
 }
 
 bool CGitRepository::ReadHistory(const std::string& strBranch, std::vector<TGitCommit>& atCommits,
@@ -305,7 +326,7 @@ bool CGitRepository::Close(const std::string& strHeadBranch, std::string& strErr
     Unlock();
     if (nStatus != 0 || Failed() || m_bStartFailed)
     {
-        strError = "git fast-import failed (exit status " + std::to_string(nStatus) + ")";
+        strError = StopMessage();
         m_cWriter.SetFailed();
         return false;
     }

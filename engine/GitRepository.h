@@ -83,8 +83,12 @@ public:
     // was written. False with a message when git reported an error.
     bool Close(const std::string& strHeadBranch, std::string& strError);
     bool Failed() const { return m_cWriter.Failed(); }
+    // After a failed write: waits for fast-import to end (its input is
+    // closed, so it does) and says how it ended. The message is the one
+    // that Close gives for the same end, however late the failure was seen.
+    std::string StopMessage();
     // Something was sent to fast-import in this run.
-    bool Wrote() const { return m_cChild.Pid() > 0; }
+    bool Wrote() const { return m_bStarted; }
     const std::string& Directory() const { return m_strDirectory; }
 
 private:
@@ -115,7 +119,9 @@ private:
     std::string m_strDirectory;
     int m_nLock = -1;
     bool m_bContinued = false;
+    bool m_bStarted = false;
     bool m_bStartFailed = false;
+    std::string m_strStartError;
     std::vector<std::string> m_astrRecovered;
     double m_fSaveSeconds = 60;
     std::chrono::steady_clock::time_point m_tLastSave;

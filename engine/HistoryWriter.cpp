@@ -161,7 +161,7 @@ unsigned CHistoryWriter::Commit(const TChangeInfo& tChange)
     }
     const unsigned nMark = m_pGit->Writer().Commit(tCommit, m_cTracker.Tree(), m_tDelta);
     if (!m_pGit->CommitWritten())
-        throw EStop(eExitFailure, "git fast-import stopped (see its message above)");
+        throw EStop(eExitFailure, m_pGit->StopMessage());
     return nMark;
 }
 

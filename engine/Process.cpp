@@ -129,7 +129,6 @@ size_t CChild::InputPipeBytes() const
 int CChild::Finish()
 {
     VCM::CloseDescriptor(m_fdIn);
-    int nStatus = VCM::eStatusNotFound;
     if (m_cProcess.IsRunning())
     {
         // Drain what is left so that the child never blocks on a full pipe.
@@ -145,10 +144,10 @@ int CChild::Finish()
                     break;
             }
         }
-        nStatus = m_cProcess.Wait();
+        m_nStatus = m_cProcess.Wait();
     }
     VCM::CloseDescriptor(m_fdOut);
-    return nStatus;
+    return m_nStatus;
 }
 
 } // namespace IMP

@@ -44,7 +44,9 @@ public:
     bool Write(const char* p, size_t n);
     // Reads one line of the child's standard output, without its end.
     bool ReadLine(std::string& strLine);
-    // Closes the input and waits for the child: its exit status.
+    // Closes the input and waits for the child: its exit status (128 + N
+    // when signal N ended it; 127 when it never ran). Once it has ended,
+    // the same status again.
     int Finish();
     pid_t Pid() const { return m_cProcess.GetPid(); }
     // What the input pipe holds before a write waits; 0 when there is none.
@@ -54,6 +56,7 @@ private:
     VCM::CChildProcess m_cProcess;
     int m_fdIn = -1;
     int m_fdOut = -1;
+    int m_nStatus = VCM::eStatusNotFound;
     std::string m_strPending;
 };
 

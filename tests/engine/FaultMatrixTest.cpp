@@ -501,7 +501,8 @@ TEST_F(CDiskFullTest, Repository)
     // git's own lines about the full disk come first.
     const std::vector<std::string> astrMessage = MessageLines(r.strErr);
     ASSERT_FALSE(astrMessage.empty());
-    EXPECT_EQ("orvane-import: error: git fast-import stopped (see its message above)", astrMessage.back());
+    EXPECT_EQ("orvane-import: error: git fast-import stopped (exit status 128; see its message above)",
+              astrMessage.back());
     EXPECT_NE(std::string::npos, r.strErr.find("Out of diskspace")) << r.strErr;
     EXPECT_EQ(std::vector<std::string>{s_strNoClient}, FailureEntries(ReadWholeFile(m_strLog)));
     ExpectNoHarm(r);
@@ -557,7 +558,9 @@ TEST_F(CFaultTest, FastImportDies)
     r.nStatus = cEngine.Wait();
     r.strErr = ReadWholeFile(strErr);
     EXPECT_EQ(1, r.nStatus);
-    EXPECT_EQ(std::vector<std::string>{"orvane-import: error: git fast-import stopped (see its message above)"},
+    // Killed: 128 + SIGKILL.
+    EXPECT_EQ(std::vector<std::string>{"orvane-import: error: git fast-import stopped (exit status 137; see its "
+                                       "message above)"},
               MessageLines(r.strErr));
     EXPECT_EQ(std::vector<std::string>{s_strNoClient}, FailureEntries(ReadWholeFile(m_strLog)));
     ExpectNoHarm(r);

@@ -1,6 +1,9 @@
 // The repository written through git fast-import, and read back.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
+
 #include "Digest.h"
 #include "EngineHarness.h"
 #include "GitRepository.h"
@@ -18,6 +21,19 @@ std::string Git(const std::string& strDir, const std::vector<std::string>& astrA
     const TResult r = RunProgram(astr, {{"GIT_CONFIG_NOSYSTEM", "1"}, {"GIT_CONFIG_GLOBAL", "/dev/null"}});
     EXPECT_EQ(0, r.nStatus) << r.strErr;
     return r.strOut;
+}
+
+// A commit naming a blob that was never sent: fast-import ends with an
+// error when it reads it.
+void SendCommitOfAnUnsentBlob(CGitRepository& cGit)
+{
+    TTree tTree = {{"a.txt", Entry(0100644, "never sent\n")}};
+    CFastImportWriter::TCommit tCommit;
+    tCommit.strBranch = "main";
+    tCommit.strName = "jo";
+    tCommit.strEmail = "jo";
+    tCommit.bFullTree = true;
+    cGit.Writer().Commit(tCommit, tTree, TTreeDelta());
 }
 
 } // namespace
@@ -95,15 +111,45 @@ TEST(GitRepository, AFastImportErrorFailsTheClose)
     CGitRepository cGit;
     std::string strError;
     ASSERT_TRUE(cGit.Open(tScratch.Path() + "/out.git", strError)) << strError;
-    // A commit naming a blob that was never sent.
-    TTree tTree = {{"a.txt", Entry(0100644, "never sent\n")}};
-    CFastImportWriter::TCommit tCommit;
-    tCommit.strBranch = "main";
-    tCommit.strName = "jo";
-    tCommit.strEmail = "jo";
-    tCommit.bFullTree = true;
-    cGit.Writer().Commit(tCommit, tTree, TTreeDelta());
+    SendCommitOfAnUnsentBlob(cGit);
     EXPECT_FALSE(cGit.Close(std::string(), strError));
-    EXPECT_EQ(0u, strError.find("git fast-import failed (exit status "));
+    EXPECT_EQ("git fast-import stopped (exit status 128; see its message above)", strError);
     EXPECT_TRUE(cGit.Failed());
+}
+
+TEST(GitRepository, AStopSeenAtAWriteIsToldAsTheCloseTellsIt)
+{
+    TScratch tScratch;
+    CGitRepository cGit;
+    std::string strError;
+    ASSERT_TRUE(cGit.Open(tScratch.Path() + "/out.git", strError)) << strError;
+    SendCommitOfAnUnsentBlob(cGit);
+    // However soon the failure is seen: fast-import is waited for, and the
+    // close says the same.
+    EXPECT_EQ("git fast-import stopped (exit status 128; see its message above)", cGit.StopMessage());
+    EXPECT_FALSE(cGit.Close(std::string(), strError));
+    EXPECT_EQ("git fast-import stopped (exit status 128; see its message above)", strError);
+    // No marker of a running fast-import is left for the next run.
+    EXPECT_FALSE(std::filesystem::exists(tScratch.Path() + "/out.git/orvane-import.running"));
+}
+
+TEST(GitRepository, AGitThatCannotBeStartedIsNamed)
+{
+    TScratch tScratch;
+    CGitRepository cGit;
+    std::string strError;
+    ASSERT_TRUE(cGit.Open(tScratch.Path() + "/out.git", strError)) << strError;
+    // git is looked up along PATH when fast-import starts: an empty folder.
+    const std::string strEmpty = tScratch.Path() + "/empty";
+    ASSERT_TRUE(std::filesystem::create_directory(strEmpty));
+    const char* pszPath = std::getenv("PATH");
+    const std::string strPath = pszPath ? pszPath : "";
+    ::setenv("PATH", strEmpty.c_str(), 1);
+    const bool bSent = cGit.Writer().Done();
+    ::setenv("PATH", strPath.c_str(), 1);
+    EXPECT_FALSE(bSent);
+    EXPECT_EQ("cannot run git: No such file or directory", cGit.StopMessage());
+    EXPECT_FALSE(cGit.Close(std::string(), strError));
+    EXPECT_EQ("cannot run git: No such file or directory", strError);
+    EXPECT_FALSE(std::filesystem::exists(tScratch.Path() + "/out.git/orvane-import.running"));
 }
