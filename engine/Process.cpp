@@ -59,13 +59,20 @@ CChild::~CChild()
 
 bool CChild::Start(const std::vector<std::string>& astrArgv, std::string* pstrError)
 {
+    // Every failure names its reason: the caller's message is made of it.
+    const auto fnFail = [&](int nError) {
+        if (pstrError)
+            *pstrError = "cannot run " + astrArgv[0] + ": " + VCM::ErrorText(nError);
+        return false;
+    };
     int afdIn[2], afdOut[2];
     if (!VCM::MakePipe(afdIn))
-        return false;
+        return fnFail(errno);
     if (!VCM::MakePipe(afdOut))
     {
+        const int nError = errno;
         VCM::CloseDescriptor(afdIn[0]), VCM::CloseDescriptor(afdIn[1]);
-        return false;
+        return fnFail(nError);
     }
     VCM::TSpawnOptions tOptions;
     tOptions.nStdIn = afdIn[0];
@@ -77,9 +84,7 @@ bool CChild::Start(const std::vector<std::string>& astrArgv, std::string* pstrEr
     if (nError != 0)
     {
         VCM::CloseDescriptor(afdIn[1]), VCM::CloseDescriptor(afdOut[0]);
-        if (pstrError)
-            *pstrError = "cannot run " + astrArgv[0] + ": " + VCM::ErrorText(nError);
-        return false;
+        return fnFail(nError);
     }
     m_fdIn = afdIn[1];
     m_fdOut = afdOut[0];

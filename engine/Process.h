@@ -38,7 +38,8 @@ public:
     // interrupt reaches this program only and the child can be ended
     // cleanly. Its standard error is inherited. Its input pipe holds 1 MiB
     // where the system allows it (else as much as it grants): a writer
-    // rarely waits for a child that works through what came before.
+    // rarely waits for a child that works through what came before. False,
+    // with the reason in *pstrError, when it cannot be started.
     bool Start(const std::vector<std::string>& astrArgv, std::string* pstrError);
     bool Write(const std::string& strData);
     bool Write(const char* p, size_t n);
