@@ -78,6 +78,7 @@ bool CChild::Start(const std::vector<std::string>& astrArgv, std::string* pstrEr
     tOptions.nStdIn = afdIn[0];
     tOptions.nStdOut = afdOut[1];
     tOptions.bOwnProcessGroup = true;
+    tOptions.bBatchScheduling = true;
     const int nError = m_cProcess.Start(astrArgv, tOptions);
     VCM::CloseDescriptor(afdIn[0]);
     VCM::CloseDescriptor(afdOut[1]);

@@ -38,8 +38,11 @@ public:
     // interrupt reaches this program only and the child can be ended
     // cleanly. Its standard error is inherited. Its input pipe holds 1 MiB
     // where the system allows it (else as much as it grants): a writer
-    // rarely waits for a child that works through what came before. False,
-    // with the reason in *pstrError, when it cannot be started.
+    // rarely waits for a child that works through what came before. It is
+    // scheduled as batch work: waking on new input, it does not take the
+    // processor from this program, whose work is what the run waits for,
+    // but uses what is free. False, with the reason in *pstrError, when it
+    // cannot be started.
     bool Start(const std::vector<std::string>& astrArgv, std::string* pstrError);
     bool Write(const std::string& strData);
     bool Write(const char* p, size_t n);

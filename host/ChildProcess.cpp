@@ -10,6 +10,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <sched.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -176,6 +177,14 @@ int CChildProcess::Start(const std::vector<std::string>& astrArgs, const TSpawnO
         return nResult;
     m_nPid = nPid;
     m_bOwnGroup = tOptions.bOwnProcessGroup;
+    if (tOptions.bBatchScheduling)
+    {
+        // Set from here, once the child runs: a system that refuses it must
+        // not cost the start. Until then the child runs as any other, which
+        // changes nothing for a consumer that waits for its input.
+        const sched_param tParam = {};
+        ::sched_setscheduler(nPid, SCHED_BATCH, &tParam);
+    }
     return 0;
 }
 

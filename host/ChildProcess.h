@@ -32,6 +32,12 @@ struct TSpawnOptions
     // The child leads a process group of its own: a terminal's interrupt
     // reaches this process only, and Signal reaches the child's whole group.
     bool bOwnProcessGroup = false;
+    // The child is scheduled as batch work (SCHED_BATCH): when it wakes it
+    // does not take the processor from a running task, it uses what is
+    // free. For a consumer whose work nobody waits for, so that it never
+    // interrupts the producer feeding it. Where the system refuses, the
+    // child runs as any other.
+    bool bBatchScheduling = false;
 };
 
 // Exit statuses of a child that could not be started, as a shell gives them.

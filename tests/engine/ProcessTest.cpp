@@ -1,7 +1,9 @@
 // A long-running child with pipes both ways: what it is sent comes back,
-// and its input pipe is large enough for a writer not to wait on it.
+// its input pipe is large enough for a writer not to wait on it, and it
+// runs as batch work.
 #include <gtest/gtest.h>
 
+#include <sched.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -52,6 +54,16 @@ TEST(Child, ItsInputPipeHoldsAMebibyteWhereTheSystemGrantsIt)
     std::string strError;
     ASSERT_TRUE(cChild.Start({"cat"}, &strError)) << strError;
     EXPECT_EQ(GrantedPipeBytes(1u << 20), cChild.InputPipeBytes());
+    EXPECT_EQ(0, cChild.Finish());
+}
+
+TEST(Child, RunsAsBatchWorkThatNeverTakesTheProcessorFromItsWriter)
+{
+    CChild cChild;
+    std::string strError;
+    ASSERT_TRUE(cChild.Start({"cat"}, &strError)) << strError;
+    EXPECT_EQ(SCHED_BATCH, ::sched_getscheduler(cChild.Pid()));
+    EXPECT_EQ(SCHED_OTHER, ::sched_getscheduler(0));
     EXPECT_EQ(0, cChild.Finish());
 }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -52,12 +53,13 @@ struct TBlockedChild
     CChildProcess cChild;
     int anPipe[2] = {-1, -1};
 
-    explicit TBlockedChild(bool bOwnGroup = false)
+    explicit TBlockedChild(bool bOwnGroup = false, bool bBatch = false)
     {
         EXPECT_TRUE(ORVANE::VCM::MakePipe(anPipe));
         TSpawnOptions tOptions;
         tOptions.nStdIn = anPipe[0];
         tOptions.bOwnProcessGroup = bOwnGroup;
+        tOptions.bBatchScheduling = bBatch;
         EXPECT_EQ(0, cChild.Start({s_strChild, "cat"}, tOptions));
         ORVANE::VCM::CloseDescriptor(anPipe[0]);
     }
@@ -193,6 +195,20 @@ TEST(CChildProcess, WithoutItsOwnGroupItSharesOurs)
     EXPECT_EQ(::getpgrp(), ::getpgid(tBlocked.cChild.GetPid()));
     EXPECT_TRUE(tBlocked.cChild.Signal(SIGINT));
     EXPECT_EQ(128 + SIGINT, tBlocked.cChild.Wait());
+}
+
+TEST(CChildProcess, ABatchChildIsScheduledAsBatchWorkAndOthersAreNot)
+{
+    TBlockedChild tBatch(false, true);
+    TBlockedChild tOther(false, false);
+    EXPECT_EQ(SCHED_BATCH, ::sched_getscheduler(tBatch.cChild.GetPid()));
+    EXPECT_EQ(SCHED_OTHER, ::sched_getscheduler(tOther.cChild.GetPid()));
+    // This process is left as it was.
+    EXPECT_EQ(SCHED_OTHER, ::sched_getscheduler(0));
+    EXPECT_TRUE(tBatch.cChild.Signal(SIGTERM));
+    EXPECT_EQ(128 + SIGTERM, tBatch.cChild.Wait());
+    EXPECT_TRUE(tOther.cChild.Signal(SIGTERM));
+    EXPECT_EQ(128 + SIGTERM, tOther.cChild.Wait());
 }
 
 TEST(CChildProcess, NoChildOutlivesItsOwner)
