@@ -20,16 +20,20 @@ std::string Join(const std::string& strRoot, const std::string& strRelative)
     return strRelative.empty() ? strRoot : strRoot + "/" + strRelative;
 }
 
-bool ReadFile(const std::string& strPath, std::string& strContent)
+// Reads the whole file into strContent, straight into its place: the size
+// the caller saw is where reading starts, more is taken when the file grew.
+bool ReadFile(const std::string& strPath, size_t nSizeSeen, std::string& strContent)
 {
     const int fd = open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
     if (fd < 0)
         return false;
-    strContent.clear();
-    char ach[65536];
+    strContent.resize(nSizeSeen);
+    size_t nDone = 0;
     for (;;)
     {
-        const ssize_t r = read(fd, ach, sizeof(ach));
+        if (nDone == strContent.size())
+            strContent.resize(nDone + 65536);
+        const ssize_t r = read(fd, &strContent[nDone], strContent.size() - nDone);
         if (r < 0 && errno == EINTR)
             continue;
         if (r < 0)
@@ -39,9 +43,37 @@ bool ReadFile(const std::string& strPath, std::string& strContent)
         }
         if (r == 0)
             break;
-        strContent.append(ach, size_t(r));
+        nDone += size_t(r);
     }
     close(fd);
+    strContent.resize(nDone);
+    return true;
+}
+
+// ReadEntry for a path whose lstat the caller has.
+bool ReadEntryAs(const std::string& strPath, const struct stat& st, TEntry& tEntry, std::string* pstrContent)
+{
+    std::string strContent;
+    if (S_ISLNK(st.st_mode))
+    {
+        std::vector<char> ach(size_t(st.st_size > 0 ? st.st_size : 0) + 4096);
+        const ssize_t n = readlink(strPath.c_str(), ach.data(), ach.size());
+        if (n < 0)
+            return false;
+        strContent.assign(ach.data(), size_t(n));
+        tEntry.nMode = 0120000;
+    }
+    else if (S_ISREG(st.st_mode))
+    {
+        if (!ReadFile(strPath, size_t(st.st_size > 0 ? st.st_size : 0), strContent))
+            return false;
+        tEntry.nMode = (st.st_mode & S_IXUSR) ? 0100755 : 0100644;
+    }
+    else
+        return false;
+    tEntry.strBlob = GitBlobName(strContent);
+    if (pstrContent)
+        *pstrContent = std::move(strContent);
     return true;
 }
 
@@ -72,7 +104,7 @@ void ScanInto(const std::string& strRoot, const std::string& strRelative, TTree&
         }
         TEntry tEntry;
         std::string strContent;
-        if (!ReadEntry(Join(strRoot, strPath), tEntry, &strContent))
+        if (!ReadEntryAs(Join(strRoot, strPath), st, tEntry, &strContent))
             continue;
         if (fnSink)
         {
@@ -139,13 +171,14 @@ void UpdateFolder(const std::string& strRoot, const std::string& strPath, TTree&
         Apply(tTree, kv.first, kv.second, tDelta);
 }
 
-// A file or symbolic link that came, changed or went.
-void UpdateFile(const std::string& strRoot, const std::string& strPath, TTree& tTree, TTreeDelta& tDelta,
-                const TBlobSink& fnSink)
+// A file or symbolic link that came or changed (st: what lstat saw), or
+// that went between that look and the reading.
+void UpdateFile(const std::string& strRoot, const std::string& strPath, const struct stat& st, TTree& tTree,
+                TTreeDelta& tDelta, const TBlobSink& fnSink)
 {
     TEntry tEntry;
     std::string strContent;
-    if (!ReadEntry(Join(strRoot, strPath), tEntry, &strContent))
+    if (!ReadEntryAs(Join(strRoot, strPath), st, tEntry, &strContent))
     {
         RemoveBelow(tTree, strPath, tDelta, true);
         return;
@@ -164,30 +197,7 @@ void UpdateFile(const std::string& strRoot, const std::string& strPath, TTree& t
 bool ReadEntry(const std::string& strPath, TEntry& tEntry, std::string* pstrContent)
 {
     struct stat st;
-    if (lstat(strPath.c_str(), &st) != 0)
-        return false;
-    std::string strContent;
-    if (S_ISLNK(st.st_mode))
-    {
-        std::vector<char> ach(size_t(st.st_size > 0 ? st.st_size : 0) + 4096);
-        const ssize_t n = readlink(strPath.c_str(), ach.data(), ach.size());
-        if (n < 0)
-            return false;
-        strContent.assign(ach.data(), size_t(n));
-        tEntry.nMode = 0120000;
-    }
-    else if (S_ISREG(st.st_mode))
-    {
-        if (!ReadFile(strPath, strContent))
-            return false;
-        tEntry.nMode = (st.st_mode & S_IXUSR) ? 0100755 : 0100644;
-    }
-    else
-        return false;
-    tEntry.strBlob = GitBlobName(strContent);
-    if (pstrContent)
-        *pstrContent = std::move(strContent);
-    return true;
+    return lstat(strPath.c_str(), &st) == 0 && ReadEntryAs(strPath, st, tEntry, pstrContent);
 }
 
 void ScanTree(const std::string& strRoot, TTree& tTree, const TBlobSink& fnSink, const TTree* pOld)
@@ -213,7 +223,7 @@ void UpdateTree(const std::string& strRoot, const std::set<std::string>& setDirt
         else if (S_ISDIR(st.st_mode))
             UpdateFolder(strRoot, strPath, tTree, tDelta, fnSink);
         else
-            UpdateFile(strRoot, strPath, tTree, tDelta, fnSink);
+            UpdateFile(strRoot, strPath, st, tTree, tDelta, fnSink);
     }
 }
 

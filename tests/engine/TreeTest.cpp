@@ -123,6 +123,34 @@ TEST_F(CTreeTest, ReadEntryGivesModeNameAndContent)
     EXPECT_FALSE(ReadEntry(m_strRoot + "/none", tEntry, nullptr));
 }
 
+TEST_F(CTreeTest, LargeAndEmptyFilesAreReadWhole)
+{
+    // Larger than one read, and not a multiple of its size.
+    std::string strLarge;
+    for (unsigned i = 0; strLarge.size() < 200001; ++i)
+        strLarge += std::to_string(i) + (i % 7 ? " " : "\n");
+    strLarge.resize(200001);
+    Write("large.bin", strLarge);
+    Write("empty", "");
+    TEntry tEntry;
+    std::string strContent;
+    ASSERT_TRUE(ReadEntry(m_strRoot + "/large.bin", tEntry, &strContent));
+    EXPECT_EQ(200001u, strContent.size());
+    EXPECT_EQ(strLarge, strContent);
+    EXPECT_EQ(GitBlobName(strLarge), tEntry.strBlob);
+    ASSERT_TRUE(ReadEntry(m_strRoot + "/empty", tEntry, &strContent));
+    EXPECT_EQ("", strContent);
+    EXPECT_EQ("e69de29bb2d1d6434b8b29ae775ad8c2e48c5391", tEntry.strBlob);
+    // The same through the watch and a scan.
+    ScanTree(m_strRoot, m_tTree);
+    ASSERT_TRUE(m_cWatch.Start(m_strRoot));
+    Write("large.bin", strLarge + "tail");
+    const TTreeDelta tDelta = Step();
+    EXPECT_EQ(std::set<std::string>{"large.bin"}, tDelta.setChanged);
+    EXPECT_EQ(GitBlobName(strLarge + "tail"), m_tTree.at("large.bin").strBlob);
+    EXPECT_EQ(1u, m_setSent.count(GitBlobName(strLarge + "tail")));
+}
+
 TEST_F(CTreeTest, ScanSendsOnlyWhatIsNewToTheSink)
 {
     Write("a", "1");

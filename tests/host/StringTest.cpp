@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdarg>
+#include <cwchar>
+#include <string>
 
 #include "host/String.h"
 
@@ -16,6 +19,20 @@ CString FormatThroughV(const wchar_t* pszFormat, ...)
     str.FormatV(pszFormat, args);
     va_end(args);
     return str;
+}
+
+// What the C library's wide printf makes of the format (in which %s would
+// be a narrow string: wide text is %ls there).
+template <typename... TArgs> std::wstring AsTheCLibraryWrites(const wchar_t* pszFormat, TArgs... args)
+{
+    wchar_t ach[512];
+    const int n = std::swprintf(ach, sizeof(ach) / sizeof(ach[0]), pszFormat, args...);
+    return n < 0 ? L"<error>" : std::wstring(ach, static_cast<size_t>(n));
+}
+
+std::wstring Text(const CString& str)
+{
+    return std::wstring(str.wc_str());
 }
 
 } // namespace
@@ -100,6 +117,32 @@ TEST(CString, FormatMayUseItsOwnText)
     CString str(L"abc");
     str.Format(L"%s-%s", str, str);
     EXPECT_TRUE(str == CString(L"abc-abc"));
+}
+
+TEST(CString, PlainConversionsAreWrittenAsTheCLibraryWritesThem)
+{
+    EXPECT_EQ(L"-G describe -s 12345", Text(FormatThroughV(L"-G describe -s %u", 12345u)));
+    EXPECT_EQ(L"//depot/main/a b.c#3", Text(FormatThroughV(L"%s#%d", L"//depot/main/a b.c", 3)));
+    EXPECT_EQ(AsTheCLibraryWrites(L"%ls#%d", L"//depot/x", 3), Text(FormatThroughV(L"%s#%d", L"//depot/x", 3)));
+    EXPECT_EQ(AsTheCLibraryWrites(L"[%d|%i|%u]", INT_MIN, INT_MAX, UINT_MAX),
+              Text(FormatThroughV(L"[%d|%i|%u]", INT_MIN, INT_MAX, UINT_MAX)));
+    EXPECT_EQ(L"[-2147483648|2147483647|4294967295]", Text(FormatThroughV(L"[%d|%i|%u]", INT_MIN, INT_MAX, UINT_MAX)));
+    EXPECT_EQ(AsTheCLibraryWrites(L"[%ld|%li|%lu|%d]", LONG_MIN, LONG_MAX, ULONG_MAX, 0),
+              Text(FormatThroughV(L"[%ld|%li|%lu|%d]", LONG_MIN, LONG_MAX, ULONG_MAX, 0)));
+    EXPECT_EQ(AsTheCLibraryWrites(L"%ls|%ls|%%|100%%", L"Grüße", static_cast<const wchar_t*>(nullptr)),
+              Text(FormatThroughV(L"%s|%ls|%%|100%%", L"Grüße", static_cast<const wchar_t*>(nullptr))));
+    EXPECT_EQ(L"Grüße|(null)|%|100%",
+              Text(FormatThroughV(L"%s|%ls|%%|100%%", L"Grüße", static_cast<const wchar_t*>(nullptr))));
+    EXPECT_EQ(L"", Text(FormatThroughV(L"")));
+    EXPECT_EQ(L"no conversions", Text(FormatThroughV(L"no conversions")));
+}
+
+TEST(CString, AFormatWithMoreThanPlainConversionsIsFormattedWhole)
+{
+    // The plain conversions before the width are not taken twice.
+    EXPECT_EQ(L"a:7:    9|x", Text(FormatThroughV(L"%s:%u:%5d|%s", L"a", 7u, 9, L"x")));
+    EXPECT_EQ(L"ff 0x1f 007", Text(FormatThroughV(L"%x %#x %03d", 255, 31, 7)));
+    EXPECT_EQ(L"12 ab", Text(FormatThroughV(L"%lld %.2s", 12ll, L"abc")));
 }
 
 TEST(CString, FormatV)
