@@ -341,6 +341,13 @@ void CImport::ImportStreams()
 
 std::string CImport::Finish()
 {
+    // Every change is read: the workspace goes while git writes its pack
+    // and the module removes its client.
+    if (!m_cWorkspace.Path().empty() && !m_tOptions.bKeepWorkspace)
+    {
+        m_cHistory.Stop();
+        m_cWorkspace.StartRemoval();
+    }
     if (m_pGit)
     {
         std::string strError;

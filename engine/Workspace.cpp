@@ -1,12 +1,15 @@
 #include "Workspace.h"
 
 #include <errno.h>
+#include <pthread.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
+#include <system_error>
 
 #include "Leftovers.h"
 #include "Stop.h"
@@ -124,14 +127,49 @@ void CWorkspace::MakeFolder(const std::string& strFolder)
     m_astrMadeFolders.push_back(strFolder);
 }
 
-void CWorkspace::Remove()
+namespace {
+
+void RemoveFolders(const std::vector<std::string>& astrFolders)
 {
     std::error_code ec;
-    if (m_bMade)
-        fs::remove_all(m_strPath, ec);
-    else
-        for (const std::string& s : m_astrMadeFolders)
-            fs::remove_all(s, ec);
+    for (const std::string& s : astrFolders)
+        fs::remove_all(s, ec);
+}
+
+} // namespace
+
+CWorkspace::~CWorkspace()
+{
+    if (m_cRemoval.joinable())
+        m_cRemoval.join();
+}
+
+void CWorkspace::Remove()
+{
+    if (m_cRemoval.joinable())
+        m_cRemoval.join();
+    // Whatever is there still (nothing, after a removal that was started).
+    RemoveFolders(m_bMade ? std::vector<std::string>{m_strPath} : m_astrMadeFolders);
+}
+
+void CWorkspace::StartRemoval()
+{
+    if (m_cRemoval.joinable())
+        return;
+    // The signals that stop a run stay with the threads that handle them:
+    // the new thread starts with every signal blocked.
+    sigset_t cAll, cBefore;
+    sigfillset(&cAll);
+    pthread_sigmask(SIG_SETMASK, &cAll, &cBefore);
+    try
+    {
+        m_cRemoval = std::thread(RemoveFolders, m_bMade ? std::vector<std::string>{m_strPath} : m_astrMadeFolders);
+    }
+    catch (const std::system_error&)
+    {
+        // No thread to be had: Remove does it all.
+    }
+    pthread_sigmask(SIG_SETMASK, &cBefore, nullptr);
 }
 
 } // namespace IMP

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace ORVANE {
@@ -11,6 +12,12 @@ namespace IMP {
 class CWorkspace
 {
 public:
+    CWorkspace() = default;
+    CWorkspace(const CWorkspace&) = delete;
+    CWorkspace& operator=(const CWorkspace&) = delete;
+    // Waits for a removal that was started.
+    ~CWorkspace();
+
     // A new folder below $TMPDIR (or /tmp), named after this process, when
     // strGiven is empty; else the
     // given folder, made absolute and created when missing. Throws EStop
@@ -21,8 +28,14 @@ public:
     // be made.
     void MakeFolder(const std::string& strFolder);
     // Removes what this run made: the whole workspace when it made it,
-    // else the folders MakeFolder made.
+    // else the folders MakeFolder made. Waits for a removal that was
+    // started first.
     void Remove();
+    // Starts that removal on a thread of its own, once nothing is synced or
+    // read any more, so that the run's last steps (git writing its pack,
+    // the client's removal) need not wait for thousands of files to go.
+    // Nothing may be made in the workspace after it.
+    void StartRemoval();
 
     const std::string& Path() const { return m_strPath; }
     // The workspace folder itself was made by this run.
@@ -32,6 +45,7 @@ private:
     std::string m_strPath;
     bool m_bMade = false;
     std::vector<std::string> m_astrMadeFolders;
+    std::thread m_cRemoval;
 };
 
 // Where temporary workspaces are made: $TMPDIR, else /tmp.

@@ -23,8 +23,8 @@ template <typename TNumber> void AppendDecimal(std::wstring& str, TNumber n)
     str.append(p, ach + sizeof(ach) / sizeof(ach[0]));
 }
 
-// Most texts are made of plain conversions: %s and %ls (wide text), %d,
-// %i and %u with or without l, and %%. Those are written here as the C
+// Most texts are made of plain conversions: %s and %ls (wide text), %c and
+// %lc (a wide character), %d, %i and %u with or without l, and %%. Those are written here as the C
 // library writes them, without its cost; false for a format with anything
 // else (flags, widths, precisions, other conversions), which the C library
 // then formats from the start.
@@ -54,6 +54,16 @@ bool FormatPlain(const wchar_t* pszFormat, va_list args, std::wstring& strOut)
         {
             const wchar_t* psz = va_arg(args, const wchar_t*);
             strOut += psz ? psz : L"(null)";
+            break;
+        }
+        case L'c':
+        {
+            // A character the C library would write differently (none, or
+            // no Unicode scalar value) is left to it.
+            const int n = va_arg(args, int);
+            if (n <= 0 || (n >= 0xD800 && n < 0xE000) || n > 0x10FFFF)
+                return false;
+            strOut += static_cast<wchar_t>(n);
             break;
         }
         case L'd':

@@ -124,6 +124,43 @@ TEST(Workspace, AnExistingFolderKeepsWhatWasThere)
     EXPECT_TRUE(Exists(strWs + "/new"));
 }
 
+TEST(Workspace, ARemovalStartedEarlyRemovesTheSameAndIsWaitedFor)
+{
+    enginetest::TScratch tScratch;
+    TEnvironment tTmp("TMPDIR", tScratch.Path());
+    std::string strTemporary;
+    {
+        CWorkspace cWorkspace;
+        cWorkspace.Make("");
+        strTemporary = cWorkspace.Path();
+        cWorkspace.MakeFolder(strTemporary + "/main");
+        for (int i = 0; i < 200; ++i)
+            enginetest::WriteWholeFile(strTemporary + "/main/f" + std::to_string(i), "x");
+        cWorkspace.StartRemoval();
+        // A second start changes nothing; the object's end waits for the
+        // removal.
+        cWorkspace.StartRemoval();
+    }
+    EXPECT_FALSE(Exists(strTemporary));
+
+    // A given workspace: only the folders this run made go.
+    const std::string strWs = tScratch.Path() + "/ws";
+    ASSERT_EQ(0, mkdir(strWs.c_str(), 0755));
+    enginetest::WriteWholeFile(strWs + "/mine.txt", "keep me");
+    CWorkspace cWorkspace;
+    cWorkspace.Make(strWs);
+    cWorkspace.MakeFolder(strWs + "/a");
+    cWorkspace.MakeFolder(strWs + "/b/deep");
+    enginetest::WriteWholeFile(strWs + "/a/f", "x");
+    enginetest::WriteWholeFile(strWs + "/b/deep/f", "x");
+    cWorkspace.StartRemoval();
+    cWorkspace.Remove();
+    EXPECT_TRUE(Exists(strWs + "/mine.txt"));
+    EXPECT_FALSE(Exists(strWs + "/a"));
+    EXPECT_FALSE(Exists(strWs + "/b/deep"));
+    EXPECT_TRUE(Exists(strWs + "/b"));
+}
+
 TEST(Workspace, FoldersThatCannotBeMade)
 {
     enginetest::TScratch tScratch;

@@ -133,6 +133,9 @@ TEST(CString, PlainConversionsAreWrittenAsTheCLibraryWritesThem)
               Text(FormatThroughV(L"%s|%ls|%%|100%%", L"Grüße", static_cast<const wchar_t*>(nullptr))));
     EXPECT_EQ(L"Grüße|(null)|%|100%",
               Text(FormatThroughV(L"%s|%ls|%%|100%%", L"Grüße", static_cast<const wchar_t*>(nullptr))));
+    EXPECT_EQ(L"sync \"/ws/main/...@42\"", Text(FormatThroughV(L"sync \"%s%c...@%d\"", L"/ws/main", L'/', 42)));
+    EXPECT_EQ(AsTheCLibraryWrites(L"%lc%lc|%lc", L'\u00fc', L'\U0001F600', L'x'),
+              Text(FormatThroughV(L"%c%lc|%c", L'\u00fc', L'\U0001F600', L'x')));
     EXPECT_EQ(L"", Text(FormatThroughV(L"")));
     EXPECT_EQ(L"no conversions", Text(FormatThroughV(L"no conversions")));
 }
