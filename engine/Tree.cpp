@@ -20,8 +20,8 @@ std::string Join(const std::string& strRoot, const std::string& strRelative)
     return strRelative.empty() ? strRoot : strRoot + "/" + strRelative;
 }
 
-// Reads the whole file into strContent, straight into its place: the size
-// the caller saw is where reading starts, more is taken when the file grew.
+// Reads the whole file into strContent: the size the caller saw goes
+// straight into its place, and whatever the file grew by since is added.
 bool ReadFile(const std::string& strPath, size_t nSizeSeen, std::string& strContent)
 {
     const int fd = open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
@@ -29,11 +29,12 @@ bool ReadFile(const std::string& strPath, size_t nSizeSeen, std::string& strCont
         return false;
     strContent.resize(nSizeSeen);
     size_t nDone = 0;
+    char ach[4096];
     for (;;)
     {
-        if (nDone == strContent.size())
-            strContent.resize(nDone + 65536);
-        const ssize_t r = read(fd, &strContent[nDone], strContent.size() - nDone);
+        const bool bInPlace = nDone < strContent.size();
+        const ssize_t r =
+            bInPlace ? read(fd, &strContent[nDone], strContent.size() - nDone) : read(fd, ach, sizeof(ach));
         if (r < 0 && errno == EINTR)
             continue;
         if (r < 0)
@@ -43,6 +44,8 @@ bool ReadFile(const std::string& strPath, size_t nSizeSeen, std::string& strCont
         }
         if (r == 0)
             break;
+        if (!bInPlace)
+            strContent.append(ach, size_t(r));
         nDone += size_t(r);
     }
     close(fd);

@@ -140,16 +140,25 @@ void RemoveFolders(const std::vector<std::string>& astrFolders)
 
 CWorkspace::~CWorkspace()
 {
+    WaitForRemoval();
+}
+
+std::vector<std::string> CWorkspace::MadeByThisRun() const
+{
+    return m_bMade ? std::vector<std::string>{m_strPath} : m_astrMadeFolders;
+}
+
+void CWorkspace::WaitForRemoval()
+{
     if (m_cRemoval.joinable())
         m_cRemoval.join();
 }
 
 void CWorkspace::Remove()
 {
-    if (m_cRemoval.joinable())
-        m_cRemoval.join();
+    WaitForRemoval();
     // Whatever is there still (nothing, after a removal that was started).
-    RemoveFolders(m_bMade ? std::vector<std::string>{m_strPath} : m_astrMadeFolders);
+    RemoveFolders(MadeByThisRun());
 }
 
 void CWorkspace::StartRemoval()
@@ -163,7 +172,7 @@ void CWorkspace::StartRemoval()
     pthread_sigmask(SIG_SETMASK, &cAll, &cBefore);
     try
     {
-        m_cRemoval = std::thread(RemoveFolders, m_bMade ? std::vector<std::string>{m_strPath} : m_astrMadeFolders);
+        m_cRemoval = std::thread(RemoveFolders, MadeByThisRun());
     }
     catch (const std::system_error&)
     {

@@ -42,6 +42,10 @@ public:
     bool Made() const { return m_bMade; }
 
 private:
+    // The folders Remove removes.
+    std::vector<std::string> MadeByThisRun() const;
+    void WaitForRemoval();
+
     std::string m_strPath;
     bool m_bMade = false;
     std::vector<std::string> m_astrMadeFolders;

@@ -24,10 +24,10 @@ template <typename TNumber> void AppendDecimal(std::wstring& str, TNumber n)
 }
 
 // Most texts are made of plain conversions: %s and %ls (wide text), %c and
-// %lc (a wide character), %d, %i and %u with or without l, and %%. Those are written here as the C
-// library writes them, without its cost; false for a format with anything
-// else (flags, widths, precisions, other conversions), which the C library
-// then formats from the start.
+// %lc (a wide character), %d, %i and %u with or without l, and %%. Those
+// are written here as the C library writes them, without its cost; false
+// for a format with anything else (flags, widths, precisions, other
+// conversions), which the C library then formats from the start.
 bool FormatPlain(const wchar_t* pszFormat, va_list args, std::wstring& strOut)
 {
     const wchar_t* p = pszFormat;
