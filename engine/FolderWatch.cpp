@@ -2,10 +2,12 @@
 
 #include <dirent.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <vector>
 
 namespace ORVANE {
@@ -58,13 +60,19 @@ void CFolderWatch::AddTree(const std::string& strRelative)
     std::vector<std::string> astrSubs;
     while (dirent* p = readdir(pDir))
     {
-        const std::string strName = p->d_name;
-        if (strName == "." || strName == "..")
+        const char* pszName = p->d_name;
+        if (std::strcmp(pszName, ".") == 0 || std::strcmp(pszName, "..") == 0)
             continue;
-        const std::string strPath = strRelative.empty() ? strName : strRelative + "/" + strName;
-        struct stat st;
-        if (lstat(Join(m_strRoot, strPath).c_str(), &st) == 0 && S_ISDIR(st.st_mode))
-            astrSubs.push_back(strPath);
+        // The listing says which entries are folders; only a file system
+        // that does not say needs a look at each.
+        bool bFolder = p->d_type == DT_DIR;
+        if (p->d_type == DT_UNKNOWN)
+        {
+            struct stat st;
+            bFolder = fstatat(dirfd(pDir), pszName, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode);
+        }
+        if (bFolder)
+            astrSubs.push_back(strRelative.empty() ? std::string(pszName) : strRelative + "/" + pszName);
     }
     closedir(pDir);
     for (const std::string& s : astrSubs)
@@ -81,7 +89,7 @@ void CFolderWatch::Take(const inotify_event& tEvent, std::set<std::string>& setD
     auto it = m_mapDirs.find(tEvent.wd);
     if (it == m_mapDirs.end())
         return;
-    const std::string strDir = it->second;
+    const std::string& strDir = it->second;
     if (tEvent.mask & IN_IGNORED)
     {
         m_mapDirs.erase(it);
@@ -94,11 +102,17 @@ void CFolderWatch::Take(const inotify_event& tEvent, std::set<std::string>& setD
     }
     if (tEvent.len == 0)
         return;
-    const std::string strName = tEvent.name;
-    const std::string strPath = strDir.empty() ? strName : strDir + "/" + strName;
-    setDirty.insert(strPath);
+    // A written file brings several events: each path is put together in
+    // place and moved into the set, without copies.
+    const size_t nName = std::strlen(tEvent.name);
+    std::string strPath;
+    strPath.reserve(strDir.size() + 1 + nName);
+    if (!strDir.empty())
+        strPath.append(strDir).push_back('/');
+    strPath.append(tEvent.name, nName);
+    const auto itDirty = setDirty.insert(std::move(strPath)).first;
     if ((tEvent.mask & IN_ISDIR) && (tEvent.mask & (IN_CREATE | IN_MOVED_TO)))
-        AddTree(strPath);
+        AddTree(*itDirty);
 }
 
 bool CFolderWatch::Collect(std::set<std::string>& setDirty)

@@ -1,7 +1,5 @@
 #include "HistoryWriter.h"
 
-#include <sys/stat.h>
-
 #include "Digest.h"
 #include "Stop.h"
 #include "Text.h"
@@ -16,12 +14,6 @@ namespace {
 
 // How often an unchanged phase is told again.
 const std::chrono::steady_clock::duration s_tPhaseRepeat = std::chrono::milliseconds(100);
-
-bool IsRegularFile(const std::string& strPath)
-{
-    struct stat st;
-    return stat(strPath.c_str(), &st) == 0 && S_ISREG(st.st_mode);
-}
 
 } // namespace
 
@@ -99,7 +91,7 @@ void CHistoryWriter::OnChangeSynced(const TChangeInfo& tChange)
 {
     m_tDelta = TTreeDelta();
     m_setItems.clear();
-    m_strMissing.clear();
+    m_atItems.clear();
     m_cTracker.Collect(m_tDelta, BlobSink());
     m_cDump.Change(m_pStream->tInfo.nID, tChange);
 }
@@ -111,25 +103,37 @@ void CHistoryWriter::OnChangeItem(const TChangeItemInfo& tItem)
     // (a name it decodes twice).
     const std::string strLocal =
         m_pNames ? m_pNames->SyncedPath(PathText(m_pStream->tInfo.cDstPath), strPath) : strPath;
-    const std::string strFull = m_pStream->strFolder + "/" + strLocal;
-    // The file's digest only for the dump; otherwise whether it is there.
-    std::string strDigest;
-    const bool bFile = m_cDump.IsOpen() ? FileSha256(strFull, strDigest) : IsRegularFile(strFull);
-    m_cDump.Item(tItem, bFile ? &strDigest : nullptr);
+    if (m_cDump.IsOpen())
+    {
+        std::string strDigest;
+        const bool bFile = FileSha256(m_pStream->strFolder + "/" + strLocal, strDigest);
+        m_cDump.Item(tItem, bFile ? &strDigest : nullptr);
+    }
     m_setItems.insert(strLocal);
-    const bool bDelete = tItem.eType == MCE::eChangeItemDelete;
-    if (m_strMissing.empty() && bDelete == bFile)
-        m_strMissing = bDelete ? "the file '" + strPath + "' is still there although the change deletes it"
-                               : "the file '" + strPath + "#" + std::to_string(tItem.nRevision) + "' is missing";
+    m_atItems.push_back(TItem{strLocal, strPath, tItem.nRevision, tItem.eType == MCE::eChangeItemDelete});
+}
+
+std::string CHistoryWriter::FirstMissing() const
+{
+    // The tree was brought up to date for every item's path: what it holds
+    // is what the folder holds. A file or a symbolic link (wherever it
+    // points) is there.
+    const TTree& tTree = m_cTracker.Tree();
+    for (const TItem& t : m_atItems)
+        if (t.bDelete == (tTree.count(t.strLocal) != 0))
+            return t.bDelete ? "the file '" + t.strPath + "' is still there although the change deletes it"
+                             : "the file '" + t.strPath + "#" + std::to_string(t.nRevision) + "' is missing";
+    return std::string();
 }
 
 void CHistoryWriter::OnChangeDone(const TChangeInfo& tChange)
 {
-    if (!m_strMissing.empty())
-        throw EStop(eExitFailure, "change " + std::to_string(tChange.nID) + " of stream " + m_pStream->strName +
-                                      " was not synced completely: " + m_strMissing);
     // The items say where to look: anything the watch missed is caught here.
     m_cTracker.Recheck(m_setItems, m_tDelta, BlobSink());
+    const std::string strMissing = FirstMissing();
+    if (!strMissing.empty())
+        throw EStop(eExitFailure, "change " + std::to_string(tChange.nID) + " of stream " + m_pStream->strName +
+                                      " was not synced completely: " + strMissing);
     ++m_pStream->nChanges;
     m_cProgress.CountChange();
     const unsigned nMark = Commit(tChange);

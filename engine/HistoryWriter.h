@@ -6,6 +6,7 @@
 #include <chrono>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "Authors.h"
 #include "Driver.h"
@@ -60,6 +61,8 @@ private:
     TBlobSink BlobSink();
     unsigned Commit(const TChangeInfo& tChange);
     void Verify(const TChangeInfo& tChange, unsigned nMark);
+    // The first item whose file is not as the change says ("" when none).
+    std::string FirstMissing() const;
 
     TStreams& m_atStreams;
     CWorkspace& m_cWorkspace;
@@ -81,7 +84,16 @@ private:
     unsigned int m_nNumber = 0; // in the source system
     TTreeDelta m_tDelta;
     std::set<std::string> m_setItems;
-    std::string m_strMissing; // the first item whose file is not as the change says
+    // Each item: where its file is, its path and revision as a message
+    // names them, and whether the change deletes it.
+    struct TItem
+    {
+        std::string strLocal;
+        std::string strPath;
+        unsigned nRevision;
+        bool bDelete;
+    };
+    std::vector<TItem> m_atItems;
 };
 
 } // namespace IMP

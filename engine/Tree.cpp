@@ -15,16 +15,12 @@ namespace IMP {
 
 namespace {
 
-std::string Join(const std::string& strRoot, const std::string& strRelative)
-{
-    return strRelative.empty() ? strRoot : strRoot + "/" + strRelative;
-}
-
 // Reads the whole file into strContent: the size the caller saw goes
 // straight into its place, and whatever the file grew by since is added.
-bool ReadFile(const std::string& strPath, size_t nSizeSeen, std::string& strContent)
+// The path is below the folder fdBase is open on, or absolute.
+bool ReadFile(int fdBase, const char* pszPath, size_t nSizeSeen, std::string& strContent)
 {
-    const int fd = open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    const int fd = openat(fdBase, pszPath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
     if (fd < 0)
         return false;
     strContent.resize(nSizeSeen);
@@ -53,14 +49,16 @@ bool ReadFile(const std::string& strPath, size_t nSizeSeen, std::string& strCont
     return true;
 }
 
-// ReadEntry for a path whose lstat the caller has.
-bool ReadEntryAs(const std::string& strPath, const struct stat& st, TEntry& tEntry, std::string* pstrContent)
+// ReadEntry for a path whose lstat the caller has (below fdBase, or
+// absolute).
+bool ReadEntryAs(int fdBase, const char* pszPath, const struct stat& st, TEntry& tEntry, std::string* pstrContent)
 {
+    const size_t nSize = size_t(st.st_size > 0 ? st.st_size : 0);
     std::string strContent;
     if (S_ISLNK(st.st_mode))
     {
-        std::vector<char> ach(size_t(st.st_size > 0 ? st.st_size : 0) + 4096);
-        const ssize_t n = readlink(strPath.c_str(), ach.data(), ach.size());
+        std::vector<char> ach(nSize + 4096);
+        const ssize_t n = readlinkat(fdBase, pszPath, ach.data(), ach.size());
         if (n < 0)
             return false;
         strContent.assign(ach.data(), size_t(n));
@@ -68,7 +66,7 @@ bool ReadEntryAs(const std::string& strPath, const struct stat& st, TEntry& tEnt
     }
     else if (S_ISREG(st.st_mode))
     {
-        if (!ReadFile(strPath, size_t(st.st_size > 0 ? st.st_size : 0), strContent))
+        if (!ReadFile(fdBase, pszPath, nSize, strContent))
             return false;
         tEntry.nMode = (st.st_mode & S_IXUSR) ? 0100755 : 0100644;
     }
@@ -80,12 +78,17 @@ bool ReadEntryAs(const std::string& strPath, const struct stat& st, TEntry& tEnt
     return true;
 }
 
-void ScanInto(const std::string& strRoot, const std::string& strRelative, TTree& tTree, const TBlobSink& fnSink,
-              const TTree* pOld)
+// Everything below a folder (strRelative in the tree) that fdFolder is open
+// on; the descriptor is closed at the end. Each entry is looked at by its
+// name in the folder, so that no look walks the folders above again.
+void ScanFolder(int fdFolder, const std::string& strRelative, TTree& tTree, const TBlobSink& fnSink, const TTree* pOld)
 {
-    DIR* pDir = opendir(Join(strRoot, strRelative).c_str());
+    DIR* pDir = fdopendir(fdFolder);
     if (!pDir)
+    {
+        close(fdFolder);
         return;
+    }
     std::vector<std::string> astrNames;
     while (dirent* p = readdir(pDir))
     {
@@ -93,21 +96,23 @@ void ScanInto(const std::string& strRoot, const std::string& strRelative, TTree&
         if (strName != "." && strName != "..")
             astrNames.push_back(strName);
     }
-    closedir(pDir);
+    const int fd = dirfd(pDir);
     for (const std::string& strName : astrNames)
     {
         const std::string strPath = strRelative.empty() ? strName : strRelative + "/" + strName;
         struct stat st;
-        if (lstat(Join(strRoot, strPath).c_str(), &st) != 0)
+        if (fstatat(fd, strName.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
             continue;
         if (S_ISDIR(st.st_mode))
         {
-            ScanInto(strRoot, strPath, tTree, fnSink, pOld);
+            const int fdSub = openat(fd, strName.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+            if (fdSub >= 0)
+                ScanFolder(fdSub, strPath, tTree, fnSink, pOld);
             continue;
         }
         TEntry tEntry;
         std::string strContent;
-        if (!ReadEntryAs(Join(strRoot, strPath), st, tEntry, &strContent))
+        if (!ReadEntryAs(fd, strName.c_str(), st, tEntry, &strContent))
             continue;
         if (fnSink)
         {
@@ -122,7 +127,36 @@ void ScanInto(const std::string& strRoot, const std::string& strRelative, TTree&
         }
         tTree[strPath] = tEntry;
     }
+    closedir(pDir);
 }
+
+// ScanFolder for the folder at pszPath (below fdBase, or absolute).
+void ScanInto(int fdBase, const char* pszPath, const std::string& strRelative, TTree& tTree, const TBlobSink& fnSink,
+              const TTree* pOld)
+{
+    const int fd = openat(fdBase, pszPath, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd >= 0)
+        ScanFolder(fd, strRelative, tTree, fnSink, pOld);
+}
+
+// The root folder of an update, open while it lasts: the paths below it are
+// looked at from there. A root that cannot be opened holds nothing.
+class CRoot
+{
+public:
+    explicit CRoot(const std::string& strRoot) : m_fd(open(strRoot.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
+    ~CRoot()
+    {
+        if (m_fd >= 0)
+            close(m_fd);
+    }
+    CRoot(const CRoot&) = delete;
+    CRoot& operator=(const CRoot&) = delete;
+    int Fd() const { return m_fd; }
+
+private:
+    const int m_fd;
+};
 
 bool IsBelow(const std::string& strPath, const std::string& strPrefix)
 {
@@ -152,11 +186,11 @@ void Apply(TTree& tTree, const std::string& strPath, const TEntry& tEntry, TTree
 }
 
 // A folder that came, or changed below: everything under it.
-void UpdateFolder(const std::string& strRoot, const std::string& strPath, TTree& tTree, TTreeDelta& tDelta,
+void UpdateFolder(const CRoot& cRoot, const std::string& strPath, TTree& tTree, TTreeDelta& tDelta,
                   const TBlobSink& fnSink)
 {
     TTree tSub;
-    ScanInto(strRoot, strPath, tSub, fnSink, &tTree);
+    ScanInto(cRoot.Fd(), strPath.c_str(), strPath, tSub, fnSink, &tTree);
     if (tTree.erase(strPath))
         tDelta.Removed(strPath); // a file became a folder
     const std::string strPrefix = strPath + "/";
@@ -176,12 +210,12 @@ void UpdateFolder(const std::string& strRoot, const std::string& strPath, TTree&
 
 // A file or symbolic link that came or changed (st: what lstat saw), or
 // that went between that look and the reading.
-void UpdateFile(const std::string& strRoot, const std::string& strPath, const struct stat& st, TTree& tTree,
-                TTreeDelta& tDelta, const TBlobSink& fnSink)
+void UpdateFile(const CRoot& cRoot, const std::string& strPath, const struct stat& st, TTree& tTree, TTreeDelta& tDelta,
+                const TBlobSink& fnSink)
 {
     TEntry tEntry;
     std::string strContent;
-    if (!ReadEntryAs(Join(strRoot, strPath), st, tEntry, &strContent))
+    if (!ReadEntryAs(cRoot.Fd(), strPath.c_str(), st, tEntry, &strContent))
     {
         RemoveBelow(tTree, strPath, tDelta, true);
         return;
@@ -200,33 +234,36 @@ void UpdateFile(const std::string& strRoot, const std::string& strPath, const st
 bool ReadEntry(const std::string& strPath, TEntry& tEntry, std::string* pstrContent)
 {
     struct stat st;
-    return lstat(strPath.c_str(), &st) == 0 && ReadEntryAs(strPath, st, tEntry, pstrContent);
+    return lstat(strPath.c_str(), &st) == 0 && ReadEntryAs(AT_FDCWD, strPath.c_str(), st, tEntry, pstrContent);
 }
 
 void ScanTree(const std::string& strRoot, TTree& tTree, const TBlobSink& fnSink, const TTree* pOld)
 {
     tTree.clear();
-    ScanInto(strRoot, std::string(), tTree, fnSink, pOld);
+    ScanInto(AT_FDCWD, strRoot.c_str(), std::string(), tTree, fnSink, pOld);
 }
 
 void UpdateTree(const std::string& strRoot, const std::set<std::string>& setDirty, TTree& tTree,
                 TTreeDelta& tDelta, const TBlobSink& fnSink)
 {
+    if (setDirty.empty())
+        return;
+    if (setDirty.count(std::string()))
+    {
+        RescanTree(strRoot, tTree, tDelta, fnSink);
+        return;
+    }
+    const CRoot cRoot(strRoot);
     for (const std::string& strPath : setDirty)
     {
-        if (strPath.empty())
-        {
-            RescanTree(strRoot, tTree, tDelta, fnSink);
-            return;
-        }
         struct stat st;
-        if (lstat(Join(strRoot, strPath).c_str(), &st) != 0 ||
+        if (fstatat(cRoot.Fd(), strPath.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 ||
             !(S_ISDIR(st.st_mode) || S_ISREG(st.st_mode) || S_ISLNK(st.st_mode)))
             RemoveBelow(tTree, strPath, tDelta, true);
         else if (S_ISDIR(st.st_mode))
-            UpdateFolder(strRoot, strPath, tTree, tDelta, fnSink);
+            UpdateFolder(cRoot, strPath, tTree, tDelta, fnSink);
         else
-            UpdateFile(strRoot, strPath, st, tTree, tDelta, fnSink);
+            UpdateFile(cRoot, strPath, st, tTree, tDelta, fnSink);
     }
 }
 

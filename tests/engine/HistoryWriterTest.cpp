@@ -190,6 +190,37 @@ TEST_F(CHistoryWriterTest, AFileLeftBehindStopsTheRun)
     EXPECT_EQ(1u, m_atStreams[0].nChanges);
 }
 
+TEST_F(CHistoryWriterTest, ASymbolicLinkThatPointsNowhereIsAFileThere)
+{
+    // A link the server holds as a file of its own: synced, it points
+    // wherever its text says, here at nothing.
+    m_cProvider.m_mapChanges[1][0].fnSync = [](const std::string& strRoot) {
+        WriteWholeFile(strRoot + "/a.txt", "one\n");
+        ASSERT_EQ(0, symlink("gone/nowhere", (strRoot + "/b.txt").c_str()));
+    };
+    const std::string strGit = m_tScratch.Path() + "/out.git";
+    ImportInto(strGit);
+    EXPECT_EQ(2u, m_atStreams[0].nChanges);
+    const enginetest::TResult r = RunProgram({"git", "--git-dir=" + strGit, "ls-tree", "main~1"});
+    EXPECT_EQ("100644 blob " + GitBlobName("one\n") + "\ta.txt\n120000 blob " + GitBlobName("gone/nowhere") +
+                  "\tb.txt\n",
+              r.strOut)
+        << r.strErr;
+}
+
+TEST_F(CHistoryWriterTest, ASymbolicLinkLeftBehindStopsTheRun)
+{
+    m_cProvider.m_mapChanges[1][0].fnSync = [](const std::string& strRoot) {
+        WriteWholeFile(strRoot + "/a.txt", "one\n");
+        ASSERT_EQ(0, symlink("gone/nowhere", (strRoot + "/b.txt").c_str()));
+    };
+    m_cProvider.m_mapChanges[1][1].fnSync = Sync({{"a.txt", "two\n"}});
+    EXPECT_EQ("1 change 9 of stream main was not synced completely: the file 'b.txt' is still there although the "
+              "change deletes it",
+              StopOf([this] { Import(); }));
+    EXPECT_EQ(1u, m_atStreams[0].nChanges);
+}
+
 TEST_F(CHistoryWriterTest, StreamFoldersAreMadeAndRemoved)
 {
     Import();

@@ -169,3 +169,27 @@ TEST_F(CTreeTest, ScanSendsOnlyWhatIsNewToTheSink)
     EXPECT_EQ((std::vector<std::string>{GitBlobName("22") + " 22"}), astrSent);
     EXPECT_EQ(2u, tNew.size());
 }
+
+TEST_F(CTreeTest, ALinkToAFolderIsOneEntryAndARootThatWentHoldsNothing)
+{
+    ASSERT_EQ(0, mkdir((m_strRoot + "/stream").c_str(), 0755));
+    ASSERT_EQ(0, mkdir((m_strRoot + "/stream/real").c_str(), 0755));
+    Write("stream/real/in.txt", "in\n");
+    ASSERT_EQ(0, symlink("real", (m_strRoot + "/stream/alias").c_str()));
+    const std::string strStream = m_strRoot + "/stream";
+    ScanTree(strStream, m_tTree);
+    ASSERT_EQ(2u, m_tTree.size());
+    EXPECT_EQ(0120000u, m_tTree.at("alias").nMode);
+    EXPECT_EQ(GitBlobName("real"), m_tTree.at("alias").strBlob);
+    EXPECT_EQ(GitBlobName("in\n"), m_tTree.at("real/in.txt").strBlob);
+    // Updated through the link, nothing is read below it.
+    TTreeDelta tDelta;
+    UpdateTree(strStream, {"alias", "real"}, m_tTree, tDelta, TBlobSink());
+    EXPECT_TRUE(tDelta.Empty());
+    EXPECT_EQ(2u, m_tTree.size());
+    // The folder goes: whatever was said to change goes from the tree.
+    std::filesystem::remove_all(strStream);
+    UpdateTree(strStream, {"alias", "real"}, m_tTree, tDelta, TBlobSink());
+    EXPECT_TRUE(m_tTree.empty());
+    EXPECT_EQ((std::set<std::string>{"alias", "real/in.txt"}), tDelta.setRemoved);
+}
