@@ -22,24 +22,44 @@ std::string Join(const std::string& strRoot, const std::string& strRelative)
 
 } // namespace
 
+CFolderWatch::~CFolderWatch()
+{
+    if (m_fd >= 0)
+        close(m_fd);
+}
+
 bool CFolderWatch::Start(const std::string& strRoot)
 {
     Stop();
     m_strRoot = strRoot;
     m_bLost = false;
-    m_fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    if (m_fd < 0)
+        m_fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     if (m_fd < 0)
         return false;
+    // What the watches of an earlier start left in the queue goes.
+    alignas(inotify_event) char ach[4096];
+    for (;;)
+    {
+        const ssize_t n = read(m_fd, ach, sizeof(ach));
+        if (n <= 0 && !(n < 0 && errno == EINTR))
+            break;
+    }
+    m_bWatching = true;
     AddTree(std::string());
     return !m_bLost;
 }
 
 void CFolderWatch::Stop()
 {
-    if (m_fd >= 0)
-        close(m_fd);
-    m_fd = -1;
+    // The instance stays for the next start: closing one waits for the
+    // kernel to let go of its watches, several milliseconds each time.
+    // Events of the watches removed here name descriptors no longer known
+    // and are passed over.
+    for (const auto& kv : m_mapDirs)
+        inotify_rm_watch(m_fd, kv.first);
     m_mapDirs.clear();
+    m_bWatching = false;
 }
 
 void CFolderWatch::AddTree(const std::string& strRelative)
@@ -118,7 +138,7 @@ void CFolderWatch::Take(const inotify_event& tEvent, std::set<std::string>& setD
 bool CFolderWatch::Collect(std::set<std::string>& setDirty)
 {
     setDirty.clear();
-    if (m_fd < 0)
+    if (!m_bWatching)
         return false;
     alignas(inotify_event) char ach[65536];
     for (;;)
@@ -140,12 +160,9 @@ bool CFolderWatch::Collect(std::set<std::string>& setDirty)
     m_bLost = false;
     // Watch whatever folders exist now, so that the next change is watched
     // completely again.
-    const std::string strRoot = m_strRoot;
     Stop();
-    m_strRoot = strRoot;
-    m_fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-    if (m_fd >= 0)
-        AddTree(std::string());
+    m_bWatching = true;
+    AddTree(std::string());
     return false;
 }
 

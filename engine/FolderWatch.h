@@ -18,10 +18,10 @@ public:
     CFolderWatch() = default;
     CFolderWatch(const CFolderWatch&) = delete;
     CFolderWatch& operator=(const CFolderWatch&) = delete;
-    ~CFolderWatch() { Stop(); }
+    ~CFolderWatch();
 
     // False when inotify cannot be used: then every collection is a full
-    // scan.
+    // scan. A watch can be started again, on another folder.
     bool Start(const std::string& strRoot);
     void Stop();
     // The paths touched since the last call. False when events were lost
@@ -35,7 +35,8 @@ private:
     // watched too.
     void Take(const inotify_event& tEvent, std::set<std::string>& setDirty);
 
-    int m_fd = -1;
+    int m_fd = -1;            // the inotify instance, for the watch's life
+    bool m_bWatching = false; // started and not stopped
     std::string m_strRoot;
     std::map<int, std::string> m_mapDirs;
     bool m_bLost = false;

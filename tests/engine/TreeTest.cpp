@@ -193,3 +193,29 @@ TEST_F(CTreeTest, ALinkToAFolderIsOneEntryAndARootThatWentHoldsNothing)
     EXPECT_TRUE(m_tTree.empty());
     EXPECT_EQ((std::set<std::string>{"alias", "real/in.txt"}), tDelta.setRemoved);
 }
+
+TEST_F(CTreeTest, AWatchStartedAgainReportsOnlyItsNewFolder)
+{
+    ASSERT_EQ(0, mkdir((m_strRoot + "/one").c_str(), 0755));
+    ASSERT_EQ(0, mkdir((m_strRoot + "/one/sub").c_str(), 0755));
+    ASSERT_EQ(0, mkdir((m_strRoot + "/two").c_str(), 0755));
+    ASSERT_TRUE(m_cWatch.Start(m_strRoot + "/one"));
+    Write("one/sub/before.txt", "1\n");
+    std::set<std::string> setDirty;
+    ASSERT_TRUE(m_cWatch.Collect(setDirty));
+    EXPECT_EQ(std::set<std::string>{"sub/before.txt"}, setDirty);
+    // Left in the queue when the watch moves on: never reported.
+    Write("one/sub/uncollected.txt", "2\n");
+    m_cWatch.Stop();
+    EXPECT_FALSE(m_cWatch.Collect(setDirty));
+    EXPECT_TRUE(setDirty.empty());
+    ASSERT_TRUE(m_cWatch.Start(m_strRoot + "/two"));
+    Write("one/sub/after.txt", "3\n");
+    Write("two/new.txt", "4\n");
+    ASSERT_EQ(0, mkdir((m_strRoot + "/two/deeper").c_str(), 0755));
+    ASSERT_TRUE(m_cWatch.Collect(setDirty));
+    EXPECT_EQ((std::set<std::string>{"deeper", "new.txt"}), setDirty);
+    Write("two/deeper/late.txt", "5\n");
+    ASSERT_TRUE(m_cWatch.Collect(setDirty));
+    EXPECT_EQ(std::set<std::string>{"deeper/late.txt"}, setDirty);
+}
