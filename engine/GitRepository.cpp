@@ -310,6 +310,15 @@ bool CGitRepository::ReadTree(const std::string& strCommit, TTree& tTree, std::s
     return true;
 }
 
+void CGitRepository::EndInput()
+{
+    if (!IsOpen() || !Wrote() || m_bInputEnded)
+        return;
+    m_bInputEnded = true;
+    m_cWriter.Done();
+    m_cChild.CloseInput();
+}
+
 bool CGitRepository::Close(const std::string& strHeadBranch, std::string& strError)
 {
     if (!IsOpen())
@@ -318,7 +327,7 @@ bool CGitRepository::Close(const std::string& strHeadBranch, std::string& strErr
     int nStatus = 0;
     if (bWrote)
     {
-        m_cWriter.Done();
+        EndInput();
         nStatus = m_cChild.Finish();
         std::error_code ec;
         fs::remove(RunMarker(), ec);

@@ -79,6 +79,9 @@ public:
     // The tree of a commit, read back with git ls-tree.
     bool ReadTree(const std::string& strCommit, TTree& tTree, std::string& strError);
 
+    // Tells fast-import that its input is complete, so that it writes its
+    // pack while this program goes on; Close waits for it.
+    void EndInput();
     // Ends fast-import; points HEAD at the branch when given and anything
     // was written. False with a message when git reported an error.
     bool Close(const std::string& strHeadBranch, std::string& strError);
@@ -120,6 +123,7 @@ private:
     int m_nLock = -1;
     bool m_bContinued = false;
     bool m_bStarted = false;
+    bool m_bInputEnded = false;
     bool m_bStartFailed = false;
     std::string m_strStartError;
     std::vector<std::string> m_astrRecovered;

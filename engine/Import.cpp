@@ -89,6 +89,8 @@ private:
     void PrintStreams(bool bWithCommits);
     void Cleanup(int nStatus);
     void ReleaseProvider(int nStatus);
+    // The module's clients go, once.
+    void RemoveClients();
     // Whether the temporary client is still on the server (or the server
     // cannot tell).
     bool ClientRemains() const;
@@ -102,6 +104,7 @@ private:
     CModule m_cModule;
     CProviderHost m_cHost;
     std::unique_ptr<CMigrationDriver> m_pDriver;
+    bool m_bClientsRemoved = false;
     TStreams m_atStreams;
     CWorkspace m_cWorkspace;
     CDumpWriter m_cDump;
@@ -349,6 +352,9 @@ std::string CImport::Finish()
         m_cWorkspace.StartRemoval();
     }
     if (m_pGit)
+        m_pGit->EndInput();
+    RemoveClients();
+    if (m_pGit)
     {
         std::string strError;
         if (!m_pGit->Close(HeadBranch(m_atStreams), strError))
@@ -413,19 +419,24 @@ bool CImport::ClientRemains() const
     return false;
 }
 
+void CImport::RemoveClients()
+{
+    if (!m_pDriver || m_bClientsRemoved)
+        return;
+    m_bClientsRemoved = true;
+    m_pDriver->RemoveClients();
+    // The module does not look whether its client went: the supervisor
+    // removes one that is still there, or names it.
+    if (!IsPerforce() || !ClientRemains())
+        WorkerChannel().Send(EVENT::pszClientGone);
+}
+
 void CImport::ReleaseProvider(int nStatus)
 {
     MCE::CProvider* pProvider = m_cHost.Provider();
     if (!pProvider)
         return;
-    if (m_pDriver)
-    {
-        m_pDriver->RemoveClients();
-        // The module does not look whether its client went: the supervisor
-        // removes one that is still there, or names it.
-        if (!IsPerforce() || !ClientRemains())
-            WorkerChannel().Send(EVENT::pszClientGone);
-    }
+    RemoveClients();
     const std::string strLog = Utf8(pProvider->GetLogPath());
     if (!strLog.empty())
     {

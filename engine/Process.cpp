@@ -132,9 +132,14 @@ size_t CChild::InputPipeBytes() const
     return n > 0 ? static_cast<size_t>(n) : 0;
 }
 
-int CChild::Finish()
+void CChild::CloseInput()
 {
     VCM::CloseDescriptor(m_fdIn);
+}
+
+int CChild::Finish()
+{
+    CloseInput();
     if (m_cProcess.IsRunning())
     {
         // Drain what is left so that the child never blocks on a full pipe.

@@ -52,6 +52,9 @@ public:
     // when signal N ended it; 127 when it never ran). Once it has ended,
     // the same status again.
     int Finish();
+    // Closes the input alone: the child ends its work while this program
+    // does something else; Finish waits for it later.
+    void CloseInput();
     pid_t Pid() const { return m_cProcess.GetPid(); }
     // What the input pipe holds before a write waits; 0 when there is none.
     size_t InputPipeBytes() const;

@@ -1,8 +1,10 @@
 // The repository written through git fast-import, and read back.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <thread>
 
 #include "Digest.h"
 #include "EngineHarness.h"
@@ -152,4 +154,38 @@ TEST(GitRepository, AGitThatCannotBeStartedIsNamed)
     EXPECT_FALSE(cGit.Close(std::string(), strError));
     EXPECT_EQ("cannot run git: No such file or directory", strError);
     EXPECT_FALSE(std::filesystem::exists(tScratch.Path() + "/out.git/orvane-import.running"));
+}
+
+TEST(GitRepository, AnInputEndedEarlyIsWrittenWholeBeforeTheClose)
+{
+    TScratch tScratch;
+    const std::string strDir = tScratch.Path() + "/out.git";
+    CGitRepository cGit;
+    std::string strError;
+    ASSERT_TRUE(cGit.Open(strDir, strError)) << strError;
+    // Nothing sent yet: nothing to end, and no fast-import is started for it.
+    cGit.EndInput();
+    EXPECT_FALSE(cGit.Wrote());
+    TTree tTree = {{"a.txt", Entry(0100644, "one\n")}};
+    cGit.Writer().Blob(tTree["a.txt"].strBlob, "one\n");
+    CFastImportWriter::TCommit tCommit;
+    tCommit.strBranch = "main";
+    tCommit.strName = "jo";
+    tCommit.strEmail = "jo@ws";
+    tCommit.tTime = 1000;
+    tCommit.strMessage = "first";
+    tCommit.bFullTree = true;
+    cGit.Writer().Commit(tCommit, tTree, TTreeDelta());
+    cGit.EndInput();
+    cGit.EndInput();
+    // fast-import finishes by itself: the branch appears with nobody
+    // waiting for it.
+    const auto tGiveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!std::filesystem::exists(strDir + "/refs/heads/main") && std::chrono::steady_clock::now() < tGiveUp)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    ASSERT_TRUE(std::filesystem::exists(strDir + "/refs/heads/main"));
+    ASSERT_TRUE(cGit.Close("main", strError)) << strError;
+    EXPECT_EQ("refs/heads/main\n", Git(strDir, {"symbolic-ref", "HEAD"}));
+    EXPECT_EQ("jo <jo@ws> 1000 +0000|first\n", Git(strDir, {"log", "-1", "--format=%an <%ae> %ad|%s", "--date=raw"}));
+    EXPECT_FALSE(std::filesystem::exists(strDir + "/orvane-import.running"));
 }
