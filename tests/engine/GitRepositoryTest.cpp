@@ -38,6 +38,19 @@ void SendCommitOfAnUnsentBlob(CGitRepository& cGit)
     cGit.Writer().Commit(tCommit, tTree, TTreeDelta());
 }
 
+// The first commit of branch main, its whole tree.
+CFastImportWriter::TCommit FirstCommit()
+{
+    CFastImportWriter::TCommit tCommit;
+    tCommit.strBranch = "main";
+    tCommit.strName = "jo";
+    tCommit.strEmail = "jo@ws";
+    tCommit.tTime = 1000;
+    tCommit.strMessage = "first";
+    tCommit.bFullTree = true;
+    return tCommit;
+}
+
 } // namespace
 
 TEST(GitRepository, ParseTreeListing)
@@ -84,13 +97,7 @@ TEST(GitRepository, CommitsCheckpointsAndTheirTrees)
     TTree tTree = {{"a.txt", Entry(0100644, "one\n")}, {"run.sh", Entry(0100755, "#!/bin/sh\n")}};
     cGit.Writer().Blob(tTree["a.txt"].strBlob, "one\n");
     cGit.Writer().Blob(tTree["run.sh"].strBlob, "#!/bin/sh\n");
-    CFastImportWriter::TCommit tCommit;
-    tCommit.strBranch = "main";
-    tCommit.strName = "jo";
-    tCommit.strEmail = "jo@ws";
-    tCommit.tTime = 1000;
-    tCommit.strMessage = "first";
-    tCommit.bFullTree = true;
+    const CFastImportWriter::TCommit tCommit = FirstCommit();
     const unsigned nMark = cGit.Writer().Commit(tCommit, tTree, TTreeDelta());
     std::string strCommit;
     ASSERT_TRUE(cGit.Checkpoint(nMark, strCommit));
@@ -168,13 +175,7 @@ TEST(GitRepository, AnInputEndedEarlyIsWrittenWholeBeforeTheClose)
     EXPECT_FALSE(cGit.Wrote());
     TTree tTree = {{"a.txt", Entry(0100644, "one\n")}};
     cGit.Writer().Blob(tTree["a.txt"].strBlob, "one\n");
-    CFastImportWriter::TCommit tCommit;
-    tCommit.strBranch = "main";
-    tCommit.strName = "jo";
-    tCommit.strEmail = "jo@ws";
-    tCommit.tTime = 1000;
-    tCommit.strMessage = "first";
-    tCommit.bFullTree = true;
+    const CFastImportWriter::TCommit tCommit = FirstCommit();
     cGit.Writer().Commit(tCommit, tTree, TTreeDelta());
     cGit.EndInput();
     cGit.EndInput();
