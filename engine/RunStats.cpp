@@ -23,15 +23,15 @@ namespace {
 // is attached: -cNAME).
 const char* const s_pszOptionsWithValue = "bcCdHLpPQruvxzZ";
 
-std::string BaseName(const std::string& strPath)
+std::string_view BaseName(std::string_view strPath)
 {
     const size_t n = strPath.rfind('/');
-    return n == std::string::npos ? strPath : strPath.substr(n + 1);
+    return n == std::string_view::npos ? strPath : strPath.substr(n + 1);
 }
 
 bool IsP4(const std::string& strProgram, const std::string& strP4Program)
 {
-    const std::string strName = BaseName(strProgram);
+    const std::string_view strName = BaseName(strProgram);
     return strName == "p4" || strName == "p4sim" || (!strP4Program.empty() && strProgram == strP4Program);
 }
 
@@ -50,11 +50,11 @@ double Milliseconds(double fSeconds, unsigned nCount)
 
 } // namespace
 
-std::string CommandKind(const std::vector<std::string>& astrArgs, const std::string& strP4Program)
+std::string_view CommandKind(const std::vector<std::string>& astrArgs, const std::string& strP4Program)
 {
     if (astrArgs.empty())
-        return std::string();
-    const std::string strName = BaseName(astrArgs[0]);
+        return std::string_view();
+    const std::string_view strName = BaseName(astrArgs[0]);
     if (!IsP4(astrArgs[0], strP4Program))
         return strName;
     for (size_t i = 1; i < astrArgs.size(); ++i)
@@ -111,7 +111,11 @@ void CRunStats::OnChildStarting(const std::vector<std::string>& astrArgs)
 void CRunStats::OnChildEnded(const std::vector<std::string>& astrArgs, int nStatus, double fSeconds,
                              const VCM::CProcessCapture& cCapture)
 {
-    TChildKind& t = m_mapKinds[CommandKind(astrArgs, m_strP4Program)];
+    const std::string_view strKind = CommandKind(astrArgs, m_strP4Program);
+    auto it = m_mapKinds.find(strKind);
+    if (it == m_mapKinds.end())
+        it = m_mapKinds.emplace(std::string(strKind), TChildKind()).first;
+    TChildKind& t = it->second;
     ++t.nCount;
     t.fSeconds += fSeconds;
     ++m_nChildCount;

@@ -6,6 +6,7 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/ProcessCapture.h"
@@ -49,7 +50,9 @@ public:
     void OnChildEnded(const std::vector<std::string>& astrArgs, int nStatus, double fSeconds,
                       const VCM::CProcessCapture& cCapture) override;
 
-    const std::map<std::string, TChildKind>& Kinds() const { return m_mapKinds; }
+    // By kind; looked up without a copy of the kind's name.
+    typedef std::map<std::string, TChildKind, std::less<>> TKinds;
+    const TKinds& Kinds() const { return m_mapKinds; }
     double ChildSeconds() const { return m_fChildSeconds; }
     unsigned ChildCount() const { return m_nChildCount; }
     unsigned long long StagingMaxBytes() const { return m_nStagingMax; }
@@ -63,7 +66,7 @@ private:
     VCM::IProcessObserver* m_pNext;
     std::string m_strP4Program;
     std::string m_strStagingPrefix;
-    std::map<std::string, TChildKind> m_mapKinds;
+    TKinds m_mapKinds;
     double m_fChildSeconds = 0;
     unsigned m_nChildCount = 0;
     unsigned m_nChanges = 0;
@@ -74,8 +77,8 @@ private:
 
 // The kind of a child's command line: for p4 (a program named p4 or p4sim,
 // or the given p4 program) the command after the global options; for any
-// other program its name.
-std::string CommandKind(const std::vector<std::string>& astrArgs, const std::string& strP4Program);
+// other program its name. A view of the arguments' own text.
+std::string_view CommandKind(const std::vector<std::string>& astrArgs, const std::string& strP4Program);
 
 // This process's user and system CPU time so far.
 double OwnCpuSeconds();
