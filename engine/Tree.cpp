@@ -15,22 +15,21 @@ namespace IMP {
 
 namespace {
 
-// Reads the whole file into strContent: the size the caller saw goes
-// straight into its place, and whatever the file grew by since is added.
-// The path is below the folder fdBase is open on, or absolute.
-bool ReadFile(int fdBase, const char* pszPath, size_t nSizeSeen, std::string& strContent)
+// Reads the file's content: as many bytes as the caller's look at it saw,
+// as git does itself (the command that wrote the file has ended; a file
+// that changes after all the same is reported again and read again). Fewer
+// when it shrank in between. The path is below the folder fdBase is open
+// on, or absolute.
+bool ReadFile(int fdBase, const char* pszPath, size_t nSize, std::string& strContent)
 {
     const int fd = openat(fdBase, pszPath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
     if (fd < 0)
         return false;
-    strContent.resize(nSizeSeen);
+    strContent.resize(nSize);
     size_t nDone = 0;
-    char ach[4096];
-    for (;;)
+    while (nDone < nSize)
     {
-        const bool bInPlace = nDone < strContent.size();
-        const ssize_t r =
-            bInPlace ? read(fd, &strContent[nDone], strContent.size() - nDone) : read(fd, ach, sizeof(ach));
+        const ssize_t r = read(fd, &strContent[nDone], nSize - nDone);
         if (r < 0 && errno == EINTR)
             continue;
         if (r < 0)
@@ -40,8 +39,6 @@ bool ReadFile(int fdBase, const char* pszPath, size_t nSizeSeen, std::string& st
         }
         if (r == 0)
             break;
-        if (!bInPlace)
-            strContent.append(ach, size_t(r));
         nDone += size_t(r);
     }
     close(fd);
