@@ -4,7 +4,7 @@
 // them, with and without a transaction. Prints records per second for each
 // phase, the sizes of the two files and the process's peak memory.
 //
-//   bench-recorddb [base path]     (default /tmp/orvane-bench-<pid>)
+//   bench-recorddb [BASE]     (default /tmp/orvane-bench-<pid>; --help: usage)
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -112,8 +112,23 @@ unsigned long WalkAsTheImport(CChangeTable& cChanges, CChangeItemTable& cItems, 
 
 } // namespace
 
+const char* const s_pszUsage = "Usage: bench-recorddb [BASE]\n"
+                               "  Makes the database BASE.tdf / BASE.tlf (by default /tmp/orvane-bench-PID),\n"
+                               "  measures it, and removes it.\n";
+
 int main(int argc, char** argv)
 {
+    if (argc > 1 && (std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0))
+    {
+        std::fputs(s_pszUsage, stdout);
+        return 0;
+    }
+    // A base path that looks like an option is one mistyped, not a name.
+    if (argc > 2 || (argc == 2 && (argv[1][0] == '-' || argv[1][0] == '\0')))
+    {
+        std::fprintf(stderr, "bench-recorddb: unexpected argument '%s'\n%s", argv[argc - 1], s_pszUsage);
+        return 2;
+    }
     const std::string strBase = argc > 1 ? argv[1] : "/tmp/orvane-bench-" + std::to_string(::getpid());
     VCM::CString strConnection;
     strConnection.Format(L"type=native;path=%s;create=1;nobinaries=1", wxString(strBase).wc_str());
