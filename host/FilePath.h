@@ -48,6 +48,21 @@ public:
         if (nIndex < m_astrItems.size())
             m_astrItems[nIndex] = psz;
     }
+    // Item nIndex becomes the nLength characters at p (NULs included), in
+    // the item's own storage; the index one past the last adds an item.
+    void SetItem(unsigned nIndex, const wchar_t* p, size_t nLength)
+    {
+        if (nIndex < m_astrItems.size())
+            m_astrItems[nIndex].assign(p, nLength);
+        else if (nIndex == m_astrItems.size())
+            m_astrItems.emplace_back(wxString(p, nLength));
+    }
+    // Drops the items from nCount on.
+    void KeepItems(unsigned nCount)
+    {
+        if (nCount < m_astrItems.size())
+            m_astrItems.resize(nCount);
+    }
     void RemoveAll() { m_astrItems.clear(); }
     bool IsEmpty() const { return m_astrItems.empty(); }
 

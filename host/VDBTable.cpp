@@ -44,10 +44,15 @@ void AppendUtf8(const VCM::CString& str, std::string& strOut)
     }
 }
 
-void DecodeUtf8(const unsigned char* pb, size_t nSize, VCM::CString& strOut)
+namespace {
+
+// DecodeUtf8 into wide text whose storage is kept from one call to the
+// next: a walk reads every record's texts, and each would cost an
+// allocation of its own.
+void DecodeUtf8Into(const unsigned char* pb, size_t nSize, std::wstring& str)
 {
-    std::wstring str;
-    str.reserve(nSize);
+    str.resize(nSize); // never more characters than bytes
+    size_t n = 0;
     size_t i = 0;
     while (i < nSize)
     {
@@ -68,7 +73,7 @@ void DecodeUtf8(const unsigned char* pb, size_t nSize, VCM::CString& strOut)
             nMore = 5, u = b & 0x01;
         else
         {
-            str += static_cast<wchar_t>(0xFFFD);
+            str[n++] = static_cast<wchar_t>(0xFFFD);
             continue;
         }
         bool bOk = true;
@@ -81,8 +86,23 @@ void DecodeUtf8(const unsigned char* pb, size_t nSize, VCM::CString& strOut)
             }
             u = (u << 6) | (pb[i++] & 0x3F);
         }
-        str += bOk ? static_cast<wchar_t>(u) : static_cast<wchar_t>(0xFFFD);
+        str[n++] = bOk ? static_cast<wchar_t>(u) : static_cast<wchar_t>(0xFFFD);
     }
+    str.resize(n);
+}
+
+std::wstring& DecodeScratch()
+{
+    thread_local std::wstring s_str;
+    return s_str;
+}
+
+} // namespace
+
+void DecodeUtf8(const unsigned char* pb, size_t nSize, VCM::CString& strOut)
+{
+    std::wstring& str = DecodeScratch();
+    DecodeUtf8Into(pb, nSize, str);
     strOut.assign(str.data(), str.size());
 }
 
@@ -121,8 +141,10 @@ void EncodePath(const VCM::CFilePath& cPath, std::string& strOut)
 
 bool DecodePath(const unsigned char* pb, size_t nSize, VCM::CFilePath& cPath)
 {
-    cPath.RemoveAll();
-    VCM::CString strItem;
+    // The path's items are written over in place: a record read after
+    // another keeps its path's storage.
+    std::wstring& strItem = DecodeScratch();
+    unsigned nItems = 0;
     size_t i = 0;
     while (i < nSize)
     {
@@ -132,8 +154,8 @@ bool DecodePath(const unsigned char* pb, size_t nSize, VCM::CFilePath& cPath)
         i += 4;
         if (nLength > nSize - i)
             break;
-        DecodeUtf8(pb + i, nLength, strItem);
-        cPath.Add(strItem);
+        DecodeUtf8Into(pb + i, nLength, strItem);
+        cPath.SetItem(nItems++, strItem.data(), strItem.size());
         i += nLength;
     }
     if (i != nSize)
@@ -141,6 +163,7 @@ bool DecodePath(const unsigned char* pb, size_t nSize, VCM::CFilePath& cPath)
         cPath.RemoveAll();
         return false;
     }
+    cPath.KeepItems(nItems);
     return true;
 }
 

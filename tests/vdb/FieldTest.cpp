@@ -301,6 +301,36 @@ TEST(VdbLayout, IteratorsAddNoData)
     EXPECT_EQ(sizeof(CSampleTable), sizeof(CTable));
 }
 
+TEST(VdbEncoding, APathReadOverAnotherHoldsOnlyItsOwnItems)
+{
+    const auto Decode = [](const std::string& str, CFilePath& cPath) {
+        return Detail::DecodePath(reinterpret_cast<const unsigned char*>(str.data()), str.size(), cPath);
+    };
+    CFilePath cPath;
+    ASSERT_TRUE(cPath.Parse(L"src/module1/part2/file.cpp"));
+    std::string strLong;
+    Detail::EncodePath(cPath, strLong);
+    CFilePath cRead;
+    ASSERT_TRUE(Decode(strLong, cRead));
+    EXPECT_EQ(cPath, cRead);
+    // Fewer and shorter items over it, one of them with a NUL and one with
+    // a byte that is no UTF-8.
+    const std::string strShort("\0\0\0\3a\0b\0\0\0\2\xFFz", 13);
+    ASSERT_TRUE(Decode(strShort, cRead));
+    ASSERT_EQ(2u, cRead.GetItemCount());
+    unsigned nLength = 0;
+    const wchar_t* psz = cRead.GetItemText(0, &nLength);
+    EXPECT_EQ(std::wstring(L"a\0b", 3), std::wstring(psz, nLength));
+    psz = cRead.GetItemText(1, &nLength);
+    EXPECT_EQ(std::wstring(L"\xFFFDz"), std::wstring(psz, nLength));
+    // And more items again.
+    ASSERT_TRUE(Decode(strLong, cRead));
+    EXPECT_EQ(cPath, cRead);
+    // An empty path empties it.
+    ASSERT_TRUE(Decode(std::string(), cRead));
+    EXPECT_EQ(0u, cRead.GetItemCount());
+}
+
 TEST(VdbEncoding, StoredForms)
 {
     std::string str;
