@@ -37,14 +37,11 @@ bool CFolderWatch::Start(const std::string& strRoot)
         m_fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     if (m_fd < 0)
         return false;
-    // What the watches of an earlier start left in the queue goes.
-    alignas(inotify_event) char ach[4096];
-    for (;;)
-    {
-        const ssize_t n = read(m_fd, ach, sizeof(ach));
-        if (n <= 0 && !(n < 0 && errno == EINTR))
-            break;
-    }
+    // What the watches of an earlier start left in the queue goes: with no
+    // folder watched, each of its events names nothing known.
+    std::set<std::string> setLeftOver;
+    ReadQueue(setLeftOver);
+    m_bLost = false;
     m_bWatching = true;
     AddTree(std::string());
     return !m_bLost;
@@ -135,11 +132,8 @@ void CFolderWatch::Take(const inotify_event& tEvent, std::set<std::string>& setD
         AddTree(*itDirty);
 }
 
-bool CFolderWatch::Collect(std::set<std::string>& setDirty)
+void CFolderWatch::ReadQueue(std::set<std::string>& setDirty)
 {
-    setDirty.clear();
-    if (!m_bWatching)
-        return false;
     alignas(inotify_event) char ach[65536];
     for (;;)
     {
@@ -155,6 +149,14 @@ bool CFolderWatch::Collect(std::set<std::string>& setDirty)
             Take(*pEvent, setDirty);
         }
     }
+}
+
+bool CFolderWatch::Collect(std::set<std::string>& setDirty)
+{
+    setDirty.clear();
+    if (!m_bWatching)
+        return false;
+    ReadQueue(setDirty);
     if (!m_bLost)
         return true;
     m_bLost = false;

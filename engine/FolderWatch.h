@@ -31,6 +31,8 @@ public:
 
 private:
     void AddTree(const std::string& strRelative);
+    // Reads every event queued, each through Take.
+    void ReadQueue(std::set<std::string>& setDirty);
     // One event: the path it names goes into the set; a new folder is
     // watched too.
     void Take(const inotify_event& tEvent, std::set<std::string>& setDirty);

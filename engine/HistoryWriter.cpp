@@ -90,7 +90,6 @@ TBlobSink CHistoryWriter::BlobSink()
 void CHistoryWriter::OnChangeSynced(const TChangeInfo& tChange)
 {
     m_tDelta = TTreeDelta();
-    m_setItems.clear();
     m_atItems.clear();
     m_cTracker.Collect(m_tDelta, BlobSink());
     m_cDump.Change(m_pStream->tInfo.nID, tChange);
@@ -109,7 +108,6 @@ void CHistoryWriter::OnChangeItem(const TChangeItemInfo& tItem)
         const bool bFile = FileSha256(m_pStream->strFolder + "/" + strLocal, strDigest);
         m_cDump.Item(tItem, bFile ? &strDigest : nullptr);
     }
-    m_setItems.insert(strLocal);
     m_atItems.push_back(TItem{strLocal, strPath, tItem.nRevision, tItem.eType == MCE::eChangeItemDelete});
 }
 
@@ -129,7 +127,10 @@ std::string CHistoryWriter::FirstMissing() const
 void CHistoryWriter::OnChangeDone(const TChangeInfo& tChange)
 {
     // The items say where to look: anything the watch missed is caught here.
-    m_cTracker.Recheck(m_setItems, m_tDelta, BlobSink());
+    std::set<std::string> setItems;
+    for (const TItem& t : m_atItems)
+        setItems.insert(t.strLocal);
+    m_cTracker.Recheck(setItems, m_tDelta, BlobSink());
     const std::string strMissing = FirstMissing();
     if (!strMissing.empty())
         throw EStop(eExitFailure, "change " + std::to_string(tChange.nID) + " of stream " + m_pStream->strName +

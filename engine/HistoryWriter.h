@@ -83,7 +83,6 @@ private:
     // The change being imported.
     unsigned int m_nNumber = 0; // in the source system
     TTreeDelta m_tDelta;
-    std::set<std::string> m_setItems;
     // Each item: where its file is, its path and revision as a message
     // names them, and whether the change deletes it.
     struct TItem
