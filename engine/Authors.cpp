@@ -4,7 +4,6 @@
 #include <sstream>
 
 #include "FastImport.h"
-#include "P4Query.h"
 #include "Stop.h"
 #include "Text.h"
 
@@ -35,18 +34,6 @@ bool ParseAuthorLine(const std::string& strLine, std::string& strUser, TIdent& t
 std::string PerforceUser(const std::string& strUserText)
 {
     return strUserText.substr(0, strUserText.find('@'));
-}
-
-void CAuthors::ReadServerUsers(const std::string& strP4)
-{
-    const TP4Result tUsers = CP4Query(strP4).Run({"users", "-a"}, [this](const TP4Record& t) {
-        if (RecordValue(t, "code") == "stat" && !RecordValue(t, "User").empty())
-            AddServerUser(RecordValue(t, "User"), TIdent{RecordValue(t, "FullName"), RecordValue(t, "Email")});
-        return true;
-    });
-    const std::string strProblem = tUsers.Problem();
-    if (!strProblem.empty())
-        throw EStop(eExitFailure, "the users of the Perforce server cannot be listed: " + strProblem);
 }
 
 void CAuthors::AddServerUser(const std::string& strUser, const TIdent& tIdent)

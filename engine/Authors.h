@@ -29,10 +29,7 @@ std::string PerforceUser(const std::string& strUserText);
 class CAuthors
 {
 public:
-    // Takes every user of one `p4 -G users -a` listing, run with the p4
-    // client given. Throws EStop (failure) when the server does not answer.
-    void ReadServerUsers(const std::string& strP4);
-    // Takes one user of the server's list.
+    // Takes one user of the source system's list.
     void AddServerUser(const std::string& strUser, const TIdent& tIdent);
 
     // Reads an authors file, whose lines take precedence over the server's

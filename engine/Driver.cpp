@@ -118,8 +118,8 @@ void CMigrationDriver::ImportStream(unsigned int nStreamID, const std::string& s
     m_cHandler.OnStreamClosed();
 }
 
-void CMigrationDriver::ListChanges(unsigned int nStreamID, const std::string& strRoot,
-                                   const std::function<void(const TChangeInfo&)>& fnChange)
+unsigned int CMigrationDriver::ListChanges(unsigned int nStreamID, const std::string& strRoot,
+                                           const std::function<void(const TChangeInfo&)>& fnChange)
 {
     m_cHandler.BeforeCall("OnBeginStream");
     Require(m_cProvider.OnBeginStream(nStreamID, Wide(strRoot).wc_str()), eResultDone, "OnBeginStream");
@@ -127,6 +127,7 @@ void CMigrationDriver::ListChanges(unsigned int nStreamID, const std::string& st
     unsigned int nCount = 0;
     Require(m_cProvider.EstablishChangesets(nCount), eResultDone, "EstablishChangesets");
     WalkChanges([&fnChange](TChangeInfo& tChange) { fnChange(tChange); });
+    return nCount;
 }
 
 void CMigrationDriver::WalkChanges(const std::function<void(TChangeInfo&)>& fnChange)
@@ -161,6 +162,8 @@ void CMigrationDriver::ImportChange(TChangeInfo& tChange)
         nResult = m_cProvider.OnNextChangeItem(tItem);
         pszCall = "OnNextChangeItem";
     }
+    if (nResult == eResultFailure)
+        throw EProviderFailure(pszCall, nResult, m_cHandler.WhyItemFailed(tItem));
     Require(nResult, eResultNoMore, pszCall);
     m_cHandler.OnChangeDone(tChange);
 }

@@ -59,6 +59,13 @@ public:
     virtual void OnChangeDone(const TChangeInfo& tChange) { (void)tChange; }
     // After the stream's last change.
     virtual void OnStreamClosed() {}
+    // Why the provider could not give the item (its path filled in), when
+    // the handler can tell; "" else.
+    virtual std::string WhyItemFailed(const TChangeItemInfo& tItem) const
+    {
+        (void)tItem;
+        return std::string();
+    }
 };
 
 // Every call that fails throws EProviderFailure naming the call; a stop
@@ -92,8 +99,9 @@ public:
     void ImportStream(unsigned int nStreamID, const std::string& strRoot);
     // Hands each change of the stream to the callback without processing
     // it: nothing is synced, and no handler call but BeforeCall is made.
-    void ListChanges(unsigned int nStreamID, const std::string& strRoot,
-                     const std::function<void(const TChangeInfo&)>& fnChange);
+    // Returns the number of changes established for all streams.
+    unsigned int ListChanges(unsigned int nStreamID, const std::string& strRoot,
+                             const std::function<void(const TChangeInfo&)>& fnChange);
     // Removes the provider's clients when InitialiseClients was called.
     void RemoveClients();
 

@@ -1,5 +1,10 @@
 #include "HistoryWriter.h"
 
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
 #include "Digest.h"
 #include "Stop.h"
 #include "Text.h"
@@ -22,8 +27,8 @@ const CAuthors CHistoryWriter::s_cNoAuthors;
 void CHistoryWriter::BeforeCall(const char* pszCall)
 {
     CheckStopSignal();
-    // A failure of a p4 command belongs to the call that ran it.
-    WorkerChannel().ForgetFailure();
+    if (m_pSource)
+        m_pSource->BeforeCall(pszCall);
     // The supervisor needs the phase when it changes (the module runs the
     // same call once per item), and a sign of life now and then for its
     // stall watch.
@@ -54,6 +59,11 @@ void CHistoryWriter::OnStreamsRefreshed(const std::vector<TStreamInfo>& atStream
 
 void CHistoryWriter::OnChangesReady(unsigned int nCount)
 {
+    // The provider establishes every stream's changes at once, before the
+    // first stream's: what it asked for must have come whole.
+    if (m_pSource && !m_bChangesEstablished)
+        m_pSource->OnChangesEstablished(nCount);
+    m_bChangesEstablished = true;
     m_cProgress.SetTotal(nCount);
     if (m_pStats)
         m_pStats->SampleStaging();
@@ -63,6 +73,35 @@ void CHistoryWriter::OnChangesReady(unsigned int nCount)
 void CHistoryWriter::OnStreamClosed()
 {
     m_cTracker.End();
+}
+
+std::string CHistoryWriter::WhyItemFailed(const TChangeItemInfo& tItem) const
+{
+    // The provider makes the folders of an item's path before it gives the
+    // item: something that is no folder may stand in the way.
+    const std::string strPath = PathText(tItem.cFilePath);
+    std::string strFolder = m_pStream->strFolder;
+    size_t nStart = 0;
+    for (size_t nSlash; (nSlash = strPath.find('/', nStart)) != std::string::npos; nStart = nSlash + 1)
+    {
+        strFolder += "/" + strPath.substr(nStart, nSlash - nStart);
+        struct stat tStat;
+        if (::lstat(strFolder.c_str(), &tStat) != 0)
+        {
+            if (errno == ENOENT)
+                return std::string();
+            return "cannot make the folder of '" + strPath + "': " + strFolder + ": " + std::strerror(errno);
+        }
+        struct stat tTarget;
+        if (S_ISDIR(tStat.st_mode) ||
+            (S_ISLNK(tStat.st_mode) && ::stat(strFolder.c_str(), &tTarget) == 0 && S_ISDIR(tTarget.st_mode)))
+            continue;
+        const char* pszKind = S_ISLNK(tStat.st_mode)   ? " (a symbolic link of the synced files)"
+                              : S_ISREG(tStat.st_mode) ? " (a file of the synced files)"
+                                                       : "";
+        return "cannot make the folder of '" + strPath + "': " + strFolder + " is not a directory" + pszKind;
+    }
+    return std::string();
 }
 
 bool CHistoryWriter::OnChangeListed(const TChangeInfo& /*tChange*/, unsigned int nNumber)
@@ -89,6 +128,8 @@ TBlobSink CHistoryWriter::BlobSink()
 
 void CHistoryWriter::OnChangeSynced(const TChangeInfo& tChange)
 {
+    if (m_pSource)
+        m_pSource->OnChangeSynced(*m_pStream, m_nNumber);
     m_tDelta = TTreeDelta();
     m_atItems.clear();
     m_cTracker.Collect(m_tDelta, BlobSink());
@@ -101,7 +142,7 @@ void CHistoryWriter::OnChangeItem(const TChangeItemInfo& tItem)
     // Where p4 sync put the file, which is not always where the module says
     // (a name it decodes twice).
     const std::string strLocal =
-        m_pNames ? m_pNames->SyncedPath(PathText(m_pStream->tInfo.cDstPath), strPath) : strPath;
+        m_pSource ? m_pSource->SyncedPath(PathText(m_pStream->tInfo.cDstPath), strPath) : strPath;
     if (m_cDump.IsOpen())
     {
         std::string strDigest;

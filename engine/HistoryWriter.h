@@ -11,10 +11,10 @@
 #include "Authors.h"
 #include "Driver.h"
 #include "Dump.h"
-#include "EscapedNames.h"
 #include "GitRepository.h"
 #include "Progress.h"
 #include "RunStats.h"
+#include "SourceSystem.h"
 #include "Streams.h"
 #include "TreeTracker.h"
 #include "Workspace.h"
@@ -40,8 +40,9 @@ public:
     // Stops watching the folder.
     void Stop() { m_cTracker.End(); }
 
-    // Names that the module reads differently from p4 sync (none: null).
-    void SetEscapedNames(const CEscapedNames* pNames) { m_pNames = pNames; }
+    // The source system's part, told of each call and sync and asked where
+    // the synced files are (none: null).
+    void SetSource(CSourceSystem* pSource) { m_pSource = pSource; }
     // Samples the staging files once the changes are known (none: null).
     void SetRunStats(CRunStats* pStats) { m_pStats = pStats; }
     // Who the commits are by (none given: "user <user@client>" each).
@@ -56,6 +57,7 @@ public:
     void OnChangeItem(const TChangeItemInfo& tItem) override;
     void OnChangeDone(const TChangeInfo& tChange) override;
     void OnStreamClosed() override;
+    std::string WhyItemFailed(const TChangeItemInfo& tItem) const override;
 
 private:
     TBlobSink BlobSink();
@@ -71,7 +73,8 @@ private:
     CProgress& m_cProgress;
     bool m_bVerify;
     TStream* m_pStream = nullptr;
-    const CEscapedNames* m_pNames = nullptr;
+    CSourceSystem* m_pSource = nullptr;
+    bool m_bChangesEstablished = false;
     CRunStats* m_pStats = nullptr;
     const CAuthors* m_pAuthors = &s_cNoAuthors;
     static const CAuthors s_cNoAuthors;

@@ -14,28 +14,22 @@
 #include "GitRepository.h"
 #include "Graph.h"
 #include "HistoryWriter.h"
-#include "Labels.h"
 #include "Leftovers.h"
 #include "LogFile.h"
 #include "Module.h"
-#include "P4Query.h"
 #include "Progress.h"
 #include "ProviderHost.h"
-#include "ServerChecks.h"
+#include "SourceSystem.h"
 #include "Stop.h"
 #include "Streams.h"
 #include "Text.h"
 #include "WorkerChannel.h"
 #include "Workspace.h"
-#include "mce/ProviderBase.h"
 
 namespace ORVANE {
 namespace IMP {
 
 namespace {
-
-// The temporary client that the Perforce module makes on the server.
-const char* const s_pszPerforceClient = "Orvane_Temp_Client";
 
 // Why the module could not make its staging database, when something is in
 // the way of its files (it says nothing itself): ": the staging file ... is
@@ -61,17 +55,18 @@ class CImport
 public:
     CImport(const TOptions& tOptions, CRunStats* pStats)
         : m_tOptions(tOptions), m_pStats(pStats), m_cProgress(stderr),
-          m_cHistory(m_atStreams, m_cWorkspace, m_cDump, nullptr, m_cProgress, tOptions.bVerify)
+          m_cHistory(m_atStreams, m_cWorkspace, m_cDump, nullptr, m_cProgress, tOptions.bVerify),
+          m_pSource(MakeSourceSystem(tOptions.strProvider, SourceOptions(tOptions),
+                                     [this](const std::string& str) { Say(str); }))
     {
         m_cHistory.SetRunStats(pStats);
+        m_cHistory.SetSource(m_pSource.get());
     }
     int Run();
 
 private:
     std::string Migrate();
-    bool IsPerforce() const;
-    // The value a setting of the provider was given.
-    std::string Setting(const std::string& strKey) const;
+    static TSourceOptions SourceOptions(const TOptions& tOptions);
     void LoadProvider();
     void StartProvider();
     void DiscoverStreams();
@@ -83,17 +78,11 @@ private:
     void ReadEarlierRuns();
     void ImportStreams();
     std::string Finish();
-    // The labels as tags, each told on standard output; returns the end of
-    // the closing message.
-    std::string ImportLabels();
     void PrintStreams(bool bWithCommits);
     void Cleanup(int nStatus);
     void ReleaseProvider(int nStatus);
     // The module's clients go, once.
     void RemoveClients();
-    // Whether the temporary client is still on the server (or the server
-    // cannot tell).
-    bool ClientRemains() const;
     void Say(const std::string& str);
     // Where what the user asked to see goes: standard output, unless the
     // dump is written there.
@@ -112,9 +101,19 @@ private:
     CProgress m_cProgress;
     CHistoryWriter m_cHistory;
     std::map<std::string, std::string> m_mapSettings;
-    CEscapedNames m_cNames;
     CAuthors m_cAuthors;
+    std::unique_ptr<CSourceSystem> m_pSource;
 };
+
+TSourceOptions CImport::SourceOptions(const TOptions& tOptions)
+{
+    TSourceOptions t;
+    t.bKeepGoing = tOptions.bKeepGoing;
+    t.nRetries = tOptions.nRetries;
+    t.fRetryWait = tOptions.fRetryWait;
+    t.bQuiet = tOptions.bQuiet;
+    return t;
+}
 
 void CImport::Say(const std::string& str)
 {
@@ -135,9 +134,12 @@ int CImport::Run()
         m_cDump.Failure(e.Call(), e.Result());
         nStatus = e.Status();
         strMessage = e.what();
-        // Say why, when a p4 command of the call failed.
-        if (!WorkerChannel().GetLastFailure().empty())
-            strMessage += ": " + WorkerChannel().GetLastFailure();
+        // Say why: a command of the call failed, or the engine can tell.
+        const std::string strFailure = m_pSource->LastFailure();
+        if (!strFailure.empty())
+            strMessage += ": " + strFailure;
+        else if (!e.Cause().empty())
+            strMessage += ": " + e.Cause();
         else if (e.Call() == "EstablishChangesets")
             strMessage += StagingObstacle();
     }
@@ -193,11 +195,7 @@ std::string CImport::Migrate()
     }
     if (!m_tOptions.strDump.empty())
         m_cDump.Open(m_tOptions.strDump);
-    if (IsPerforce())
-    {
-        CServerChecks(Setting("P4Path")).CheckConnection();
-        m_cAuthors.ReadServerUsers(Setting("P4Path"));
-    }
+    m_pSource->CheckSource(m_cAuthors);
     StartProvider();
     DiscoverStreams();
     if (m_tOptions.bStreamsOnly)
@@ -207,12 +205,7 @@ std::string CImport::Migrate()
     }
     if (m_tOptions.bAuthorsMissing)
         return ListMissingAuthors();
-    if (IsPerforce())
-    {
-        // Before anything is synced or written.
-        CServerChecks(Setting("P4Path")).ScanNames(Setting("RootPath"), m_cNames);
-        m_cHistory.SetEscapedNames(&m_cNames);
-    }
+    m_pSource->BeforeImport();
     OpenRepository();
     NameBranches(m_atStreams);
     ReadEarlierRuns();
@@ -230,27 +223,9 @@ void CImport::LoadProvider()
     m_cModule.Load(strPath, strID);
     m_cHost.Adopt(m_cModule.CreateProvider());
     m_pDriver.reset(new CMigrationDriver(*m_cHost.Provider(), m_cHistory));
-    if (IsPerforce())
-    {
-        // The Perforce module is built on the provider framework: the
-        // changelist number is its current change record's.
-        const MCE::CProviderBase* pBase = static_cast<const MCE::CProviderBase*>(m_cHost.Provider());
-        m_pDriver->SetChangeNumbers([pBase]() { return pBase->GetCurrentProviderChangeID(); });
-    }
     m_mapSettings = ApplySettings(*m_cHost.Provider(), m_tOptions.atSettings);
-    if (IsPerforce())
-        WorkerChannel().Send(EVENT::pszP4, Setting("P4Path"));
-}
-
-bool CImport::IsPerforce() const
-{
-    return m_tOptions.strProvider == "p4";
-}
-
-std::string CImport::Setting(const std::string& strKey) const
-{
-    auto it = m_mapSettings.find(strKey);
-    return it != m_mapSettings.end() ? it->second : std::string();
+    m_pSource->Start(*m_cHost.Provider(), m_mapSettings);
+    m_pDriver->SetChangeNumbers(m_pSource->ChangeNumbers());
 }
 
 void CImport::StartProvider()
@@ -270,6 +245,7 @@ void CImport::DiscoverStreams()
 {
     m_pDriver->EstablishStreams();
     m_atStreams = MakeStreams(m_pDriver->WalkStreams());
+    m_pSource->OnStreamsKnown(m_atStreams);
     if (!m_tOptions.strGraph.empty())
         WriteGraph(StreamGraph(m_atStreams), m_tOptions.strGraph);
 }
@@ -280,8 +256,12 @@ std::string CImport::ListMissingAuthors()
     for (TStream& s : m_atStreams)
     {
         m_cHistory.SetStream(s);
-        m_pDriver->ListChanges(s.tInfo.nID, std::string(),
-                               [&setUsers](const TChangeInfo& tChange) { setUsers.insert(Utf8(tChange.strUser)); });
+        const unsigned int nCount =
+            m_pDriver->ListChanges(s.tInfo.nID, std::string(),
+                                   [&setUsers](const TChangeInfo& tChange) { setUsers.insert(Utf8(tChange.strUser)); });
+        // Every stream's changes are established with the first.
+        if (&s == &m_atStreams.front())
+            m_pSource->OnChangesEstablished(nCount);
     }
     const std::vector<std::string> astrMissing = m_cAuthors.Missing(setUsers);
     std::FILE* pOut = Report();
@@ -328,8 +308,8 @@ void CImport::ImportStreams()
     if (m_cWorkspace.Made())
         WorkerChannel().Send(EVENT::pszWorkspace, m_cWorkspace.Path());
     PlaceStreams(m_atStreams, m_cWorkspace.Path());
-    if (IsPerforce())
-        WorkerChannel().Send(EVENT::pszClient, s_pszPerforceClient);
+    if (!m_pSource->TemporaryClient().empty())
+        WorkerChannel().Send(EVENT::pszClient, m_pSource->TemporaryClient());
     m_pDriver->InitialiseClients(m_cWorkspace.Path());
     const bool bTerminal = isatty(2);
     m_cProgress.Start(!m_tOptions.bQuiet && (m_tOptions.bProgress || bTerminal), bTerminal);
@@ -363,33 +343,19 @@ std::string CImport::Finish()
     if (!m_tOptions.bQuiet)
         PrintStreams(true);
     std::string strLabels;
-    if (m_tOptions.bLabels && m_pGit && IsPerforce())
-        strLabels = ImportLabels();
+    if (m_tOptions.bLabels && m_pGit && m_pSource->HasLabels())
+    {
+        WorkerChannel().Send(EVENT::pszPhase, "labels");
+        strLabels = m_pSource->ImportLabels(m_atStreams, m_tOptions.strGit, m_cAuthors, Report());
+    }
+    const std::string strSummary = m_pSource->Summary();
+    if (!strSummary.empty() && !m_tOptions.bQuiet)
+        Say(strSummary);
     if (m_pGit && m_pGit->Continued() && m_cProgress.Done() == 0)
         return "nothing new: the branches in " + m_tOptions.strGit + " hold every change of the " +
                std::to_string(m_atStreams.size()) + " streams" + strLabels;
     return "imported " + std::to_string(m_cProgress.Done()) + " changes of " + std::to_string(m_atStreams.size()) +
            " streams" + (m_pGit ? " into " + m_tOptions.strGit : std::string()) + strLabels;
-}
-
-std::string CImport::ImportLabels()
-{
-    std::vector<TLabelStream> atStreams;
-    for (const TStream& s : m_atStreams)
-        atStreams.push_back(TLabelStream{s.strBranch, PathText(s.tInfo.cDstPath)});
-    WorkerChannel().Send(EVENT::pszPhase, "labels");
-    const std::vector<TLabelOutcome> atOutcomes =
-        CLabels(Setting("P4Path"), m_tOptions.strGit, m_cAuthors).Import(atStreams);
-    size_t nTags = 0;
-    std::FILE* pOut = Report();
-    for (const TLabelOutcome& t : atOutcomes)
-    {
-        nTags += t.bTagged ? 1 : 0;
-        // A skipped label is told even with --quiet: it is missing from git.
-        if (!t.bTagged || !m_tOptions.bQuiet)
-            std::fprintf(pOut, "label %s: %s%s\n", t.strName.c_str(), t.bTagged ? "" : "skipped: ", t.strWhat.c_str());
-    }
-    return ", " + std::to_string(nTags) + " of " + std::to_string(atOutcomes.size()) + " labels as tags";
 }
 
 void CImport::PrintStreams(bool bWithCommits)
@@ -408,17 +374,6 @@ void CImport::Cleanup(int nStatus)
     m_cDump.Close();
 }
 
-bool CImport::ClientRemains() const
-{
-    const TP4Result tResult = CP4Query(Setting("P4Path")).Run({"clients", "-e", s_pszPerforceClient});
-    if (!tResult.Problem().empty())
-        return true;
-    for (const TP4Record& tRecord : tResult.atRecords)
-        if (RecordValue(tRecord, "client") == s_pszPerforceClient)
-            return true;
-    return false;
-}
-
 void CImport::RemoveClients()
 {
     if (!m_pDriver || m_bClientsRemoved)
@@ -427,7 +382,7 @@ void CImport::RemoveClients()
     m_pDriver->RemoveClients();
     // The module does not look whether its client went: the supervisor
     // removes one that is still there, or names it.
-    if (!IsPerforce() || !ClientRemains())
+    if (m_pSource->ClientGone())
         WorkerChannel().Send(EVENT::pszClientGone);
 }
 

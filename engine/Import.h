@@ -33,6 +33,13 @@ struct TOptions
     std::string strAuthors;       // the authors file
     bool bAuthorsMissing = false; // list the users without a mapping, import nothing
     bool bLabels = false;         // Perforce labels become tags
+    // Failures of the module's commands that lose history are warnings,
+    // and the module goes on as it does alone.
+    bool bKeepGoing = false;
+    // A command that failed on the way to the server is tried again this
+    // often, after a wait that starts here and doubles.
+    unsigned nRetries = 3;
+    double fRetryWait = 1;
 };
 
 // Exit status: 0 done, 1 the migration failed, 2 usage, 128 + N stopped by

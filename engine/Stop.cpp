@@ -5,10 +5,10 @@ namespace IMP {
 
 volatile std::sig_atomic_t g_nStopSignal = 0;
 
-EProviderFailure::EProviderFailure(const char* pszCall, int nResult)
+EProviderFailure::EProviderFailure(const char* pszCall, int nResult, const std::string& strCause)
     : EStop(eExitFailure,
             std::string("the provider reported a failure in ") + pszCall + " (result " + std::to_string(nResult) + ")"),
-      m_strCall(pszCall), m_nResult(nResult)
+      m_strCall(pszCall), m_nResult(nResult), m_strCause(strCause)
 {
 }
 

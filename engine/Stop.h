@@ -33,13 +33,16 @@ private:
 class EProviderFailure : public EStop
 {
 public:
-    EProviderFailure(const char* pszCall, int nResult);
+    // strCause: why, when the engine can tell.
+    EProviderFailure(const char* pszCall, int nResult, const std::string& strCause = std::string());
     const std::string& Call() const { return m_strCall; }
     int Result() const { return m_nResult; }
+    const std::string& Cause() const { return m_strCause; }
 
 private:
     std::string m_strCall;
     int m_nResult;
+    std::string m_strCause;
 };
 
 // The signal that asked the run to stop, or 0. Set by the signal handler.

@@ -12,10 +12,10 @@
 #include <unistd.h>
 
 #include "Leftovers.h"
-#include "P4Query.h"
 #include "WorkerChannel.h"
 #include "Workspace.h"
 #include "host/ChildProcess.h"
+#include "perforce/ServerChecks.h"
 
 extern char** environ;
 
@@ -135,8 +135,7 @@ void CSupervisor::RemoveClient(TState& tState)
         // With the environment as it was before the run: the worker's
         // changes to it went with the worker.
         const std::string strP4 = tState.strP4.empty() ? m_tSupervision.strP4 : tState.strP4;
-        const TP4Result tResult = CP4Query(strP4).Run({"client", "-d", tState.strClient});
-        const std::string strProblem = tResult.Problem();
+        const std::string strProblem = DeleteServerClient(strP4, tState.strClient);
         if (!strProblem.empty())
             Say("warning: the temporary client '" + tState.strClient + "' remains on the server (" + strProblem +
                 "); remove it with: p4 client -d " + tState.strClient);

@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "P4Query.h"
 #include "host/ChildProcess.h"
 
 namespace ORVANE {
@@ -24,22 +23,6 @@ const char* const pszLog = "log";
 const char* const pszWorkspace = "workspace";
 const char* const pszDone = "done";
 } // namespace EVENT
-
-namespace {
-
-// Enough of a child's output to find its error record.
-const size_t s_nPeekBytes = 64 * 1024;
-
-// A failure record holds the code "error", marshalled (as any kind of
-// string) with these bytes: output without them has none and needs no
-// decoding.
-bool MayHoldFailureRecord(const std::string& strOut)
-{
-    static const std::string s_strError("\x05\0\0\0error", 9);
-    return strOut.find(s_strError) != std::string::npos;
-}
-
-} // namespace
 
 CWorkerChannel& WorkerChannel()
 {
@@ -65,30 +48,6 @@ std::string CommandText(const std::vector<std::string>& astrArgs)
         str += '\'';
     }
     return str;
-}
-
-std::string ChildProblem(int nStatus, const VCM::CProcessCapture& cCapture)
-{
-    // Nearly every child succeeds: its output is looked at only for a
-    // failure record then.
-    std::string strOut = cCapture.PeekOutput(s_nPeekBytes);
-    if (nStatus == 0 && !MayHoldFailureRecord(strOut))
-        return std::string();
-    TP4Result tResult;
-    tResult.nStatus = nStatus;
-    tResult.strError = cCapture.PeekError(s_nPeekBytes);
-    CMarshalDecoder cDecoder;
-    cDecoder.Feed(strOut.data(), strOut.size(), [&tResult](const TP4Record& t) {
-        if (!IsFailureRecord(t))
-            return true;
-        tResult.atRecords.push_back(t);
-        return false;
-    });
-    // Output that is no marshalled stream is a plain command's: not a fault.
-    std::string strProblem = tResult.Problem();
-    if (nStatus == 0 && tResult.atRecords.empty())
-        strProblem.clear();
-    return strProblem;
 }
 
 bool CWorkerChannel::OpenFromEnvironment()
@@ -128,13 +87,9 @@ void CWorkerChannel::OnChildStarting(const std::vector<std::string>& astrArgs)
     Send(EVENT::pszChildStart, CommandText(astrArgs));
 }
 
-void CWorkerChannel::OnChildEnded(const std::vector<std::string>& astrArgs, int nStatus, double,
-                                  const VCM::CProcessCapture& cCapture)
+void CWorkerChannel::OnChildEnded(const std::vector<std::string>&, int nStatus, double, const VCM::CProcessCapture&)
 {
     Send(EVENT::pszChildEnd, std::to_string(nStatus));
-    const std::string strProblem = ChildProblem(nStatus, cCapture);
-    if (!strProblem.empty())
-        m_strLastFailure = "'" + CommandText(astrArgs) + "' failed: " + strProblem;
 }
 
 } // namespace IMP

@@ -44,14 +44,8 @@ public:
     void OnChildEnded(const std::vector<std::string>& astrArgs, int nStatus, double fSeconds,
                       const VCM::CProcessCapture& cCapture) override;
 
-    // The last p4 command that failed, with the server's message ("" when
-    // none failed since the last call of ForgetFailure).
-    const std::string& GetLastFailure() const { return m_strLastFailure; }
-    void ForgetFailure() { m_strLastFailure.clear(); }
-
 private:
     int m_nFd = -1;
-    std::string m_strLastFailure;
 };
 
 // The channel of this process (closed unless it is a worker).
@@ -60,10 +54,6 @@ CWorkerChannel& WorkerChannel();
 // One command line as a person would type it again (arguments with blanks
 // or quotes in single quotes).
 std::string CommandText(const std::vector<std::string>& astrArgs);
-
-// The message of a failed child: the first "error" record of -G output, or
-// the first line of its standard error, or its exit status.
-std::string ChildProblem(int nStatus, const VCM::CProcessCapture& cCapture);
 
 } // namespace IMP
 } // namespace ORVANE

@@ -115,6 +115,21 @@ void AddOptions(CLI::App& app, TOptions& tOptions, std::vector<std::string>& ast
                  "list the users of the history that have no name and e-mail address, one a line; import nothing");
     app.add_flag("--labels", tOptions.bLabels,
                  "make each Perforce label that is one stream's state at one change an annotated tag (with --git)");
+    app.add_flag("--keep-going", tOptions.bKeepGoing,
+                 "when a p4 command of the module fails for good (the changes of a stream cannot be listed, a "
+                 "change cannot be read or synced), warn and let the module go on without it, as it does alone; "
+                 "without it the run stops with exit status 1 and writes nothing for that change");
+    app.add_option("--retries", tOptions.nRetries,
+                   "how often a p4 command that failed on the way to the server (a dropped connection, a time-out) "
+                   "is tried again")
+        ->type_name("N")
+        ->check(CLI::Range(0u, 100u))
+        ->default_val(3);
+    app.add_option("--retry-wait", tOptions.fRetryWait,
+                   "the wait before the first retry; each further one waits twice as long")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, 3600.0))
+        ->default_val(1);
     app.add_option("--stats", tOptions.strStats,
                    "write figures of the run (time in p4 commands and in the engine, CPU, memory) as JSON")
         ->type_name("FILE");

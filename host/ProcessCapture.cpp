@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -309,6 +310,13 @@ public:
         Reset();
     }
 
+    // The input again, for another run of the same command.
+    void Assign(const std::vector<char>& acData)
+    {
+        Clear();
+        m_acData = acData;
+    }
+
     wxFileOffset GetLength() const override { return static_cast<wxFileOffset>(m_acData.size()); }
 
 protected:
@@ -435,6 +443,9 @@ struct CProcessCapture::TImpl
 
     int Run(const CProcessCapture& cOwner, const CString& strCommandLine);
     int RunArguments(const std::vector<std::string>& astrArgs, const TSpawnOptions& tOptions);
+    // The same through the gateway, when there is one.
+    int RunPassed(const CProcessCapture& cOwner, const std::vector<std::string>& astrArgs,
+                  const TSpawnOptions& tOptions);
     // The same, told to the observer when there is one.
     int RunObserved(const CProcessCapture& cOwner, const std::vector<std::string>& astrArgs,
                     const TSpawnOptions& tOptions);
@@ -578,12 +589,13 @@ int CProcessCapture::TImpl::Run(const CProcessCapture& cOwner, const CString& st
         }
         astrArgs.push_back(strArg);
     }
-    return RunObserved(cOwner, astrArgs, TSpawnOptions());
+    return RunPassed(cOwner, astrArgs, TSpawnOptions());
 }
 
 namespace {
 
 IProcessObserver* s_pObserver = nullptr;
+IProcessGateway* s_pGateway = nullptr;
 
 std::string Peek(const CCaptureBuffer& cBuffer, size_t nMax)
 {
@@ -601,6 +613,67 @@ std::string Peek(const CCaptureBuffer& cBuffer, size_t nMax)
 }
 
 } // namespace
+
+namespace {
+
+// A command handed to the gateway: each run gets the input the caller
+// wrote before Execute.
+class CGatewayRun : public IChildRun
+{
+public:
+    typedef std::function<int()> TRunner;
+    CGatewayRun(const std::vector<std::string>& astrArgs, const CProcessCapture& cOwner, CCaptureBuffer& cOut,
+                CCaptureBuffer& cErr, CInputCollector& cIn, TRunner fnRun)
+        : m_astrArgs(astrArgs), m_cOwner(cOwner), m_cOut(cOut), m_cErr(cErr), m_cIn(cIn), m_acInput(cIn.GetData()),
+          m_fnRun(std::move(fnRun))
+    {
+    }
+    const std::vector<std::string>& Arguments() const override { return m_astrArgs; }
+    int Run() override
+    {
+        if (m_nRuns++ > 0)
+            m_cIn.Assign(m_acInput);
+        return m_fnRun();
+    }
+    const CProcessCapture& Capture() const override { return m_cOwner; }
+    void SetOutput(const std::string& strBytes) override { Replace(m_cOut, strBytes); }
+    void SetError(const std::string& strBytes) override { Replace(m_cErr, strBytes); }
+
+private:
+    static void Replace(CCaptureBuffer& cBuffer, const std::string& strBytes)
+    {
+        cBuffer.Clear();
+        cBuffer.Append(strBytes.data(), strBytes.size());
+    }
+
+    const std::vector<std::string>& m_astrArgs;
+    const CProcessCapture& m_cOwner;
+    CCaptureBuffer& m_cOut;
+    CCaptureBuffer& m_cErr;
+    CInputCollector& m_cIn;
+    const std::vector<char> m_acInput;
+    TRunner m_fnRun;
+    int m_nRuns = 0;
+};
+
+} // namespace
+
+int CProcessCapture::TImpl::RunPassed(const CProcessCapture& cOwner, const std::vector<std::string>& astrArgs,
+                                      const TSpawnOptions& tOptions)
+{
+    IProcessGateway* pGateway = s_pGateway;
+    if (!pGateway)
+        return RunObserved(cOwner, astrArgs, tOptions);
+    CGatewayRun cRun(astrArgs, cOwner, m_cOut, m_cErr, m_cIn,
+                     [&]() { return RunObserved(cOwner, astrArgs, tOptions); });
+    const int nStatus = pGateway->Pass(cRun);
+    // What the gateway left is read from its first byte; input not used up
+    // by a run is not the next command's.
+    m_cIn.Clear();
+    m_cOutStream.Rewind();
+    m_cErrStream.Rewind();
+    return nStatus;
+}
 
 int CProcessCapture::TImpl::RunObserved(const CProcessCapture& cOwner, const std::vector<std::string>& astrArgs,
                                         const TSpawnOptions& tOptions)
@@ -691,12 +764,12 @@ int CProcessCapture::Execute(const CString& strCommandLine)
 
 int CProcessCapture::Execute(const std::vector<std::string>& astrArgs)
 {
-    return m_pImpl->RunObserved(*this, astrArgs, TSpawnOptions());
+    return m_pImpl->RunPassed(*this, astrArgs, TSpawnOptions());
 }
 
 int CProcessCapture::Execute(const std::vector<std::string>& astrArgs, const TSpawnOptions& tOptions)
 {
-    return m_pImpl->RunObserved(*this, astrArgs, tOptions);
+    return m_pImpl->RunPassed(*this, astrArgs, tOptions);
 }
 
 std::string CProcessCapture::PeekOutput(size_t nMax) const
@@ -726,6 +799,11 @@ std::string ReadAllBytes(wxInputStream& rStream)
 void CProcessCapture::SetObserver(IProcessObserver* pObserver)
 {
     s_pObserver = pObserver;
+}
+
+void CProcessCapture::SetGateway(IProcessGateway* pGateway)
+{
+    s_pGateway = pGateway;
 }
 
 const struct rusage& CProcessCapture::GetUsage() const

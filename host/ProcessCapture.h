@@ -36,6 +36,35 @@ public:
                               const CProcessCapture& cCapture) = 0;
 };
 
+// One command of a capture as a gateway sees it: the gateway may run the
+// child (again, with the same input each time, or not at all), look at
+// what it wrote, and change what the caller will read.
+class IChildRun
+{
+public:
+    virtual ~IChildRun() = default;
+    virtual const std::vector<std::string>& Arguments() const = 0;
+    // Runs the child as the caller asked, observed like any child; its
+    // exit status. What an earlier run wrote is gone.
+    virtual int Run() = 0;
+    virtual const CProcessCapture& Capture() const = 0;
+    // Replaces what the caller reads on standard output / error.
+    virtual void SetOutput(const std::string& strBytes) = 0;
+    virtual void SetError(const std::string& strBytes) = 0;
+};
+
+// Stands between every capture of this process and its children: a place
+// to retry a command that failed on the way, or to leave records out of
+// what the caller reads, without the caller knowing. Called on the thread
+// that runs the command.
+class IProcessGateway
+{
+public:
+    virtual ~IProcessGateway() = default;
+    // Returns the exit status the caller sees.
+    virtual int Pass(IChildRun& rRun) = 0;
+};
+
 class CProcessCapture
 {
 public:
@@ -65,6 +94,9 @@ public:
     // The observer of every child of this process (none: nullptr). The
     // caller keeps it alive while it is set.
     static void SetObserver(IProcessObserver* pObserver);
+    // The gateway of every command of this process (none: nullptr, each
+    // command runs its child once). The caller keeps it alive while set.
+    static void SetGateway(IProcessGateway* pGateway);
 
     // What the last child wrote on standard output / error, from the first
     // byte to the end.

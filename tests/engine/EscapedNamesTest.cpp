@@ -2,7 +2,7 @@
 // depot's file list: names it would hang on, names it reads differently.
 #include <gtest/gtest.h>
 
-#include "EscapedNames.h"
+#include "perforce/EscapedNames.h"
 
 using namespace ORVANE::IMP;
 

@@ -222,6 +222,7 @@ struct TSwitchRow
     std::vector<std::string> astrMessage;  // the engine's lines on standard error
     std::vector<std::string> astrBranches; // the branches in git afterwards: "NAME COMMITS"
     bool bClientRemains = false;
+    bool bKeepGoing = false; // run with --keep-going
 };
 
 // The row's name in gtest's messages.
@@ -239,14 +240,20 @@ TEST_P(CSwitchFaultTest, Row)
 {
     LoadHistory(ENGINETEST_DATA "/small-history.json");
     const TSwitchRow& t = GetParam();
-    const TResult r = RunEngine(Args(), t.mapEnv);
+    // A broken answer is tried again at once: the switch breaks every one.
+    std::vector<std::string> astrArgs = {"--retry-wait", "0"};
+    if (t.bKeepGoing)
+        astrArgs.push_back("--keep-going");
+    const TResult r = RunEngine(Args(astrArgs), t.mapEnv);
     EXPECT_EQ(t.nStatus, r.nStatus) << r.strErr;
     std::vector<std::string> astrLog = t.astrLog;
-    for (std::string& str : astrLog)
-        if (str.find("@WS@") != std::string::npos)
-            str.replace(str.find("@WS@"), 4, m_strWorkspace);
+    std::vector<std::string> astrMessage = t.astrMessage;
+    for (std::vector<std::string>* p : {&astrLog, &astrMessage})
+        for (std::string& str : *p)
+            while (str.find("@WS@") != std::string::npos)
+                str.replace(str.find("@WS@"), 4, m_strWorkspace);
     EXPECT_EQ(astrLog, FailureEntries(ReadWholeFile(m_strLog)));
-    EXPECT_EQ(t.astrMessage, MessageLines(r.strErr));
+    EXPECT_EQ(astrMessage, MessageLines(r.strErr));
     EXPECT_EQ(t.astrBranches, Branches());
     if (t.bClientRemains)
     {
@@ -274,6 +281,41 @@ std::string Provider(const std::string& strCall, const std::string& strArgs)
            " " + strArgs + "' failed: p4sim: simulated failure of '" + strArgs + "'";
 }
 
+// A failure the run ends with: what was lost, the command and its message.
+std::string Lost(const std::string& strWhat, const std::string& strArgs, const std::string& strProblem)
+{
+    return "orvane-import: error: " + strWhat + ": '" + ENGINETEST_P4SIM + " " + strArgs + "' failed: " + strProblem;
+}
+
+// The same as a warning of --keep-going.
+std::string KeptGoing(const std::string& strWhat, const std::string& strArgs, const std::string& strProblem)
+{
+    return "orvane-import: warning: " + strWhat + ": '" + ENGINETEST_P4SIM + " " + strArgs + "' failed: " + strProblem +
+           " (--keep-going: the module goes on without it)";
+}
+
+std::string LeftOut(const std::string& strBranch, const std::string& strProblem)
+{
+    return "orvane-import: warning: the branch specification " + strBranch +
+           " is left out, its files are in no "
+           "stream: '" +
+           ENGINETEST_P4SIM + " -G branch -o " + strBranch + "' failed: " + strProblem;
+}
+
+const std::string s_strUnlisted = std::string("orvane-import: warning: the branch specifications cannot be listed, so "
+                                              "none became a stream: '") +
+                                  ENGINETEST_P4SIM + " -G branches' failed: its output could not be read";
+
+const std::string s_strNothingImported =
+    "Nothing was imported. Run again, or give --keep-going to import without what failed.";
+
+const std::string s_strUnreadable = "its output could not be read";
+
+std::string SimulatedText(const std::string& strArgs)
+{
+    return "p4sim: simulated failure of '" + strArgs + "'";
+}
+
 std::map<std::string, std::string> Garble(const std::string& strPattern, const char* pszMode)
 {
     return {{"P4SIM_GARBLE", strPattern}, {"P4SIM_GARBLE_MODE", pszMode}};
@@ -292,27 +334,34 @@ INSTANTIATE_TEST_SUITE_P(
                    {Simulated("-G branches")},
                    {Provider("EstablishStreams", "-G branches")},
                    {}},
-        // The branch spec is skipped: the root path is the one stream.
+        // The branch spec is skipped, with a warning: the root path is the
+        // one stream.
         TSwitchRow{"BranchOutputFails",
                    {{"P4SIM_FAIL", "^-G branch -o rel1"}},
                    0,
                    {Simulated("-G branch -o rel1"), s_strNoClient},
-                   {},
+                   {LeftOut("rel1", SimulatedText("-G branch -o rel1"))},
                    {"depot 4"}},
+        // The module would go on without the stream's changes: the run
+        // stops once the changes are established, before anything is
+        // written.
         TSwitchRow{"ChangesFails",
                    {{"P4SIM_FAIL", "^-G changes //depot/rel1"}},
-                   0,
+                   1,
                    {s_strNoClient, Simulated("-G changes //depot/rel1/..."),
                     "** Failed to enumerate changes for //depot/rel1"},
-                   {},
-                   {"depot_main 3"}},
-        // Change 3 is not recorded: its files come with change 4.
+                   {Lost("the changes of stream rel1 cannot be listed", "-G changes //depot/rel1/...",
+                         SimulatedText("-G changes //depot/rel1/...")),
+                    s_strNothingImported},
+                   {}},
+        // The module would leave change 3 out and give its files to change 4.
         TSwitchRow{"DescribeFails",
                    {{"P4SIM_FAIL", "^-G describe 3$"}},
-                   0,
+                   1,
                    {s_strNoClient, Simulated("-G describe 3"), "** Failed to enumerate change 3"},
-                   {},
-                   {"depot_main 3", "rel1 4"}},
+                   {Lost("change 3 of stream rel1 cannot be read", "-G describe 3", SimulatedText("-G describe 3")),
+                    s_strNothingImported},
+                   {}},
         TSwitchRow{"ClientCreateFails",
                    {{"P4SIM_FAIL", "^client -i"}},
                    1,
@@ -335,54 +384,134 @@ INSTANTIATE_TEST_SUITE_P(
                     "Orvane_Temp_Client"},
                    s_astrAll,
                    true},
+        // The first change's sync fails: nothing is written for it.
         TSwitchRow{"SyncFails",
                    {{"P4SIM_FAIL", "^sync "}},
                    1,
                    {s_strNoClient, Simulated("sync @WS@/depot_main/...@1")},
-                   {"orvane-import: error: change 3 of stream depot_main was not synced completely: the file "
-                    "'a.txt#1' is missing"},
+                   {Lost("change 1 of stream depot_main cannot be synced", "sync @WS@/depot_main/...@1",
+                         SimulatedText("sync @WS@/depot_main/...@1")),
+                    "Nothing was written for this change; the changes before it are in git. Run again to continue "
+                    "from there, or give --keep-going to import without what failed."},
                    {}},
-        // A listing cut short or broken at its first record ends the
-        // listing: no branch spec, so the root path is the one stream.
-        TSwitchRow{"BranchesCut", Garble("^-G branches", "cut"), 0, {s_strNoClient}, {}, {"depot 4"}},
-        TSwitchRow{"BranchesType", Garble("^-G branches", "type"), 0, {s_strNoClient}, {}, {"depot 4"}},
-        TSwitchRow{"BranchesLength", Garble("^-G branches", "length"), 0, {s_strNoClient}, {}, {"depot 4"}},
-        TSwitchRow{"BranchOutputCut", Garble("^-G branch -o", "cut"), 0, {s_strNoClient}, {}, {"depot 4"}},
-        TSwitchRow{"BranchOutputType", Garble("^-G branch -o", "type"), 0, {s_strNoClient}, {}, {"depot 4"}},
-        TSwitchRow{"BranchOutputLength", Garble("^-G branch -o", "length"), 0, {s_strNoClient}, {}, {"depot 4"}},
-        TSwitchRow{"ChangesCut",
-                   Garble("^-G changes //depot/main", "cut"),
-                   0,
-                   {s_strNoClient, "** Found no changelists for stream //depot/main"},
-                   {},
-                   {"rel1 2"}},
-        TSwitchRow{"ChangesType",
-                   Garble("^-G changes //depot/main", "type"),
-                   0,
-                   {s_strNoClient, "** Found no changelists for stream //depot/main"},
-                   {},
-                   {"rel1 2"}},
-        // Only the last record is broken: the oldest change is lost without
-        // a word, as the module reads it; rel1 starts from change 2 still.
-        TSwitchRow{"ChangesLength",
-                   Garble("^-G changes //depot/main", "length"),
+        // A listing cut short or broken: tried again, then named. No branch
+        // spec can be read, so the root path is the one stream.
+        TSwitchRow{"BranchesCut", Garble("^-G branches", "cut"), 0, {s_strNoClient}, {s_strUnlisted}, {"depot 4"}},
+        TSwitchRow{"BranchesType", Garble("^-G branches", "type"), 0, {s_strNoClient}, {s_strUnlisted}, {"depot 4"}},
+        TSwitchRow{
+            "BranchesLength", Garble("^-G branches", "length"), 0, {s_strNoClient}, {s_strUnlisted}, {"depot 4"}},
+        TSwitchRow{"BranchOutputCut",
+                   Garble("^-G branch -o", "cut"),
                    0,
                    {s_strNoClient},
-                   {},
-                   {"depot_main 2", "rel1 3"}},
+                   {LeftOut("rel1", s_strUnreadable)},
+                   {"depot 4"}},
+        TSwitchRow{"BranchOutputType",
+                   Garble("^-G branch -o", "type"),
+                   0,
+                   {s_strNoClient},
+                   {LeftOut("rel1", s_strUnreadable)},
+                   {"depot 4"}},
+        TSwitchRow{"BranchOutputLength",
+                   Garble("^-G branch -o", "length"),
+                   0,
+                   {s_strNoClient},
+                   {LeftOut("rel1", s_strUnreadable)},
+                   {"depot 4"}},
+        TSwitchRow{
+            "ChangesCut",
+            Garble("^-G changes //depot/main", "cut"),
+            1,
+            {s_strNoClient, "** Found no changelists for stream //depot/main"},
+            {Lost("the changes of stream depot_main cannot be listed", "-G changes //depot/main/...", s_strUnreadable),
+             s_strNothingImported},
+            {}},
+        TSwitchRow{
+            "ChangesType",
+            Garble("^-G changes //depot/main", "type"),
+            1,
+            {s_strNoClient, "** Found no changelists for stream //depot/main"},
+            {Lost("the changes of stream depot_main cannot be listed", "-G changes //depot/main/...", s_strUnreadable),
+             s_strNothingImported},
+            {}},
+        // Only the last record is broken: the module would lose the oldest
+        // change without a word.
+        TSwitchRow{
+            "ChangesLength",
+            Garble("^-G changes //depot/main", "length"),
+            1,
+            {s_strNoClient},
+            {Lost("the changes of stream depot_main cannot be listed", "-G changes //depot/main/...", s_strUnreadable),
+             s_strNothingImported},
+            {}},
         TSwitchRow{"DescribeCut",
                    Garble("^-G describe 2$", "cut"),
-                   0,
+                   1,
                    {s_strNoClient, "** Failed to enumerate change 2"},
-                   {},
-                   {"depot_main 2", "rel1 3"}},
+                   {Lost("change 2 of stream depot_main cannot be read", "-G describe 2", s_strUnreadable),
+                    s_strNothingImported},
+                   {}},
         TSwitchRow{"DescribeType",
                    Garble("^-G describe 2$", "type"),
-                   0,
+                   1,
                    {s_strNoClient, "** Failed to enumerate change 2"},
+                   {Lost("change 2 of stream depot_main cannot be read", "-G describe 2", s_strUnreadable),
+                    s_strNothingImported},
+                   {}},
+        TSwitchRow{"DescribeLength",
+                   Garble("^-G describe 2$", "length"),
+                   1,
+                   {s_strNoClient},
+                   {Lost("change 2 of stream depot_main cannot be read", "-G describe 2", s_strUnreadable),
+                    s_strNothingImported},
+                   {}}),
+    [](const ::testing::TestParamInfo<TSwitchRow>& tInfo) { return std::string(tInfo.param.pszName); });
+
+// With --keep-going the module's own handling is back: each failure is a
+// warning, and the run ends as the module alone would end it.
+INSTANTIATE_TEST_SUITE_P(
+    KeepGoing, CSwitchFaultTest,
+    ::testing::Values(
+        TSwitchRow{"ChangesFails",
+                   {{"P4SIM_FAIL", "^-G changes //depot/rel1"}},
+                   0,
+                   {s_strNoClient, Simulated("-G changes //depot/rel1/..."),
+                    "** Failed to enumerate changes for //depot/rel1"},
+                   {KeptGoing("the changes of stream rel1 cannot be listed", "-G changes //depot/rel1/...",
+                              SimulatedText("-G changes //depot/rel1/..."))},
+                   {"depot_main 3"},
+                   false,
+                   true},
+        // Change 3 is not recorded: its files come with change 4.
+        TSwitchRow{
+            "DescribeFails",
+            {{"P4SIM_FAIL", "^-G describe 3$"}},
+            0,
+            {s_strNoClient, Simulated("-G describe 3"), "** Failed to enumerate change 3"},
+            {KeptGoing("change 3 of stream rel1 cannot be read", "-G describe 3", SimulatedText("-G describe 3"))},
+            {"depot_main 3", "rel1 4"},
+            false,
+            true},
+        // The engine's check of the synced files still stops the run.
+        TSwitchRow{"SyncFails",
+                   {{"P4SIM_FAIL", "^sync "}},
+                   1,
+                   {s_strNoClient, Simulated("sync @WS@/depot_main/...@1")},
+                   {KeptGoing("change 1 of stream depot_main cannot be synced", "sync @WS@/depot_main/...@1",
+                              SimulatedText("sync @WS@/depot_main/...@1")),
+                    "orvane-import: error: change 3 of stream depot_main was not synced completely: the file "
+                    "'a.txt#1' is missing"},
                    {},
-                   {"depot_main 2", "rel1 3"}},
-        TSwitchRow{"DescribeLength", Garble("^-G describe 2$", "length"), 0, {s_strNoClient}, {}, s_astrAll}),
+                   false,
+                   true},
+        TSwitchRow{"DescribeLength",
+                   Garble("^-G describe 2$", "length"),
+                   0,
+                   {s_strNoClient},
+                   {KeptGoing("change 2 of stream depot_main cannot be read", "-G describe 2", s_strUnreadable)},
+                   s_astrAll,
+                   false,
+                   true}),
     [](const ::testing::TestParamInfo<TSwitchRow>& tInfo) { return std::string(tInfo.param.pszName); });
 
 TEST_F(CFaultTest, ExecutableMissing)
@@ -475,8 +604,14 @@ TEST_F(CDiskFullTest, Workspace)
     if (!RunSandboxed({"--tmpfs", m_strWorkspace, "256"}, Args(), r))
         GTEST_SKIP() << r.strErr;
     EXPECT_EQ(1, r.nStatus);
-    EXPECT_EQ((std::vector<std::string>{"orvane-import: error: change 2 of stream depot was not synced completely: "
-                                        "the file 'main/big.txt#1' is missing"}),
+    // The sync's failure is named: nothing is written for its change.
+    const std::string strSync = "sync " + m_strWorkspace + "/depot/...@1";
+    EXPECT_EQ((std::vector<std::string>{
+                  Lost("change 1 of stream depot cannot be synced", strSync,
+                       "write: " + m_strWorkspace + "/depot/main/big.txt.p4sim-tmp: No space left on device"),
+                  "Nothing was written for this change; the changes before it are in git. Run "
+                  "again to continue from there, or give --keep-going to import without what "
+                  "failed."}),
               MessageLines(r.strErr));
     EXPECT_EQ((std::vector<std::string>{s_strNoClient, " Command failure (1) - write: " + m_strWorkspace +
                                                            "/depot/main/big.txt.p4sim-tmp: No space left on device "}),

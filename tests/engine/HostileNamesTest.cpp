@@ -110,14 +110,31 @@ protected:
     }
 
     // A run that succeeds quietly, with its dump; nothing of the names ran.
-    std::vector<nlohmann::json> ImportQuietly()
+    // pstrErr: where what the run said goes (none: it must say nothing).
+    std::vector<nlohmann::json> ImportQuietly(std::string* pstrErr = nullptr)
     {
         const std::string strDump = m_strTemp + "/dump";
         const TResult r = Import({"--git", m_strGit, "--dump", strDump, "--verify", "--quiet"});
         EXPECT_EQ(0, r.nStatus) << r.strErr;
-        EXPECT_EQ("", r.strErr);
+        if (pstrErr)
+            *pstrErr = r.strErr;
+        else
+            EXPECT_EQ("", r.strErr);
         ExpectNothingRan();
         return ReadDump(strDump);
+    }
+
+    // The branch specifications named by the warnings of a run, which must
+    // say nothing else.
+    static void LeftOutBranches(const std::string& strErr, std::vector<std::string>& astrLeftOut)
+    {
+        const std::string strWarning = "orvane-import: warning: the branch specification ";
+        for (const std::string& strLine : Lines(strErr))
+        {
+            const size_t nEnd = strLine.find(" is left out, its files are in no stream: ");
+            ASSERT_TRUE(strLine.compare(0, strWarning.size(), strWarning) == 0 && nEnd != std::string::npos) << strLine;
+            astrLeftOut.push_back(strLine.substr(strWarning.size(), nEnd - strWarning.size()));
+        }
     }
 
     // No marker of a smuggled command anywhere in the test's folder, nor
@@ -241,7 +258,14 @@ TEST_F(CHostileNamesTest, BranchSpecNamesBecomeStreamsOrAreLeftOutAsTheModuleDoe
     for (size_t i = 0; i < astrNames.size(); ++i)
         atSpecs.emplace_back(astrNames[i], "//depot/b" + std::to_string(i + 1));
     ASSERT_NO_FATAL_FAILURE(LoadBranches(atSpecs));
-    const std::vector<nlohmann::json> aStreams = Streams(ImportQuietly());
+    std::string strErr;
+    const std::vector<nlohmann::json> aStreams = Streams(ImportQuietly(&strErr));
+    // Each specification the module leaves out is named.
+    std::vector<std::string> astrLeftOut;
+    ASSERT_NO_FATAL_FAILURE(LeftOutBranches(strErr, astrLeftOut));
+    EXPECT_EQ((std::vector<std::string>{"$(touch " + m_strMarker + "-dollar)", "--help", "-rf",
+                                        "`touch " + m_strMarker + "-backquote`", "rel 1", "say \"hi\""}),
+              astrLeftOut);
     EXPECT_EQ(
         (std::vector<std::string>{"depot_main //depot/main", "a;b //depot/b4", "caf\xC3\xA9 //depot/b10",
                                   "it's //depot/b2", "pct_41 //depot/b9", "\xE6\x97\xA5\xE6\x9C\xAC //depot/b11"}),
@@ -283,7 +307,12 @@ TEST_F(CHostileNamesTest, BranchSpecFoldersWithABlankAreLeftOutOthersArrive)
     for (size_t i = 0; i < astrDst.size(); ++i)
         atSpecs.emplace_back("d" + std::to_string(i + 1), astrDst[i]);
     ASSERT_NO_FATAL_FAILURE(LoadBranches(atSpecs));
-    const std::vector<nlohmann::json> aStreams = Streams(ImportQuietly());
+    std::string strErr;
+    const std::vector<nlohmann::json> aStreams = Streams(ImportQuietly(&strErr));
+    // Each specification the module leaves out is named.
+    std::vector<std::string> astrLeftOut;
+    ASSERT_NO_FATAL_FAILURE(LeftOutBranches(strErr, astrLeftOut));
+    EXPECT_EQ((std::vector<std::string>{"d1", "d4"}), astrLeftOut);
     EXPECT_EQ((std::vector<std::string>{"depot_main //depot/main", "d2 //depot/it's;a", "d3 //depot/-rf"}),
               StreamNames(aStreams));
     EXPECT_EQ("refs/heads/d2\nrefs/heads/d3\nrefs/heads/depot_main\n",

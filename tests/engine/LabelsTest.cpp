@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "EngineHarness.h"
-#include "Labels.h"
 #include "Process.h"
 #include "UnitSupport.h"
+#include "perforce/Labels.h"
 
 using namespace ORVANE::IMP;
 using namespace enginetest;

@@ -5,9 +5,8 @@
 #include <cstdlib>
 
 #include "Marshal.h"
-#include "P4Query.h"
-#include "WorkerChannel.h"
 #include "host/ProcessCapture.h"
+#include "perforce/P4Query.h"
 
 #include <unistd.h>
 
@@ -118,52 +117,4 @@ TEST(P4Result, WarningsAreNoProblem)
     EXPECT_TRUE(IsFailureRecord({{"code", "error"}, {"severity", "3"}}));
     EXPECT_TRUE(IsFailureRecord({{"code", "error"}}));
     EXPECT_FALSE(IsFailureRecord({{"code", "stat"}}));
-}
-
-namespace {
-
-// What ChildProblem makes of a child that printed these bytes and ended
-// with this status (the bytes come from a file through cat).
-std::string ProblemOfChild(const std::string& strOut, int nStatus)
-{
-    char achPath[] = "/tmp/orvane-childproblem-XXXXXX";
-    const int nFd = mkstemp(achPath);
-    EXPECT_GE(nFd, 0);
-    EXPECT_EQ(static_cast<ssize_t>(strOut.size()), write(nFd, strOut.data(), strOut.size()));
-    close(nFd);
-    ORVANE::VCM::CProcessCapture cCapture;
-    EXPECT_EQ(0, cCapture.Execute(std::vector<std::string>{"cat", achPath}));
-    unlink(achPath);
-    return ChildProblem(nStatus, cCapture);
-}
-
-std::string Record(const std::vector<std::pair<std::string, std::string>>& aPairs)
-{
-    std::string str = "{";
-    for (const auto& t : aPairs)
-        str += S(t.first) + S(t.second);
-    return str + "0";
-}
-
-} // namespace
-
-TEST(ChildProblem, FailureRecordsOfSuccessfulChildrenCount)
-{
-    const std::string strStat = Record({{"code", "stat"}, {"change", "7"}});
-    const std::string strFailure = Record({{"code", "error"}, {"severity", "3"}, {"data", "No such change.\n"}});
-    const std::string strWarning = Record({{"code", "error"}, {"severity", "2"}, {"data", "up-to-date.\n"}});
-    EXPECT_EQ("", ProblemOfChild(strStat + strStat, 0));
-    EXPECT_EQ("No such change.", ProblemOfChild(strStat + strFailure, 0));
-    EXPECT_EQ("", ProblemOfChild(strWarning, 0));
-    // A record's "error" written as another kind of string is one too.
-    std::string strUnicode = strFailure;
-    strUnicode[1 + 5 + 4] = 'u';
-    EXPECT_EQ("No such change.", ProblemOfChild(strUnicode, 0));
-    // Plain output, "error" in a description, or nothing: no problem.
-    EXPECT_EQ("", ProblemOfChild("an error in plain text\n", 0));
-    EXPECT_EQ("", ProblemOfChild(Record({{"code", "stat"}, {"desc", "error"}}), 0));
-    EXPECT_EQ("", ProblemOfChild("", 0));
-    // A failed child is described whatever it printed.
-    EXPECT_EQ("it ended with exit status 1", ProblemOfChild(strStat, 1));
-    EXPECT_EQ("No such change.", ProblemOfChild(strFailure, 1));
 }

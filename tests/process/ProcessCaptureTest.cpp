@@ -1056,3 +1056,101 @@ TEST(CProcessCapture, PeekReadsSpooledOutputAndStopsAtItsEnd)
     EXPECT_EQ("", cCapture.PeekError(10));
     EXPECT_EQ(static_cast<int>(ORVANE::TEST::PatternByte(0)), cCapture.GetStdOutputStream()->GetC());
 }
+
+// --- the gateway of every command -------------------------------------------
+
+namespace {
+
+// Runs each command up to three times while it fails, and then puts its own
+// words in place of what the child wrote; a command "exit 9" is answered
+// without running anything.
+class CRetryingGateway : public ORVANE::VCM::IProcessGateway
+{
+public:
+    int Pass(ORVANE::VCM::IChildRun& rRun) override
+    {
+        m_astrSeen.push_back(rRun.Arguments().at(1));
+        if (rRun.Arguments().at(1) == "exit" && rRun.Arguments().at(2) == "9")
+        {
+            rRun.SetOutput("answered\n");
+            rRun.SetError("without a child\n");
+            return 0;
+        }
+        int nStatus = 0;
+        for (int nTry = 0; nTry < 3; ++nTry)
+        {
+            nStatus = rRun.Run();
+            m_astrOutputs.push_back(rRun.Capture().PeekOutput(100));
+            if (nStatus == 0)
+                break;
+        }
+        if (nStatus != 0)
+            rRun.SetOutput("gave up after " + std::to_string(m_astrOutputs.size()) + "\n");
+        return nStatus;
+    }
+    std::vector<std::string> m_astrSeen;
+    std::vector<std::string> m_astrOutputs;
+};
+
+// The gateway and an observer in place for a scope.
+struct TGatewayScope
+{
+    TGatewayScope()
+    {
+        CProcessCapture::SetGateway(&cGateway);
+        CProcessCapture::SetObserver(&cObserver);
+    }
+    ~TGatewayScope()
+    {
+        CProcessCapture::SetObserver(nullptr);
+        CProcessCapture::SetGateway(nullptr);
+    }
+    CRetryingGateway cGateway;
+    CRecordingObserver cObserver;
+};
+
+} // namespace
+
+TEST(CProcessCapture, AGatewayRunsTheCommandAgainWithTheSameInput)
+{
+    CProcessCapture cCapture;
+    std::vector<std::string> astrSeen, astrOutputs, astrEvents;
+    {
+        TGatewayScope t;
+        Feed(cCapture, "the form\n");
+        // "noread 100" reads what it is given and exits with 3: three runs,
+        // each given the whole input.
+        EXPECT_EQ(3, cCapture.Execute(std::vector<std::string>{ORVANE_PROCESS_CHILD, "noread", "100"}));
+        EXPECT_EQ("gave up after 3\n", Out(cCapture));
+        Feed(cCapture, "echoed\n");
+        EXPECT_EQ(0, cCapture.Execute(Child("cat")));
+        EXPECT_EQ("echoed\n", Out(cCapture));
+        // The input went with its command.
+        EXPECT_EQ(0, cCapture.Execute(Child("cat")));
+        EXPECT_EQ("", Out(cCapture));
+        astrSeen = t.cGateway.m_astrSeen;
+        astrOutputs = t.cGateway.m_astrOutputs;
+        astrEvents = t.cObserver.m_astrEvents;
+    }
+    EXPECT_EQ((std::vector<std::string>{"noread", "cat", "cat"}), astrSeen);
+    EXPECT_EQ((std::vector<std::string>{"read 9\n", "read 9\n", "read 9\n", "echoed\n", ""}), astrOutputs);
+    // The observer saw every run of the child.
+    EXPECT_EQ(10u, astrEvents.size());
+    EXPECT_EQ("start noread", astrEvents[4]);
+}
+
+TEST(CProcessCapture, AGatewayMayAnswerWithoutAChild)
+{
+    CProcessCapture cCapture;
+    {
+        TGatewayScope t;
+        Feed(cCapture, "never read\n");
+        EXPECT_EQ(0, cCapture.Execute(std::vector<std::string>{ORVANE_PROCESS_CHILD, "exit", "9"}));
+        EXPECT_EQ("answered\n", Out(cCapture));
+        EXPECT_EQ("without a child\n", Err(cCapture));
+        EXPECT_TRUE(t.cObserver.m_astrEvents.empty());
+    }
+    // Without the gateway the same command runs its child.
+    EXPECT_EQ(9, cCapture.Execute(std::vector<std::string>{ORVANE_PROCESS_CHILD, "exit", "9"}));
+    EXPECT_EQ("", Out(cCapture));
+}

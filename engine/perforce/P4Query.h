@@ -4,6 +4,7 @@
 // it hold, who are its users.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
@@ -26,6 +27,10 @@ public:
     // returns false to stop. False when the bytes are not marshalled
     // dictionaries (the reason in GetError).
     bool Feed(const char* pData, size_t nSize, const std::function<bool(const TP4Record&)>& fnRecord);
+    // The same, telling where each dictionary lies in everything fed so
+    // far: from byte nBegin to just before nEnd.
+    typedef std::function<bool(const TP4Record&, uint64_t nBegin, uint64_t nEnd)> TRangeCallback;
+    bool Feed(const char* pData, size_t nSize, const TRangeCallback& fnRecord);
     // True when everything fed so far ended with a complete dictionary.
     bool AtRecordEnd() const { return m_strPending.empty() && !m_bFailed; }
     const std::string& GetError() const { return m_strError; }
@@ -36,6 +41,8 @@ private:
     int DecodeOne(size_t nStart, TP4Record& tRecord, size_t& nEnd);
 
     std::string m_strPending;
+    // How many bytes fed before the pending ones.
+    uint64_t m_nDropped = 0;
     std::string m_strError;
     bool m_bFailed = false;
     bool m_bStopped = false;
@@ -57,6 +64,8 @@ struct TP4Result
     // the first line of standard error, else a description of the exit
     // status; empty on success.
     std::string Problem() const;
+    // Every failure record's message and standard error, whole.
+    std::string AllMessages() const;
 };
 
 class CP4Query

@@ -1,10 +1,11 @@
-#include "ServerChecks.h"
+#include "perforce/ServerChecks.h"
 
 #include <cstdlib>
 
-#include "P4Query.h"
 #include "Stop.h"
 #include "host/ChildProcess.h"
+#include "perforce/Gateway.h"
+#include "perforce/P4Query.h"
 
 namespace ORVANE {
 namespace IMP {
@@ -48,7 +49,21 @@ void CServerChecks::CheckConnection() const
                                       ": " + strProblem + " (log in with 'p4 login' first)");
 }
 
-void CServerChecks::ScanNames(const std::string& strRootPath, CEscapedNames& cNames) const
+std::string DeleteServerClient(const std::string& strP4, const std::string& strClient)
+{
+    return CP4Query(strP4).Run({"client", "-d", strClient}).Problem();
+}
+
+std::string NeverEndingMessage(const std::vector<std::string>& astrFiles)
+{
+    std::string strMessage = "the migration module cannot read the names of these depot files (its decoding of "
+                             "'%' escapes would never finish on them):";
+    for (const std::string& strFile : astrFiles)
+        strMessage += "\n    " + strFile;
+    return strMessage + "\nRename them in Perforce (p4 move), or set RootPath to a narrower path that leaves them out.";
+}
+
+bool CServerChecks::ScanNames(const std::string& strRootPath, CEscapedNames& cNames) const
 {
     const TP4Result tFiles = CP4Query(m_strP4).Run({"files", strRootPath}, [&cNames](const TP4Record& t) {
         auto itCode = t.find("code");
@@ -58,17 +73,25 @@ void CServerChecks::ScanNames(const std::string& strRootPath, CEscapedNames& cNa
         return true;
     });
     const std::string strProblem = tFiles.Problem();
+    if (!strProblem.empty() && IsLimitProblem(tFiles.AllMessages()))
+        return false;
     if (!strProblem.empty())
         throw EStop(eExitFailure, "the depot files under " + strRootPath + " cannot be listed: " + strProblem);
-    const std::vector<std::string>& astrNever = cNames.GetNeverEnding();
-    if (astrNever.empty())
-        return;
-    std::string strMessage = "the migration module cannot read the names of these depot files (its decoding of "
-                             "'%' escapes would never finish on them):";
-    for (const std::string& strFile : astrNever)
-        strMessage += "\n    " + strFile;
-    strMessage += "\nRename them in Perforce (p4 move), or set RootPath to a narrower path that leaves them out.";
-    throw EStop(eExitFailure, strMessage);
+    if (!cNames.GetNeverEnding().empty())
+        throw EStop(eExitFailure, NeverEndingMessage(cNames.GetNeverEnding()));
+    return true;
+}
+
+void CServerChecks::ReadUsers(CAuthors& cAuthors) const
+{
+    const TP4Result tUsers = CP4Query(m_strP4).Run({"users", "-a"}, [&cAuthors](const TP4Record& t) {
+        if (RecordValue(t, "code") == "stat" && !RecordValue(t, "User").empty())
+            cAuthors.AddServerUser(RecordValue(t, "User"), TIdent{RecordValue(t, "FullName"), RecordValue(t, "Email")});
+        return true;
+    });
+    const std::string strProblem = tUsers.Problem();
+    if (!strProblem.empty())
+        throw EStop(eExitFailure, "the users of the Perforce server cannot be listed: " + strProblem);
 }
 
 } // namespace IMP

@@ -1,4 +1,4 @@
-#include "EscapedNames.h"
+#include "perforce/EscapedNames.h"
 
 #include "Text.h"
 

@@ -7,7 +7,10 @@
 
 #include <string>
 
-#include "EscapedNames.h"
+#include <vector>
+
+#include "Authors.h"
+#include "perforce/EscapedNames.h"
 
 namespace ORVANE {
 namespace IMP {
@@ -25,11 +28,25 @@ public:
     // Reads the names of every depot file under the path (deleted and
     // moved-away ones included) into cNames. Throws EStop (failure) when they
     // cannot be listed, or naming the files the module could never read.
-    void ScanNames(const std::string& strRootPath, CEscapedNames& cNames) const;
+    // False when the server refuses a listing that large (MaxResults,
+    // MaxScanRows): the names must then be checked as they come.
+    bool ScanNames(const std::string& strRootPath, CEscapedNames& cNames) const;
+
+    // Takes every user of one `p4 -G users -a` listing. Throws EStop
+    // (failure) when the server does not answer.
+    void ReadUsers(CAuthors& cAuthors) const;
 
 private:
     std::string m_strP4;
 };
+
+// Deletes a client on the server; the server's message when it refused
+// ("" when the client went).
+std::string DeleteServerClient(const std::string& strP4, const std::string& strClient);
+
+// The message that stops a run before the module meets depot files whose
+// names it could never read.
+std::string NeverEndingMessage(const std::vector<std::string>& astrFiles);
 
 } // namespace IMP
 } // namespace ORVANE

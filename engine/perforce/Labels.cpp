@@ -1,14 +1,14 @@
-#include "Labels.h"
+#include "perforce/Labels.h"
 
 #include <algorithm>
 #include <cstdlib>
 
 #include "FastImport.h"
 #include "GitRepository.h"
-#include "P4Query.h"
 #include "Stop.h"
 #include "Text.h"
 #include "Trailers.h"
+#include "perforce/P4Query.h"
 
 namespace ORVANE {
 namespace IMP {

@@ -1,4 +1,4 @@
-#include "P4Query.h"
+#include "perforce/P4Query.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -68,9 +68,20 @@ int ReadValue(const std::string& str, size_t& nPos, std::string& strValue, std::
     }
 }
 
+// The first line of a message; of the client's "Perforce client error:"
+// (or server's) heading, the line that says what the error is.
 std::string FirstLine(const std::string& str)
 {
-    std::string strLine = str.substr(0, str.find('\n'));
+    size_t nStart = 0;
+    size_t nEnd = str.find('\n');
+    const std::string strHead = str.substr(0, nEnd);
+    if ((strHead == "Perforce client error:" || strHead == "Perforce server error:") && nEnd != std::string::npos &&
+        nEnd + 1 < str.size())
+    {
+        nStart = str.find_first_not_of(" \t", nEnd + 1);
+        nEnd = str.find('\n', nStart);
+    }
+    std::string strLine = str.substr(nStart, nEnd == std::string::npos ? std::string::npos : nEnd - nStart);
     while (!strLine.empty() && (strLine.back() == '\r' || strLine.back() == ' ' || strLine.back() == '\t'))
         strLine.pop_back();
     return strLine;
@@ -110,6 +121,11 @@ int CMarshalDecoder::DecodeOne(size_t nStart, TP4Record& tRecord, size_t& nEnd)
 
 bool CMarshalDecoder::Feed(const char* pData, size_t nSize, const std::function<bool(const TP4Record&)>& fnRecord)
 {
+    return Feed(pData, nSize, [&fnRecord](const TP4Record& t, uint64_t, uint64_t) { return fnRecord(t); });
+}
+
+bool CMarshalDecoder::Feed(const char* pData, size_t nSize, const TRangeCallback& fnRecord)
+{
     if (m_bFailed)
         return false;
     if (m_bStopped)
@@ -129,8 +145,9 @@ bool CMarshalDecoder::Feed(const char* pData, size_t nSize, const std::function<
         }
         if (n == 0)
             break;
+        const size_t nBegin = nStart;
         nStart = nEnd;
-        if (!fnRecord(tRecord))
+        if (!fnRecord(tRecord, m_nDropped + nBegin, m_nDropped + nEnd))
         {
             m_bStopped = true;
             m_strPending.clear();
@@ -138,6 +155,7 @@ bool CMarshalDecoder::Feed(const char* pData, size_t nSize, const std::function<
         }
     }
     m_strPending.erase(0, nStart);
+    m_nDropped += nStart;
     return true;
 }
 
@@ -175,6 +193,15 @@ std::string TP4Result::Problem() const
     if (!bDecoded)
         return "its output could not be read";
     return "it ended with exit status " + std::to_string(nStatus);
+}
+
+std::string TP4Result::AllMessages() const
+{
+    std::string str;
+    for (const TP4Record& t : atRecords)
+        if (IsFailureRecord(t))
+            str += RecordValue(t, "data") + "\n";
+    return str + strError;
 }
 
 TP4Result CP4Query::Run(const std::vector<std::string>& astrArgs) const

@@ -1,0 +1,118 @@
+// What the engine adds around a provider for the system it reads from:
+// checks before the migration, its own questions to the source, and the
+// protections between the provider and the source. The generic import
+// calls only this interface; a provider whose system has no part of its
+// own gets the plain base, which adds nothing.
+#pragma once
+
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Authors.h"
+#include "Streams.h"
+#include "mce/Provider.h"
+
+namespace ORVANE {
+namespace IMP {
+
+// How the source system's part of a run behaves, as the user chose.
+struct TSourceOptions
+{
+    // Failures that lose history are warnings and the run goes on, as
+    // the provider alone would go on.
+    bool bKeepGoing = false;
+    // How often a command that failed on the way to the source is tried
+    // again, and the wait before the first retry (doubled each time).
+    unsigned nRetries = 3;
+    double fRetryWait = 1;
+    bool bQuiet = false;
+};
+
+class CSourceSystem
+{
+public:
+    // fnSay: where the part tells the user something (one line).
+    explicit CSourceSystem(const TSourceOptions& tOptions, std::function<void(const std::string&)> fnSay)
+        : m_tOptions(tOptions), m_fnSay(std::move(fnSay))
+    {
+    }
+    virtual ~CSourceSystem();
+
+    // The provider is loaded and its settings applied (key -> value).
+    virtual void Start(MCE::CProvider& cProvider, const std::map<std::string, std::string>& mapSettings)
+    {
+        (void)cProvider, (void)mapSettings;
+    }
+    // The number of the provider's current change in the source system
+    // (none: null, the number is 0).
+    virtual std::function<unsigned int()> ChangeNumbers() const { return nullptr; }
+    // Before the provider starts: the source answers and takes the user;
+    // who its users are.
+    virtual void CheckSource(CAuthors& cAuthors) { (void)cAuthors; }
+    // The streams are known: throws EStop when the source holds what the
+    // provider could never read; tells what the provider left out.
+    virtual void OnStreamsKnown(const TStreams& atStreams) { (void)atStreams; }
+    // Before anything is synced or written.
+    virtual void BeforeImport() {}
+    // The name of the temporary client the provider makes in the source
+    // ("" when it makes none).
+    virtual std::string TemporaryClient() const { return std::string(); }
+    // After the provider removed its clients: whether the one it made is
+    // gone (or there is none).
+    virtual bool ClientGone() const { return true; }
+
+    // Before each provider call.
+    virtual void BeforeCall(const char* pszCall) { (void)pszCall; }
+    // Why the last call failed, when the source knows ("" else).
+    virtual std::string LastFailure() const { return std::string(); }
+    // The provider has established its changes, nCount of them: throws
+    // EStop when what it asked the source for did not come whole.
+    virtual void OnChangesEstablished(unsigned int nCount) { (void)nCount; }
+    // The provider synced the stream's folder to the change with this
+    // number: throws EStop when the sync did not come whole.
+    virtual void OnChangeSynced(const TStream& tStream, unsigned int nNumber) { (void)tStream, (void)nNumber; }
+    // Where the file of an item is, relative to the stream's folder, when
+    // the source writes it under another name than the provider reports.
+    virtual std::string SyncedPath(const std::string& strStreamPath, const std::string& strItemPath) const
+    {
+        (void)strStreamPath;
+        return strItemPath;
+    }
+
+    // Whether the source has labels that can become tags.
+    virtual bool HasLabels() const { return false; }
+    // Makes the labels tags in the repository, each told on pOut (the
+    // skipped ones even when quiet); the end of the closing message.
+    virtual std::string ImportLabels(const TStreams& atStreams, const std::string& strGitDir, const CAuthors& cAuthors,
+                                     std::FILE* pOut)
+    {
+        (void)atStreams, (void)strGitDir, (void)cAuthors, (void)pOut;
+        return std::string();
+    }
+    // What the user should know at the end ("" when nothing).
+    virtual std::string Summary() const { return std::string(); }
+
+protected:
+    void Say(const std::string& str) const
+    {
+        if (m_fnSay)
+            m_fnSay(str);
+    }
+
+    TSourceOptions m_tOptions;
+
+private:
+    std::function<void(const std::string&)> m_fnSay;
+};
+
+// The part for the provider with this id: its own where there is one,
+// else the plain base.
+std::unique_ptr<CSourceSystem> MakeSourceSystem(const std::string& strProvider, const TSourceOptions& tOptions,
+                                                std::function<void(const std::string&)> fnSay);
+
+} // namespace IMP
+} // namespace ORVANE

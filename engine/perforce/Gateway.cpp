@@ -1,0 +1,336 @@
+#include "perforce/Gateway.h"
+
+#include <time.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <limits>
+
+#include "Text.h"
+#include "WorkerChannel.h"
+#include "perforce/P4Query.h"
+
+namespace ORVANE {
+namespace IMP {
+
+namespace {
+
+// Global options of p4 that take a value, as separate argument.
+bool TakesValue(const std::string& strOption)
+{
+    static const char* const s_apsz[] = {"-c", "-C", "-d", "-H", "-L", "-p", "-P", "-Q", "-u", "-x", "-z", "-r", "-v"};
+    for (const char* psz : s_apsz)
+        if (strOption == psz)
+            return true;
+    return false;
+}
+
+// A change number as the server writes it; 0 for anything else.
+unsigned int ChangeNumber(const std::string& str)
+{
+    uint32_t n = 0;
+    for (char c : str)
+    {
+        if (c < '0' || c > '9' || n > (UINT32_MAX - 9) / 10)
+            return 0;
+        n = n * 10 + static_cast<uint32_t>(c - '0');
+    }
+    return n;
+}
+
+bool Contains(const std::string& str, const char* pszPart)
+{
+    return str.find(pszPart) != std::string::npos;
+}
+
+// "//depot/main/..." of the module's "changes //depot/main/...".
+std::string ListedPath(const TP4Command& tCommand)
+{
+    return tCommand.astrArgs.empty() ? std::string() : tCommand.astrArgs.back();
+}
+
+// The change of a sync argument "PATH@N"; 0 when it names none.
+unsigned int SyncedChange(const TP4Command& tCommand)
+{
+    if (tCommand.astrArgs.empty())
+        return 0;
+    const std::string& strArg = tCommand.astrArgs.back();
+    const size_t nAt = strArg.rfind('@');
+    if (nAt == std::string::npos)
+        return 0;
+    return ChangeNumber(strArg.substr(nAt + 1));
+}
+
+bool IsModuleListing(const TP4Command& t)
+{
+    return t.bMarshalled && t.strName == "changes" && t.astrArgs.size() == 1;
+}
+
+bool IsModuleDescribe(const TP4Command& t)
+{
+    return t.bMarshalled && t.strName == "describe" && t.astrArgs.size() == 1;
+}
+
+// The module's "sync PATH@N" (not its "sync -f PATH#none").
+bool IsModuleSync(const TP4Command& t)
+{
+    return !t.bMarshalled && t.strName == "sync" && t.astrArgs.size() == 1 && SyncedChange(t) != 0;
+}
+
+bool IsBranchForm(const TP4Command& t)
+{
+    return t.bMarshalled && t.strName == "branch" && t.astrArgs.size() >= 2 && t.astrArgs[0] == "-o";
+}
+
+// The branch specification's name as the module wrote it on its command
+// line (which splits a name with blanks into several arguments).
+std::string BranchName(const TP4Command& t)
+{
+    std::string str = t.astrArgs[1];
+    for (size_t i = 2; i < t.astrArgs.size(); ++i)
+        str += " " + t.astrArgs[i];
+    return str;
+}
+
+} // namespace
+
+TP4Command ParseP4Command(const std::vector<std::string>& astrArgs)
+{
+    TP4Command t;
+    size_t i = 1;
+    for (; i < astrArgs.size(); ++i)
+    {
+        const std::string& str = astrArgs[i];
+        if (str.size() < 2 || str[0] != '-')
+            break;
+        if (str == "-G")
+            t.bMarshalled = true;
+        else if (TakesValue(str))
+            ++i;
+    }
+    if (i < astrArgs.size())
+    {
+        t.strName = astrArgs[i];
+        t.astrArgs.assign(astrArgs.begin() + static_cast<std::ptrdiff_t>(i) + 1, astrArgs.end());
+    }
+    return t;
+}
+
+bool IsTransientProblem(const std::string& strMessages)
+{
+    // What the client says when the connection to the server cannot be
+    // made, drops in the middle of a command, or times out.
+    static const char* const s_apsz[] = {"Connect to server failed",
+                                         "TCP connect to",
+                                         "TCP receive failed",
+                                         "TCP send failed",
+                                         "SSL receive failed",
+                                         "SSL send failed",
+                                         "SSL connect to",
+                                         "Partner exited unexpectedly",
+                                         "Connection reset by peer",
+                                         "Connection timed out",
+                                         "Broken pipe",
+                                         "RpcTransport: partial message read",
+                                         "timed out"};
+    for (const char* psz : s_apsz)
+        if (Contains(strMessages, psz))
+            return true;
+    return false;
+}
+
+bool IsLimitProblem(const std::string& strMessages)
+{
+    return Contains(strMessages, "see 'p4 help maxresults'") || Contains(strMessages, "see 'p4 help maxscanrows'") ||
+           Contains(strMessages, "see 'p4 help maxlocktime'") || Contains(strMessages, "see 'p4 help maxopenfiles'");
+}
+
+bool CP4Gateway::Wait(unsigned nTry) const
+{
+    double fSeconds = m_tPolicy.fFirstWait * std::pow(2.0, static_cast<double>(nTry));
+    // In slices, so that a stop asked for meanwhile is seen at once.
+    while (fSeconds > 0)
+    {
+        if (m_fnStop && m_fnStop())
+            return false;
+        const double fSlice = fSeconds < 0.05 ? fSeconds : 0.05;
+        struct timespec tSlice;
+        tSlice.tv_sec = 0;
+        tSlice.tv_nsec = static_cast<long>(fSlice * 1e9);
+        while (::nanosleep(&tSlice, &tSlice) != 0 && errno == EINTR)
+        {
+            if (m_fnStop && m_fnStop())
+                return false;
+        }
+        fSeconds -= fSlice;
+    }
+    return !(m_fnStop && m_fnStop());
+}
+
+int CP4Gateway::RunWithRetries(VCM::IChildRun& rRun, const TP4Command& tCommand, std::string& strOutput,
+                               std::string& strProblem)
+{
+    for (unsigned nTry = 0;; ++nTry)
+    {
+        const int nStatus = rRun.Run();
+        TP4Result tResult;
+        tResult.nStatus = nStatus;
+        tResult.strError = rRun.Capture().PeekError(std::numeric_limits<size_t>::max());
+        strOutput.clear();
+        if (tCommand.bMarshalled)
+        {
+            strOutput = rRun.Capture().PeekOutput(std::numeric_limits<size_t>::max());
+            CMarshalDecoder cDecoder;
+            m_nStatRecords = 0;
+            cDecoder.Feed(strOutput.data(), strOutput.size(), [this, &tResult](const TP4Record& t) {
+                if (IsFailureRecord(t))
+                    tResult.atRecords.push_back(t);
+                else if (RecordValue(t, "code") == "stat")
+                    ++m_nStatRecords;
+                return true;
+            });
+            tResult.bDecoded = cDecoder.AtRecordEnd();
+        }
+        strProblem = tResult.Problem();
+        // Marshalled output that breaks off came over a connection that
+        // broke: as worth another try as a dropped one. Output that is no
+        // marshalled stream at all will not become one.
+        const bool bCutShort = !tResult.bDecoded && !strOutput.empty() && strOutput[0] == '{';
+        const bool bTransient = !strProblem.empty() && (IsTransientProblem(tResult.AllMessages()) || bCutShort);
+        if (!bTransient)
+            m_bServerAnswered = true;
+        if (!bTransient || !m_bServerAnswered || nTry >= m_tPolicy.nRetries)
+        {
+            if (nTry > 0 && strProblem.empty())
+                ++m_nRecovered;
+            return nStatus;
+        }
+        if (m_fnNotice)
+        {
+            char szWait[32];
+            std::snprintf(szWait, sizeof(szWait), "%g",
+                          m_tPolicy.fFirstWait * std::pow(2.0, static_cast<double>(nTry)));
+            m_fnNotice("'" + CommandText(rRun.Arguments()) + "' failed (" + strProblem + "); trying again in " +
+                       szWait + " s (" + std::to_string(nTry + 1) + " of " + std::to_string(m_tPolicy.nRetries) + ")");
+        }
+        ++m_nRetried;
+        if (!Wait(nTry))
+            return nStatus;
+    }
+}
+
+int CP4Gateway::Pass(VCM::IChildRun& rRun)
+{
+    const std::vector<std::string>& astrArgs = rRun.Arguments();
+    if (astrArgs.empty() || astrArgs[0] != m_strP4)
+        return rRun.Run();
+    const TP4Command tCommand = ParseP4Command(astrArgs);
+    std::string strOutput, strProblem;
+    int nStatus = RunWithRetries(rRun, tCommand, strOutput, strProblem);
+    if (!strProblem.empty())
+        m_strLastFailure = "'" + CommandText(astrArgs) + "' failed: " + strProblem;
+
+    if (IsModuleListing(tCommand))
+    {
+        m_strListing = ListedPath(tCommand);
+        if (strProblem.empty())
+        {
+            const unsigned nLeftOutBefore = m_nPendingLeftOut;
+            FilterListing(rRun, strOutput);
+            m_nListed += m_nStatRecords - (m_nPendingLeftOut - nLeftOutBefore);
+        }
+        else
+            m_atLost.push_back(
+                TLostCommand{TLostCommand::eListing, CommandText(astrArgs), strProblem, m_strListing, 0});
+    }
+    else if (IsModuleDescribe(tCommand))
+    {
+        const unsigned int nChange = ChangeNumber(tCommand.astrArgs[0]);
+        if (strProblem.empty())
+            nStatus = CheckDescription(rRun, strOutput, nStatus);
+        else
+            m_atLost.push_back(
+                TLostCommand{TLostCommand::eDescribe, CommandText(astrArgs), strProblem, m_strListing, nChange});
+    }
+    else if (IsModuleSync(tCommand) && !strProblem.empty())
+        m_atLost.push_back(TLostCommand{TLostCommand::eSync, CommandText(astrArgs), strProblem, std::string(),
+                                        SyncedChange(tCommand)});
+    else if (IsBranchForm(tCommand) && !strProblem.empty())
+        m_atUnreadBranches.emplace_back(BranchName(tCommand), m_strLastFailure);
+    else if (tCommand.bMarshalled && tCommand.strName == "branches" && !strProblem.empty())
+        m_atUnreadBranches.emplace_back(std::string(), m_strLastFailure);
+    return nStatus;
+}
+
+void CP4Gateway::FilterListing(VCM::IChildRun& rRun, const std::string& strOutput)
+{
+    // Listings without a pending or shelved change (nearly all) pass as
+    // they are: their status values are all "submitted".
+    static const std::string s_strPending("s\x07\0\0\0pending", 12);
+    static const std::string s_strShelved("s\x07\0\0\0shelved", 12);
+    if (strOutput.find(s_strPending) == std::string::npos && strOutput.find(s_strShelved) == std::string::npos)
+        return;
+    std::string strKept;
+    CMarshalDecoder cDecoder;
+    cDecoder.Feed(strOutput.data(), strOutput.size(), [&](const TP4Record& t, uint64_t nBegin, uint64_t nEnd) {
+        const std::string strStatus = RecordValue(t, "status");
+        if (RecordValue(t, "code") == "stat" && !strStatus.empty() && strStatus != "submitted")
+            ++m_nPendingLeftOut;
+        else
+            strKept.append(strOutput, static_cast<size_t>(nBegin), static_cast<size_t>(nEnd - nBegin));
+        return true;
+    });
+    rRun.SetOutput(strKept);
+}
+
+int CP4Gateway::CheckDescription(VCM::IChildRun& rRun, const std::string& strOutput, int nStatus)
+{
+    std::vector<std::string> astrNever;
+    CMarshalDecoder cDecoder;
+    cDecoder.Feed(strOutput.data(), strOutput.size(), [&](const TP4Record& t) {
+        for (const auto& kv : t)
+        {
+            if (kv.first.compare(0, 9, "depotFile") != 0)
+                continue;
+            const size_t nBefore = m_cNames.GetNeverEnding().size();
+            m_cNames.Add(kv.second);
+            if (m_cNames.GetNeverEnding().size() != nBefore)
+                astrNever.push_back(kv.second);
+        }
+        return true;
+    });
+    if (astrNever.empty())
+        return nStatus;
+    // The module would spin for ever on the name: it must not see it.
+    for (const std::string& str : astrNever)
+    {
+        bool bKnown = false;
+        for (const std::string& strRefused : m_astrRefused)
+            bKnown = bKnown || strRefused == str;
+        if (!bKnown)
+            m_astrRefused.push_back(str);
+    }
+    rRun.SetOutput(std::string());
+    rRun.SetError("orvane-import: the migration module cannot read the depot file name '" + astrNever[0] + "'\n");
+    m_strLastFailure.clear();
+    return 1;
+}
+
+std::vector<TLostCommand> CP4Gateway::TakeLost()
+{
+    std::vector<TLostCommand> at;
+    at.swap(m_atLost);
+    return at;
+}
+
+std::vector<std::pair<std::string, std::string>> CP4Gateway::TakeUnreadBranches()
+{
+    std::vector<std::pair<std::string, std::string>> at;
+    at.swap(m_atUnreadBranches);
+    return at;
+}
+
+} // namespace IMP
+} // namespace ORVANE

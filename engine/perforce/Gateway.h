@@ -1,0 +1,140 @@
+// The one way from the module to the Perforce server: every p4 command of
+// this process passes here. The module's command lines reach the server as
+// the module wrote them; what the gateway does acts on the answers only:
+// - a command that failed on the way (a dropped connection, a time-out) is
+//   run again, a bounded number of times, with growing waits;
+// - pending and shelved changes are left out of the module's listings of
+//   changes, so they never become commits;
+// - a description that names a depot file on which the module's decoding
+//   would never finish is refused before the module reads it;
+// - every failure of a command that loses history (the listing of a
+//   stream's changes, the description of a change, the sync of a change)
+//   is kept, with the server's message, for the engine to act on.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/ProcessCapture.h"
+#include "perforce/EscapedNames.h"
+
+namespace ORVANE {
+namespace IMP {
+
+// A p4 command line taken apart: the global options, the command's name
+// and its own arguments.
+struct TP4Command
+{
+    bool bMarshalled = false; // -G
+    std::string strName;      // "changes", "describe", ... ("" when none)
+    std::vector<std::string> astrArgs;
+};
+
+TP4Command ParseP4Command(const std::vector<std::string>& astrArgs);
+
+// Whether the message of a failed command says that the connection to the
+// server failed or dropped, or timed out: worth another try.
+bool IsTransientProblem(const std::string& strMessages);
+
+// Whether the message says that the server refused a query as too large
+// (MaxResults, MaxScanRows, MaxLockTime).
+bool IsLimitProblem(const std::string& strMessages);
+
+// A command of the module whose failure loses history.
+struct TLostCommand
+{
+    enum TKind
+    {
+        eListing, // the changes of a path
+        eDescribe,
+        eSync
+    };
+    TKind eKind = eListing;
+    std::string strCommand; // as a person would type it
+    std::string strProblem; // the server's message
+    std::string strPath;    // the depot path being listed ("//depot/main/...")
+    unsigned int nChange = 0;
+};
+
+class CP4Gateway : public VCM::IProcessGateway
+{
+public:
+    struct TPolicy
+    {
+        unsigned nRetries = 3;
+        double fFirstWait = 1; // seconds; doubled for each further try
+    };
+
+    // strP4: the p4 client the module and the engine run (its commands are
+    // the ones looked at; every other child passes untouched). cNames
+    // learns the name of every file the module is told of.
+    CP4Gateway(const std::string& strP4, const TPolicy& tPolicy, CEscapedNames& cNames)
+        : m_strP4(strP4), m_tPolicy(tPolicy), m_cNames(cNames)
+    {
+    }
+
+    int Pass(VCM::IChildRun& rRun) override;
+
+    // Told of each retry (one line).
+    void SetNotice(std::function<void(const std::string&)> fnNotice) { m_fnNotice = std::move(fnNotice); }
+    // Whether the waits between retries are cut short (a stop was asked).
+    void SetStopCheck(std::function<bool()> fnStop) { m_fnStop = std::move(fnStop); }
+
+    // The module's commands that lost history since the last call.
+    std::vector<TLostCommand> TakeLost();
+    // What the module could not read of the branch specifications since
+    // the last call: for each, the name of the specification ("" for the
+    // list of them) and "'COMMAND' failed: MESSAGE".
+    std::vector<std::pair<std::string, std::string>> TakeUnreadBranches();
+    // How many submitted changes the module's listings gave it so far.
+    unsigned ListedChanges() const { return m_nListed; }
+    // The last command that failed, with the server's message ("" when none
+    // failed since ForgetFailure).
+    const std::string& LastFailure() const { return m_strLastFailure; }
+    void ForgetFailure() { m_strLastFailure.clear(); }
+    // The depot files on which the module would never finish, refused so
+    // far (in the order met, each once).
+    const std::vector<std::string>& RefusedNames() const { return m_astrRefused; }
+
+    unsigned Retried() const { return m_nRetried; }
+    unsigned Recovered() const { return m_nRecovered; }
+    unsigned PendingLeftOut() const { return m_nPendingLeftOut; }
+
+private:
+    // Runs the command, again while it fails on the way; the final status
+    // and the problem ("" none). strOutput: what it printed (-G commands).
+    int RunWithRetries(VCM::IChildRun& rRun, const TP4Command& tCommand, std::string& strOutput,
+                       std::string& strProblem);
+    bool Wait(unsigned nTry) const;
+    // Leaves pending and shelved changes out of a listing.
+    void FilterListing(VCM::IChildRun& rRun, const std::string& strOutput);
+    // Refuses a description that names a file the module cannot read.
+    int CheckDescription(VCM::IChildRun& rRun, const std::string& strOutput, int nStatus);
+
+    std::string m_strP4;
+    TPolicy m_tPolicy;
+    CEscapedNames& m_cNames;
+    std::function<void(const std::string&)> m_fnNotice;
+    std::function<bool()> m_fnStop;
+    std::vector<TLostCommand> m_atLost;
+    std::vector<std::pair<std::string, std::string>> m_atUnreadBranches;
+    std::vector<std::string> m_astrRefused;
+    std::string m_strLastFailure;
+    // The path whose changes the module lists now: its descriptions
+    // belong to it.
+    std::string m_strListing;
+    // Whether the server has answered a command of this run: a connection
+    // that could never be made is no dropped one, and is not tried again.
+    bool m_bServerAnswered = false;
+    unsigned m_nRetried = 0;
+    unsigned m_nRecovered = 0;
+    unsigned m_nPendingLeftOut = 0;
+    unsigned m_nListed = 0;
+    // Records of the last command's output that are no message.
+    unsigned m_nStatRecords = 0;
+};
+
+} // namespace IMP
+} // namespace ORVANE

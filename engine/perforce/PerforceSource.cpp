@@ -1,0 +1,317 @@
+#include "perforce/PerforceSource.h"
+
+#include <algorithm>
+#include <set>
+
+#include <wx/filefn.h>
+
+#include "Stop.h"
+#include "Text.h"
+#include "WorkerChannel.h"
+#include "host/StreamRecord.h"
+#include "mce/ProviderBase.h"
+#include "perforce/Labels.h"
+#include "perforce/P4Query.h"
+#include "perforce/ServerChecks.h"
+
+namespace ORVANE {
+namespace IMP {
+
+const char* const g_pszPerforceClient = "Orvane_Temp_Client";
+
+namespace {
+
+// Whether the setting IgnoredBranches leaves the branch specification out
+// on purpose: its ';'-separated wildcard patterns, compared without case.
+bool IsIgnoredBranch(const std::string& strPatterns, const std::string& strName)
+{
+    const wxString strLower = Wide(strName).Lower();
+    size_t nStart = 0;
+    while (nStart < strPatterns.size())
+    {
+        const size_t nEnd = std::min(strPatterns.find(';', nStart), strPatterns.size());
+        const wxString strPattern = Wide(strPatterns.substr(nStart, nEnd - nStart)).Lower();
+        if (wxIsWild(strPattern) ? wxMatchWild(strPattern, strLower, true) : strPattern == strLower)
+            return true;
+        nStart = nEnd + 1;
+    }
+    return false;
+}
+
+std::string Setting(const std::map<std::string, std::string>& mapSettings, const char* pszKey)
+{
+    auto it = mapSettings.find(pszKey);
+    return it != mapSettings.end() ? it->second : std::string();
+}
+
+} // namespace
+
+CPerforceSource::CPerforceSource(const TSourceOptions& tOptions, std::function<void(const std::string&)> fnSay)
+    : CSourceSystem(tOptions, std::move(fnSay))
+{
+}
+
+CPerforceSource::~CPerforceSource()
+{
+    if (m_pGateway)
+        VCM::CProcessCapture::SetGateway(nullptr);
+}
+
+void CPerforceSource::Start(MCE::CProvider& cProvider, const std::map<std::string, std::string>& mapSettings)
+{
+    m_pProvider = &cProvider;
+    m_strP4 = Setting(mapSettings, "P4Path");
+    m_strRootPath = Setting(mapSettings, "RootPath");
+    m_strIgnoredBranches = Setting(mapSettings, "IgnoredBranches");
+    CP4Gateway::TPolicy tPolicy;
+    tPolicy.nRetries = m_tOptions.nRetries;
+    tPolicy.fFirstWait = m_tOptions.fRetryWait;
+    m_pGateway.reset(new CP4Gateway(m_strP4, tPolicy, m_cNames));
+    if (!m_tOptions.bQuiet)
+        m_pGateway->SetNotice([this](const std::string& str) { Say("warning: " + str); });
+    m_pGateway->SetStopCheck([]() { return g_nStopSignal != 0; });
+    VCM::CProcessCapture::SetGateway(m_pGateway.get());
+    WorkerChannel().Send(EVENT::pszP4, m_strP4);
+}
+
+std::function<unsigned int()> CPerforceSource::ChangeNumbers() const
+{
+    // The Perforce module is built on the provider framework: the
+    // changelist number is its current change record's.
+    const MCE::CProviderBase* pBase = static_cast<const MCE::CProviderBase*>(m_pProvider);
+    return [pBase]() { return pBase->GetCurrentProviderChangeID(); };
+}
+
+void CPerforceSource::CheckSource(CAuthors& cAuthors)
+{
+    const CServerChecks cChecks(m_strP4);
+    cChecks.CheckConnection();
+    cChecks.ReadUsers(cAuthors);
+}
+
+void CPerforceSource::OnStreamsKnown(const TStreams& atStreams)
+{
+    m_pStreams = &atStreams;
+    NameLeftOutBranches(atStreams);
+}
+
+bool CPerforceSource::ViewUnderRoot(const std::string& strBranch) const
+{
+    // A name the client would take for an option cannot be asked about.
+    if (strBranch[0] == '-')
+        return true;
+    std::string strRoot = m_strRootPath;
+    if (strRoot.size() >= 4 && strRoot.compare(strRoot.size() - 4, 4, "/...") == 0)
+        strRoot.resize(strRoot.size() - 4);
+    const auto fnUnder = [&strRoot](const std::string& strPath) {
+        return strPath.compare(0, strRoot.size(), strRoot) == 0 &&
+               (strPath.size() == strRoot.size() || strPath[strRoot.size()] == '/');
+    };
+    bool bUnder = false;
+    const TP4Result tForm = CP4Query(m_strP4).Run({"branch", "-o", strBranch}, [&](const TP4Record& t) {
+        for (const auto& kv : t)
+        {
+            if (kv.first.compare(0, 4, "View") != 0)
+                continue;
+            // "SOURCE TARGET", each side perhaps in double quotes.
+            std::vector<std::string> astrSides;
+            const std::string& strLine = kv.second;
+            for (size_t i = 0; i < strLine.size();)
+            {
+                if (strLine[i] == ' ')
+                {
+                    ++i;
+                    continue;
+                }
+                const bool bQuoted = strLine[i] == '"';
+                const size_t nStart = bQuoted ? i + 1 : i;
+                const size_t nEnd = std::min(strLine.find(bQuoted ? '"' : ' ', nStart), strLine.size());
+                astrSides.push_back(strLine.substr(nStart, nEnd - nStart));
+                i = nEnd + (bQuoted ? 1 : 0);
+            }
+            if (astrSides.size() == 2 && fnUnder(astrSides[0]) && fnUnder(astrSides[1]))
+                bUnder = true;
+        }
+        return true;
+    });
+    // A form that cannot be read may well be of a stream: it is named.
+    return bUnder || !tForm.Problem().empty();
+}
+
+void CPerforceSource::NameLeftOutBranches(const TStreams& atStreams)
+{
+    std::map<std::string, std::string> mapWhy;
+    for (const auto& t : m_pGateway->TakeUnreadBranches())
+    {
+        if (t.first.empty())
+        {
+            Say("warning: the branch specifications cannot be listed, so none became a stream: " + t.second);
+            return;
+        }
+        mapWhy[t.first] = t.second;
+    }
+    std::set<std::string> setStreams;
+    for (const TStream& t : atStreams)
+        setStreams.insert(t.strName);
+    // The module's own listing covers the root path; the same listing here
+    // tells which specifications it left out without a word.
+    const TP4Result tList = CP4Query(m_strP4).Run({"branches"}, [&](const TP4Record& t) {
+        const std::string strName = RecordValue(t, "branch");
+        if (RecordValue(t, "code") != "stat" || strName.empty() || IsIgnoredBranch(m_strIgnoredBranches, strName))
+            return true;
+        VCM::CString strValid = Wide(strName);
+        VDB::TStreamRecord::MakeValidName(strValid);
+        if (setStreams.count(strName) != 0 || setStreams.count(Utf8(strValid)) != 0)
+            return true;
+        if (!ViewUnderRoot(strName))
+            return true;
+        auto it = mapWhy.find(strName);
+        Say("warning: the branch specification " + strName + " is left out, its files are in no stream: " +
+            (it != mapWhy.end() ? it->second
+                                : std::string("the module cannot use it (a blank in its name or in a folder of its "
+                                              "view, or a name that begins with '-'; see the import log)")));
+        return true;
+    });
+    (void)tList;
+}
+
+void CPerforceSource::BeforeImport()
+{
+    // Before anything is synced or written.
+    if (!CServerChecks(m_strP4).ScanNames(m_strRootPath, m_cNames) && !m_tOptions.bQuiet)
+        Say("the server refuses to list every file under " + m_strRootPath +
+            " at once (its MaxResults or MaxScanRows); the names are checked as the changes are read");
+}
+
+bool CPerforceSource::ClientGone() const
+{
+    const TP4Result tResult = CP4Query(m_strP4).Run({"clients", "-e", g_pszPerforceClient});
+    if (!tResult.Problem().empty())
+        return false;
+    for (const TP4Record& tRecord : tResult.atRecords)
+        if (RecordValue(tRecord, "client") == g_pszPerforceClient)
+            return false;
+    return true;
+}
+
+void CPerforceSource::BeforeCall(const char* /*pszCall*/)
+{
+    // A failure of a p4 command belongs to the call that ran it.
+    m_pGateway->ForgetFailure();
+}
+
+std::string CPerforceSource::LastFailure() const
+{
+    return m_pGateway ? m_pGateway->LastFailure() : std::string();
+}
+
+std::string CPerforceSource::StreamOfPath(const std::string& strListed) const
+{
+    if (m_pStreams)
+        for (const TStream& t : *m_pStreams)
+            if (PathText(t.tInfo.cDstPath) + "/..." == strListed)
+                return "stream " + t.strName;
+    return strListed;
+}
+
+void CPerforceSource::OnChangesEstablished(unsigned int nCount)
+{
+    if (!m_pGateway->RefusedNames().empty())
+        throw EStop(eExitFailure, NeverEndingMessage(m_pGateway->RefusedNames()));
+    const std::vector<TLostCommand> atLost = m_pGateway->TakeLost();
+    ActOn(atLost, nullptr);
+    // The module reads what the gateway passed as whole its own way: a
+    // change it could not read is missing from its count (it says why
+    // only in its import log).
+    unsigned nDescribeLost = 0;
+    for (const TLostCommand& t : atLost)
+        nDescribeLost += t.eKind == TLostCommand::eDescribe ? 1 : 0;
+    const unsigned nExpected = m_pGateway->ListedChanges() - nDescribeLost;
+    if (nCount >= nExpected)
+        return;
+    const std::string str = "the module read " + std::to_string(nCount) + " of the " + std::to_string(nExpected) +
+                            " changes the server listed; the import log names the others (\"** Failed to "
+                            "enumerate change\")";
+    if (m_tOptions.bKeepGoing)
+        Say("warning: " + str + " (--keep-going: the module goes on without them)");
+    else
+        throw EStop(eExitFailure, str + "\nNothing was imported. Run again, or give --keep-going to import without "
+                                        "what failed.");
+}
+
+void CPerforceSource::OnChangeSynced(const TStream& tStream, unsigned int /*nNumber*/)
+{
+    ActOn(m_pGateway->TakeLost(), &tStream);
+}
+
+void CPerforceSource::ActOn(const std::vector<TLostCommand>& atLost, const TStream* pSynced)
+{
+    if (atLost.empty())
+        return;
+    std::vector<std::string> astr;
+    for (const TLostCommand& t : atLost)
+    {
+        std::string str;
+        switch (t.eKind)
+        {
+        case TLostCommand::eListing:
+            str = "the changes of " + StreamOfPath(t.strPath) + " cannot be listed";
+            break;
+        case TLostCommand::eDescribe:
+            str = "change " + std::to_string(t.nChange) + " of " + StreamOfPath(t.strPath) + " cannot be read";
+            break;
+        case TLostCommand::eSync:
+            str = "change " + std::to_string(t.nChange) + (pSynced ? " of stream " + pSynced->strName : std::string()) +
+                  " cannot be synced";
+            break;
+        }
+        astr.push_back(str + ": '" + t.strCommand + "' failed: " + t.strProblem);
+    }
+    if (m_tOptions.bKeepGoing)
+    {
+        for (const std::string& str : astr)
+            Say("warning: " + str + " (--keep-going: the module goes on without it)");
+        return;
+    }
+    std::string strMessage = astr[0];
+    for (size_t i = 1; i < astr.size(); ++i)
+        strMessage += "\n    " + astr[i];
+    strMessage += pSynced ? "\nNothing was written for this change; the changes before it are in git. Run again to "
+                            "continue from there, or give --keep-going to import without what failed."
+                          : "\nNothing was imported. Run again, or give --keep-going to import without what failed.";
+    throw EStop(eExitFailure, strMessage);
+}
+
+std::string CPerforceSource::SyncedPath(const std::string& strStreamPath, const std::string& strItemPath) const
+{
+    return m_cNames.SyncedPath(strStreamPath, strItemPath);
+}
+
+std::string CPerforceSource::ImportLabels(const TStreams& atStreams, const std::string& strGitDir,
+                                          const CAuthors& cAuthors, std::FILE* pOut)
+{
+    std::vector<TLabelStream> atLabelStreams;
+    for (const TStream& s : atStreams)
+        atLabelStreams.push_back(TLabelStream{s.strBranch, PathText(s.tInfo.cDstPath)});
+    const std::vector<TLabelOutcome> atOutcomes = CLabels(m_strP4, strGitDir, cAuthors).Import(atLabelStreams);
+    size_t nTags = 0;
+    for (const TLabelOutcome& t : atOutcomes)
+    {
+        nTags += t.bTagged ? 1 : 0;
+        // A skipped label is told even with --quiet: it is missing from git.
+        if (!t.bTagged || !m_tOptions.bQuiet)
+            std::fprintf(pOut, "label %s: %s%s\n", t.strName.c_str(), t.bTagged ? "" : "skipped: ", t.strWhat.c_str());
+    }
+    return ", " + std::to_string(nTags) + " of " + std::to_string(atOutcomes.size()) + " labels as tags";
+}
+
+std::string CPerforceSource::Summary() const
+{
+    if (!m_pGateway || m_pGateway->Recovered() == 0)
+        return std::string();
+    return std::to_string(m_pGateway->Recovered()) +
+           " p4 commands failed on the way to the server and succeeded when tried again";
+}
+
+} // namespace IMP
+} // namespace ORVANE

@@ -1,0 +1,69 @@
+// The engine's Perforce part: the server checked before the module starts,
+// the users and labels asked of it, and the gateway through which every p4
+// command of the run passes, with what the run does about the failures it
+// sees there.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "SourceSystem.h"
+#include "perforce/EscapedNames.h"
+#include "perforce/Gateway.h"
+
+namespace ORVANE {
+namespace IMP {
+
+// The temporary client that the Perforce module makes on the server.
+extern const char* const g_pszPerforceClient;
+
+class CPerforceSource : public CSourceSystem
+{
+public:
+    CPerforceSource(const TSourceOptions& tOptions, std::function<void(const std::string&)> fnSay);
+    ~CPerforceSource() override;
+
+    void Start(MCE::CProvider& cProvider, const std::map<std::string, std::string>& mapSettings) override;
+    std::function<unsigned int()> ChangeNumbers() const override;
+    void CheckSource(CAuthors& cAuthors) override;
+    void OnStreamsKnown(const TStreams& atStreams) override;
+    void BeforeImport() override;
+    std::string TemporaryClient() const override { return g_pszPerforceClient; }
+    bool ClientGone() const override;
+
+    void BeforeCall(const char* pszCall) override;
+    std::string LastFailure() const override;
+    void OnChangesEstablished(unsigned int nCount) override;
+    void OnChangeSynced(const TStream& tStream, unsigned int nNumber) override;
+    std::string SyncedPath(const std::string& strStreamPath, const std::string& strItemPath) const override;
+
+    bool HasLabels() const override { return true; }
+    std::string ImportLabels(const TStreams& atStreams, const std::string& strGitDir, const CAuthors& cAuthors,
+                             std::FILE* pOut) override;
+    std::string Summary() const override;
+
+private:
+    // Ends the run for commands of the module that lost history, or (with
+    // --keep-going) warns of each.
+    void ActOn(const std::vector<TLostCommand>& atLost, const TStream* pSynced);
+    // "stream NAME" of a listed depot path ("//depot/main/..."), or the path.
+    std::string StreamOfPath(const std::string& strListed) const;
+
+    // The branch specifications that became no stream, each with why when
+    // the gateway saw it.
+    void NameLeftOutBranches(const TStreams& atStreams);
+    // Whether a view line of the branch specification lies below the root
+    // path on both sides (or its form cannot be read).
+    bool ViewUnderRoot(const std::string& strBranch) const;
+
+    std::string m_strP4;
+    std::string m_strRootPath;
+    std::string m_strIgnoredBranches;
+    const MCE::CProvider* m_pProvider = nullptr;
+    const TStreams* m_pStreams = nullptr;
+    CEscapedNames m_cNames;
+    std::unique_ptr<CP4Gateway> m_pGateway;
+};
+
+} // namespace IMP
+} // namespace ORVANE

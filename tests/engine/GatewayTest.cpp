@@ -1,0 +1,294 @@
+// The way to the server: commands tried again, listings without pending
+// changes, descriptions the module could not read refused, and the
+// module's lost commands kept. The commands run a stand-in p4 that answers
+// with prepared bytes.
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "Environment.h"
+#include "Marshal.h"
+#include "Scratch.h"
+#include "host/ProcessCapture.h"
+#include "perforce/Gateway.h"
+
+using namespace ORVANE::IMP;
+using ORVANE::TEST::MarshalRecord;
+
+namespace {
+
+const char* const s_pszP4 = ENGINETEST_FAKE_P4;
+
+// A stand-in p4 whose answers to each command are files in a folder,
+// with the gateway of the test in place for its life.
+class CGatewayTest : public ::testing::Test
+{
+protected:
+    CGatewayTest()
+        : m_cFeed("orvane-gateway"), m_cEnv("ORVANE_FUZZ_FEED", m_cFeed.Path()), m_cGateway(s_pszP4, Policy(), m_cNames)
+    {
+        ORVANE::VCM::CProcessCapture::SetGateway(&m_cGateway);
+    }
+    ~CGatewayTest() override { ORVANE::VCM::CProcessCapture::SetGateway(nullptr); }
+
+    static CP4Gateway::TPolicy Policy()
+    {
+        CP4Gateway::TPolicy t;
+        t.nRetries = 2;
+        t.fFirstWait = 0;
+        return t;
+    }
+
+    // The answer to the command NAME: its output, error and exit status.
+    void Answer(const std::string& strName, const std::string& strOut, const std::string& strErr = std::string(),
+                int nExit = 0)
+    {
+        Write(strName + ".out", strOut);
+        Write(strName + ".err", strErr);
+        Write(strName + ".exit", std::to_string(nExit));
+    }
+
+    void Write(const std::string& strFile, const std::string& strBytes)
+    {
+        std::ofstream(m_cFeed.Path() + "/" + strFile, std::ios::binary) << strBytes;
+    }
+
+    struct TRun
+    {
+        int nStatus;
+        std::string strOut, strErr;
+    };
+
+    TRun Run(const std::vector<std::string>& astrArgs)
+    {
+        ORVANE::VCM::CProcessCapture cCapture;
+        TRun t;
+        t.nStatus = cCapture.Execute(astrArgs);
+        t.strOut = ORVANE::VCM::ReadAllBytes(*cCapture.GetStdOutputStream());
+        t.strErr = ORVANE::VCM::ReadAllBytes(*cCapture.GetStdErrorStream());
+        return t;
+    }
+
+    ORVANE::TEST::CScratchFolder m_cFeed;
+    ORVANE::TEST::CEnvironment m_cEnv;
+    CEscapedNames m_cNames;
+    CP4Gateway m_cGateway;
+};
+
+std::string Change(const char* pszNumber, const char* pszStatus)
+{
+    return MarshalRecord({{"code", "stat"},
+                          {"change", pszNumber},
+                          {"time", "1200000000"},
+                          {"user", "jo"},
+                          {"client", "ws"},
+                          {"status", pszStatus}});
+}
+
+std::string Failure(const std::string& strMessage)
+{
+    return "{" + ORVANE::TEST::MarshalString("code") + ORVANE::TEST::MarshalString("error") +
+           ORVANE::TEST::MarshalString("data") + ORVANE::TEST::MarshalString(strMessage + "\n") +
+           ORVANE::TEST::MarshalString("severity") + ORVANE::TEST::MarshalInteger(3) +
+           ORVANE::TEST::MarshalString("generic") + ORVANE::TEST::MarshalInteger(38) + "0";
+}
+
+std::string Describe(const std::string& strFile)
+{
+    return MarshalRecord({{"code", "stat"},
+                          {"change", "7"},
+                          {"desc", "Edit\n"},
+                          {"depotFile0", strFile},
+                          {"action0", "edit"},
+                          {"type0", "text"},
+                          {"rev0", "2"}});
+}
+
+} // namespace
+
+TEST(P4Command, GlobalOptionsAreSkippedToTheCommand)
+{
+    const TP4Command t = ParseP4Command({"p4", "-G", "-c", "ws", "-u", "jo", "describe", "7"});
+    EXPECT_TRUE(t.bMarshalled);
+    EXPECT_EQ("describe", t.strName);
+    EXPECT_EQ(std::vector<std::string>{"7"}, t.astrArgs);
+    const TP4Command tSync = ParseP4Command({"p4", "sync", "/ws/main/...@42"});
+    EXPECT_FALSE(tSync.bMarshalled);
+    EXPECT_EQ("sync", tSync.strName);
+    EXPECT_EQ(std::vector<std::string>{"/ws/main/...@42"}, tSync.astrArgs);
+    EXPECT_EQ("", ParseP4Command({"p4", "-G"}).strName);
+}
+
+TEST(P4Command, DroppedConnectionsAndTimeOutsAreWorthAnotherTry)
+{
+    EXPECT_TRUE(IsTransientProblem("Perforce client error:\n\tPartner exited unexpectedly.\n"));
+    EXPECT_TRUE(IsTransientProblem("TCP receive failed.\nread: socket: Connection reset by peer\n"));
+    EXPECT_TRUE(IsTransientProblem("Perforce client error:\n\tConnect to server failed; check $P4PORT.\n"));
+    EXPECT_FALSE(IsTransientProblem("Your session has expired, please login again.\n"));
+    EXPECT_FALSE(IsTransientProblem("Change 7 unknown.\n"));
+    EXPECT_FALSE(IsTransientProblem(""));
+}
+
+TEST(P4Command, QueryLimitsAreKnownByTheirHelpTopic)
+{
+    EXPECT_TRUE(IsLimitProblem("Request too large (over 100); see 'p4 help maxresults'.\n"));
+    EXPECT_TRUE(IsLimitProblem("Too many rows scanned (over 1000); see 'p4 help maxscanrows'.\n"));
+    EXPECT_FALSE(IsLimitProblem("TCP receive failed.\n"));
+}
+
+TEST_F(CGatewayTest, PendingAndShelvedChangesLeaveTheListing)
+{
+    Answer("changes",
+           Change("9", "submitted") + Change("8", "pending") + Change("7", "shelved") + Change("6", "submitted"));
+    const TRun t = Run({s_pszP4, "-G", "changes", "//depot/main/..."});
+    EXPECT_EQ(0, t.nStatus);
+    EXPECT_EQ(Change("9", "submitted") + Change("6", "submitted"), t.strOut);
+    EXPECT_EQ(2u, m_cGateway.PendingLeftOut());
+    EXPECT_EQ(2u, m_cGateway.ListedChanges());
+    EXPECT_TRUE(m_cGateway.TakeLost().empty());
+    EXPECT_EQ("", m_cGateway.LastFailure());
+}
+
+TEST_F(CGatewayTest, AListingOfSubmittedChangesPassesByteForByte)
+{
+    const std::string strListing = Change("2", "submitted") + Change("1", "submitted");
+    Answer("changes", strListing);
+    EXPECT_EQ(strListing, Run({s_pszP4, "-G", "changes", "//depot/main/..."}).strOut);
+    EXPECT_EQ(0u, m_cGateway.PendingLeftOut());
+    EXPECT_EQ(2u, m_cGateway.ListedChanges());
+}
+
+TEST_F(CGatewayTest, AFailedListingIsKeptWithItsPath)
+{
+    Answer("changes", Failure("Request too large (over 10); see 'p4 help maxresults'."), "", 1);
+    const TRun t = Run({s_pszP4, "-G", "changes", "//depot/rel1/..."});
+    EXPECT_EQ(1, t.nStatus);
+    EXPECT_EQ(0u, m_cGateway.ListedChanges());
+    const std::vector<TLostCommand> at = m_cGateway.TakeLost();
+    ASSERT_EQ(1u, at.size());
+    EXPECT_EQ(TLostCommand::eListing, at[0].eKind);
+    EXPECT_EQ("//depot/rel1/...", at[0].strPath);
+    EXPECT_EQ(std::string(s_pszP4) + " -G changes //depot/rel1/...", at[0].strCommand);
+    EXPECT_EQ("Request too large (over 10); see 'p4 help maxresults'.", at[0].strProblem);
+    EXPECT_EQ("'" + std::string(s_pszP4) +
+                  " -G changes //depot/rel1/...' failed: Request too large (over 10); see "
+                  "'p4 help maxresults'.",
+              m_cGateway.LastFailure());
+    // Not a failure on the way: it is not tried again.
+    EXPECT_EQ(0u, m_cGateway.Retried());
+    EXPECT_TRUE(m_cGateway.TakeLost().empty());
+}
+
+TEST_F(CGatewayTest, AServerNeverReachedIsNotTriedAgain)
+{
+    Answer("info", "", "Perforce client error:\n\tConnect to server failed; check $P4PORT.\n", 1);
+    EXPECT_EQ(1, Run({s_pszP4, "-G", "info"}).nStatus);
+    EXPECT_EQ(0u, m_cGateway.Retried());
+    EXPECT_EQ("'" + std::string(s_pszP4) + " -G info' failed: Connect to server failed; check $P4PORT.",
+              m_cGateway.LastFailure());
+}
+
+TEST_F(CGatewayTest, ABrokenDescriptionIsTriedAgainThenKeptAsLost)
+{
+    Answer("changes", Change("7", "submitted"));
+    Run({s_pszP4, "-G", "changes", "//depot/main/..."});
+    const std::string strWhole = Describe("//depot/main/a.txt");
+    Answer("describe", strWhole.substr(0, strWhole.size() / 2));
+    Run({s_pszP4, "-G", "describe", "7"});
+    EXPECT_EQ(2u, m_cGateway.Retried());
+    EXPECT_EQ(0u, m_cGateway.Recovered());
+    const std::vector<TLostCommand> at = m_cGateway.TakeLost();
+    ASSERT_EQ(1u, at.size());
+    EXPECT_EQ(TLostCommand::eDescribe, at[0].eKind);
+    EXPECT_EQ(7u, at[0].nChange);
+    EXPECT_EQ("//depot/main/...", at[0].strPath);
+    EXPECT_EQ("its output could not be read", at[0].strProblem);
+}
+
+TEST_F(CGatewayTest, ADroppedSyncIsTriedAgainAndKeptWithItsChange)
+{
+    std::vector<std::string> astrNotices;
+    m_cGateway.SetNotice([&astrNotices](const std::string& str) { astrNotices.push_back(str); });
+    Answer("info", MarshalRecord({{"code", "stat"}, {"serverVersion", "P4D/LINUX26X86_64/2024.1/2596294"}}));
+    Run({s_pszP4, "-G", "info"});
+    Answer("sync", "", "Perforce client error:\n\tPartner exited unexpectedly.\n", 1);
+    const TRun t = Run({s_pszP4, "sync", "/ws/main/...@42"});
+    EXPECT_EQ(1, t.nStatus);
+    EXPECT_EQ("Perforce client error:\n\tPartner exited unexpectedly.\n", t.strErr);
+    EXPECT_EQ(2u, m_cGateway.Retried());
+    ASSERT_EQ(2u, astrNotices.size());
+    EXPECT_EQ("'" + std::string(s_pszP4) +
+                  " sync /ws/main/...@42' failed (Partner exited unexpectedly.); trying again in 0 s (1 of 2)",
+              astrNotices[0]);
+    const std::vector<TLostCommand> at = m_cGateway.TakeLost();
+    ASSERT_EQ(1u, at.size());
+    EXPECT_EQ(TLostCommand::eSync, at[0].eKind);
+    EXPECT_EQ(42u, at[0].nChange);
+}
+
+TEST_F(CGatewayTest, AStopAskedForEndsTheRetries)
+{
+    m_cGateway.SetStopCheck([]() { return true; });
+    Answer("info", MarshalRecord({{"code", "stat"}}));
+    Run({s_pszP4, "-G", "info"});
+    Answer("sync", "", "TCP receive failed.\n", 1);
+    EXPECT_EQ(1, Run({s_pszP4, "sync", "/ws/main/...@3"}).nStatus);
+    EXPECT_EQ(1u, m_cGateway.Retried());
+}
+
+TEST_F(CGatewayTest, ADescriptionNamingAFileTheModuleCannotReadIsRefused)
+{
+    Answer("describe", Describe("//depot/main/done 100%25"));
+    const TRun t = Run({s_pszP4, "-G", "describe", "7"});
+    EXPECT_EQ(1, t.nStatus);
+    EXPECT_EQ("", t.strOut);
+    EXPECT_EQ("orvane-import: the migration module cannot read the depot file name '//depot/main/done 100%25'\n",
+              t.strErr);
+    EXPECT_EQ(std::vector<std::string>{"//depot/main/done 100%25"}, m_cGateway.RefusedNames());
+    EXPECT_TRUE(m_cGateway.TakeLost().empty());
+    // Met again, it is named once.
+    Run({s_pszP4, "-G", "describe", "7"});
+    EXPECT_EQ(1u, m_cGateway.RefusedNames().size());
+}
+
+TEST_F(CGatewayTest, DescribedNamesAreLearnt)
+{
+    const std::string strDescribe = Describe("//depot/main/pct%2541.txt");
+    Answer("describe", strDescribe);
+    const TRun t = Run({s_pszP4, "-G", "describe", "7"});
+    EXPECT_EQ(0, t.nStatus);
+    EXPECT_EQ(strDescribe, t.strOut);
+    // The module reads "pctA.txt"; p4 sync writes "pct%41.txt".
+    EXPECT_EQ("pct%41.txt", m_cNames.SyncedPath("//depot/main", "pctA.txt"));
+}
+
+TEST_F(CGatewayTest, AnUnreadBranchFormIsNamed)
+{
+    Answer("branch", Failure("Access for user 'jo' has not been enabled by 'p4 protect'."), "", 1);
+    Run({s_pszP4, "-G", "branch", "-o", "rel1"});
+    const auto at = m_cGateway.TakeUnreadBranches();
+    ASSERT_EQ(1u, at.size());
+    EXPECT_EQ("rel1", at[0].first);
+    EXPECT_EQ("'" + std::string(s_pszP4) +
+                  " -G branch -o rel1' failed: Access for user 'jo' has not been enabled by 'p4 protect'.",
+              at[0].second);
+    EXPECT_TRUE(m_cGateway.TakeUnreadBranches().empty());
+}
+
+TEST_F(CGatewayTest, OtherProgramsPassUntouched)
+{
+    const TRun t = Run({"/bin/sh", "-c", "exit 3"});
+    EXPECT_EQ(3, t.nStatus);
+    EXPECT_EQ("", m_cGateway.LastFailure());
+    EXPECT_EQ(0u, m_cGateway.Retried());
+}
+
+TEST_F(CGatewayTest, AFailureRecordOfASuccessfulCommandCounts)
+{
+    Answer("info", Failure("Your session has expired, please login again."));
+    EXPECT_EQ(0, Run({s_pszP4, "-G", "info"}).nStatus);
+    EXPECT_EQ("'" + std::string(s_pszP4) + " -G info' failed: Your session has expired, please login again.",
+              m_cGateway.LastFailure());
+    m_cGateway.ForgetFailure();
+    EXPECT_EQ("", m_cGateway.LastFailure());
+}
