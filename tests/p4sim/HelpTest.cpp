@@ -177,7 +177,8 @@ TEST_F(HelpTest, EveryCommandPrintsItsUsage)
     EXPECT_EQ(r.err, "Change 7 unknown.\nInvalid changelist number '--help'.\n");
     r = Run({"login", "-h", "somehost"});
     EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.err, "'login' not necessary, no password set for this user.\n");
+    EXPECT_EQ(r.out, "'login' not necessary, no password set for this user.\n");
+    EXPECT_EQ(r.err, "");
 }
 
 TEST_F(HelpTest, UnknownOptionsAreUsageErrors)
