@@ -26,10 +26,13 @@ enum TGeneric
     eGenericUsage = 1,
     eGenericUnknown = 2,
     eGenericContext = 3,
+    eGenericIllegal = 4,
     eGenericProtect = 6,
     eGenericEmpty = 17,
     eGenericFault = 33,
     eGenericClient = 34,
+    eGenericAdmin = 35,
+    eGenericConfig = 36,
     eGenericComm = 38
 };
 
