@@ -44,6 +44,7 @@ const std::map<TQuery, std::vector<std::string>> kPlans = {
     {ORVANE::P4SIM::eQueryRev, {"SEARCH revs USING PRIMARY KEY (depot_file=? AND rev=?)"}},
     {ORVANE::P4SIM::eQueryHeadRev, {"SEARCH revs USING PRIMARY KEY (depot_file=?)"}},
     {ORVANE::P4SIM::eQueryRevsUnderBetween, {"SEARCH revs USING PRIMARY KEY (depot_file>? AND depot_file<?)"}},
+    {ORVANE::P4SIM::eQueryCountRevsUnder, {"SEARCH revs USING PRIMARY KEY (depot_file>? AND depot_file<?)"}},
     {ORVANE::P4SIM::eQueryContentPut, {}},
     {ORVANE::P4SIM::eQueryContent, {"SEARCH contents USING PRIMARY KEY (digest=?)"}},
     {ORVANE::P4SIM::eQueryBranches, {"SCAN branches"}},

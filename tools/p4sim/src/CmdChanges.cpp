@@ -45,6 +45,7 @@ bool CChangeLister::Offer(const TChangeRec& tChange)
     if (m_tOptions.Has('c') && tChange.strClient != m_tOptions.Value('c'))
         return true;
     ++m_nListed;
+    m_rContext.cLimits.AddResults(1);
     bool bLong = m_tOptions.Has('l'), bLonger = m_tOptions.Has('L');
     std::string strDesc = bLong ? tChange.strDescription : Truncated(tChange.strDescription, bLonger ? 250 : 31);
     TRecord aRecord = {{"change", Num(tChange.nChange)}, {"time", Num(tChange.nTime)},
@@ -98,6 +99,7 @@ void VisitChangesOf(TContext& rContext, const TChangesArg& tArg, const std::stri
     std::string strClientFile;
     rContext.pStore->VisitRevsByChange(
         tArg.nLow, tArg.nHigh, strPrefix, bOldestFirst, [&](long long nChange, const std::string& strDepotFile) {
+            rContext.cLimits.AddScanned(1);
             if (nChange == nLast || !PatternNames(tArg.strPattern, tArg.bIsDepot, pView, strDepotFile, strClientFile))
                 return true;
             nLast = nChange;
@@ -113,6 +115,7 @@ void AddChangesUpToLabel(TContext& rContext, const TChangesArg& tArg, const std:
     std::string strClientFile;
     for (const TRevRec& tTagged : LabelRevisions(rContext, tArg.strLabel, strPrefix))
     {
+        rContext.cLimits.AddScanned(tTagged.nRev);
         if (!PatternNames(tArg.strPattern, tArg.bIsDepot, pView, tTagged.strDepotFile, strClientFile))
             continue;
         for (long long nRev = 1; nRev <= tTagged.nRev; ++nRev)
@@ -234,7 +237,10 @@ void CmdChanges(TContext& tContext, const TOptions& tOptions)
     if (cLister.Done())
         return;
     tContext.pStore->VisitChanges(nMinChange, tContext.pStore->MaxChange(), tOptions.Has('r'),
-                                  [&](const TChangeRec& tChange) { return cLister.Offer(tChange); });
+                                  [&](const TChangeRec& tChange) {
+                                      tContext.cLimits.AddScanned(1);
+                                      return cLister.Offer(tChange);
+                                  });
 }
 
 void CmdDescribe(TContext& tContext, const TOptions& tOptions)
@@ -257,6 +263,8 @@ void CmdDescribe(TContext& tContext, const TOptions& tOptions)
             continue;
         }
         std::vector<TRevRec> atRevs = tContext.pStore->RevsOfChange(nChange);
+        tContext.cLimits.AddScanned(static_cast<long long>(atRevs.size()));
+        tContext.cLimits.AddResults(static_cast<long long>(atRevs.size()));
         tContext.pOutput->Stat(DescribeRecord(*tChange, atRevs), DescribeText(*tChange, atRevs, bShort));
     }
 }

@@ -51,7 +51,9 @@ const TSyncMark* FindMark(const std::vector<TSyncMark>& atMarks, const std::stri
 TSyncPlan PlanArg(TContext& tContext, const TClientView& tView, const TSyncArg& tArg,
                   const std::vector<TSyncMark>& atMarks, bool bForce, long long nMaxChange)
 {
-    const TSyncMark* pMark = tArg.Markable() && !bForce ? FindMark(atMarks, tArg.strPattern) : nullptr;
+    // Under a server's limits the full plan counts every file and row.
+    const TSyncMark* pMark =
+        tArg.Markable() && !bForce && !tContext.cLimits.Active() ? FindMark(atMarks, tArg.strPattern) : nullptr;
     TSyncPlan tPlan;
     if (pMark && PlanFromMark(tContext, tView, tArg, *pMark, tPlan))
         return tPlan;

@@ -61,6 +61,14 @@ private:
     TGeneric m_eGeneric;
 };
 
+// A command that went past the server's MaxResults or MaxScanRows: it
+// fails with nothing but this message, whatever it had printed before.
+class ELimitError : public EP4Error
+{
+public:
+    explicit ELimitError(const std::string& strText) : EP4Error(strText, eSeverityFailed, eGenericAdmin) {}
+};
+
 // A wrong command line of p4sim's own commands (admin, help): the message,
 // then the usage text, on standard error, exit status 2.
 class EUsageError : public std::runtime_error

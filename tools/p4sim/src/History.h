@@ -55,6 +55,9 @@ struct THistory
     // Users removed once everything else is in, as `p4 user -d -f` would:
     // their changes stay.
     std::vector<std::string> astrDeletedUsers;
+    // The server's MaxResults and MaxScanRows (0: unlimited; -1: not given,
+    // the server's stay as they are).
+    long long nMaxResults = -1, nMaxScanRows = -1;
 };
 
 // Throws std::runtime_error with a readable message on a malformed history.

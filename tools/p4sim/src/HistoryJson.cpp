@@ -290,6 +290,16 @@ THistory ParseHistory(const json& jHistory)
     for (const json& jLabel : jHistory.value("labels", json::array()))
         tHistory.atLabels.push_back(ParseLabel(jLabel));
     tHistory.astrDeletedUsers = Lines(jHistory, "deletedUsers");
+    if (jHistory.contains("limits"))
+    {
+        const json& jLimits = jHistory["limits"];
+        if (!jLimits.is_object())
+            throw std::runtime_error("'limits' must be an object");
+        tHistory.nMaxResults = Int(jLimits, "maxResults", -1);
+        tHistory.nMaxScanRows = Int(jLimits, "maxScanRows", -1);
+        if (tHistory.nMaxResults < -1 || tHistory.nMaxScanRows < -1)
+            throw std::runtime_error("a limit must be 0 (unlimited) or more");
+    }
     return tHistory;
 }
 
@@ -322,6 +332,15 @@ json HistoryToJson(const THistory& tHistory)
     jHistory["changes"] = jChanges;
     if (!tHistory.astrDeletedUsers.empty())
         jHistory["deletedUsers"] = tHistory.astrDeletedUsers;
+    if (tHistory.nMaxResults >= 0 || tHistory.nMaxScanRows >= 0)
+    {
+        json jLimits = json::object();
+        if (tHistory.nMaxResults >= 0)
+            jLimits["maxResults"] = tHistory.nMaxResults;
+        if (tHistory.nMaxScanRows >= 0)
+            jLimits["maxScanRows"] = tHistory.nMaxScanRows;
+        jHistory["limits"] = jLimits;
+    }
     if (tHistory.atLabels.empty())
         return jHistory;
     json jLabels = json::array();

@@ -294,6 +294,10 @@ void SubmitHistory(CStore& rStore, const THistory& tHistory)
     cSubmitter.AddLabels(tHistory.atLabels);
     for (const std::string& strUser : tHistory.astrDeletedUsers)
         rStore.DeleteUser(strUser);
+    if (tHistory.nMaxResults >= 0)
+        rStore.SetMaxResults(tHistory.nMaxResults);
+    if (tHistory.nMaxScanRows >= 0)
+        rStore.SetMaxScanRows(tHistory.nMaxScanRows);
 }
 
 } // namespace P4SIM

@@ -2,7 +2,7 @@
 //
 //   p4sim [global options] command [args...]   a `p4` command against the
 //                                              server named by P4PORT=sim:DIR
-//   p4sim admin init|load|generate ...         administration
+//   p4sim admin init|load|generate|limits ...  administration
 //
 // Test switches (environment): P4SIM_JOURNAL, P4SIM_FAIL, P4SIM_LATENCY_MS,
 // P4SIM_GARBLE (with P4SIM_GARBLE_MODE), P4SIM_TICKET, P4SIM_DROP (with
@@ -262,8 +262,15 @@ void RunCommand(CInvocation& rInvocation, const TGlobals& tGlobals, const TComma
         bool bWrites =
             tCommand.eWriteMode == eWrites || (tCommand.eWriteMode == eWritesUnlessOutput && !tOptions.Has('o'));
         cStore.Begin(bWrites);
+        tContext.cLimits.Set(cStore.MaxResults(), cStore.MaxScanRows());
         tCommand.fnRun(tContext, tOptions);
         cStore.Commit();
+    }
+    catch (const ELimitError& e)
+    {
+        cStore.Rollback();
+        rOutput.Discard();
+        rOutput.Message(e.what(), e.Severity(), e.Generic());
     }
     catch (const EP4Error& e)
     {

@@ -88,6 +88,13 @@ void COutput::Message(const std::string& strText, TSeverity eSeverity, TGeneric 
     m_strOut += '0';
 }
 
+void COutput::Discard()
+{
+    m_strOut.clear();
+    m_strErr.clear();
+    m_bFailed = false;
+}
+
 void COutput::Content(const std::string& strData, bool bBinary)
 {
     if (m_eMode != eOutputMarshal)

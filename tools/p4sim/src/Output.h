@@ -45,6 +45,9 @@ public:
     // the raw bytes otherwise.
     void Content(const std::string& strData, bool bBinary);
 
+    // Forgets everything printed so far (a command that fails as a whole).
+    void Discard();
+
     const std::string& StdOut() const { return m_strOut; }
     const std::string& StdErr() const { return m_strErr; }
     TExitStatus ExitStatus() const { return m_bFailed ? eExitFailed : eExitOk; }

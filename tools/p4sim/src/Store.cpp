@@ -1,6 +1,7 @@
 #include "Store.h"
 
 #include "FileSystem.h"
+#include "Text.h"
 
 #include <ctime>
 #include <stdexcept>
@@ -241,6 +242,39 @@ std::string CStore::Meta(const std::string& strKey, const std::string& strDefaul
 void CStore::SetMeta(const std::string& strKey, const std::string& strValue)
 {
     Prepare(eQueryMetaPut).Bind(1, strKey).Bind(2, strValue).Run();
+}
+
+namespace {
+
+const char* const s_pszMaxResults = "maxResults";
+const char* const s_pszMaxScanRows = "maxScanRows";
+
+long long MetaNumber(CStore& rStore, const char* pszKey)
+{
+    long long nValue = 0;
+    return ParseUInt(rStore.Meta(pszKey, "0"), nValue) ? nValue : 0;
+}
+
+} // namespace
+
+long long CStore::MaxResults()
+{
+    return MetaNumber(*this, s_pszMaxResults);
+}
+
+long long CStore::MaxScanRows()
+{
+    return MetaNumber(*this, s_pszMaxScanRows);
+}
+
+void CStore::SetMaxResults(long long nLimit)
+{
+    SetMeta(s_pszMaxResults, std::to_string(nLimit));
+}
+
+void CStore::SetMaxScanRows(long long nLimit)
+{
+    SetMeta(s_pszMaxScanRows, std::to_string(nLimit));
 }
 
 } // namespace P4SIM

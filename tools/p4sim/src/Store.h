@@ -87,6 +87,13 @@ public:
     std::string Meta(const std::string& strKey, const std::string& strDefault = "");
     void SetMeta(const std::string& strKey, const std::string& strValue);
 
+    // The server's MaxResults and MaxScanRows (0: unlimited), kept in the
+    // meta table so that they hold for every later command.
+    long long MaxResults();
+    long long MaxScanRows();
+    void SetMaxResults(long long nLimit);
+    void SetMaxScanRows(long long nLimit);
+
     // Users
     std::vector<TUserRec> Users();
     std::optional<TUserRec> User(const std::string& strName);
@@ -119,6 +126,9 @@ public:
     // Every revision of the files under strPrefix whose change lies in
     // [nLow, nHigh].
     std::vector<TRevRec> RevsUnder(const std::string& strPrefix, long long nLow, long long nHigh);
+    // How many revisions of the files under strPrefix have a change at or
+    // below nAtChange: the rows a listing of those files reads.
+    long long CountRevsUnder(const std::string& strPrefix, long long nAtChange);
     // The depot paths of the revisions whose change lies in (nAfter, nUpTo],
     // at most nLimit of them (false when there are more).
     bool FilesChangedBetween(long long nAfter, long long nUpTo, size_t nLimit, std::vector<std::string>& astrOut);

@@ -78,6 +78,13 @@ std::vector<TRevRec> CStore::RevsUnder(const std::string& strPrefix, long long n
     return ReadRows(cQuery, ReadRev);
 }
 
+long long CStore::CountRevsUnder(const std::string& strPrefix, long long nAtChange)
+{
+    CStatement cQuery = Prepare(eQueryCountRevsUnder);
+    cQuery.Bind(1, strPrefix).Bind(2, PrefixEnd(strPrefix)).Bind(3, nAtChange);
+    return cQuery.Step() ? cQuery.Int(0) : 0;
+}
+
 std::vector<TRevRec> CStore::LabelRevsUnder(const std::string& strLabel, const std::string& strPrefix)
 {
     CStatement cQuery = Prepare(eQueryLabelRevsUnder);

@@ -74,6 +74,7 @@ const char* const s_apszQueries[eQueryCount] = {
     "SELECT " P4SIM_REV_COLUMNS " FROM revs WHERE depot_file=? AND rev=?",
     "SELECT " P4SIM_REV_COLUMNS " FROM revs WHERE depot_file=? AND change<=? ORDER BY rev DESC LIMIT 1",
     "SELECT " P4SIM_REV_COLUMNS " FROM revs WHERE depot_file>=? AND depot_file<? AND change>=? AND change<=?",
+    "SELECT COUNT(*) FROM revs WHERE depot_file>=? AND depot_file<? AND change<=?",
     "INSERT OR IGNORE INTO contents(digest,data) VALUES(?,?)",
     "SELECT data FROM contents WHERE digest=?",
     "SELECT " P4SIM_BRANCH_COLUMNS " FROM branches ORDER BY name",

@@ -28,6 +28,7 @@ enum TQuery
     eQueryRev,
     eQueryHeadRev,
     eQueryRevsUnderBetween,
+    eQueryCountRevsUnder,
     eQueryContentPut,
     eQueryContent,
     eQueryBranches,
