@@ -136,6 +136,7 @@ void CStore::CreateSchema()
     Begin(true);
     Exec(g_pszSchema);
     Exec(g_pszLabelsSchema);
+    Exec(g_pszOpenedSchema);
     SetMeta("version", "1");
     SetMeta("created", std::to_string(static_cast<long long>(time(nullptr))));
     Commit();
@@ -157,12 +158,13 @@ void CStore::Begin(bool bWrite)
     Exec(bWrite ? "BEGIN IMMEDIATE" : "BEGIN");
     m_bInTransaction = true;
     m_bWriting = bWrite;
-    // Servers made before sync marks or labels existed get their tables with
-    // the first write; for the others this is no work.
+    // Servers made before sync marks, labels or opened files existed get
+    // their tables with the first write; for the others this is no work.
     if (bWrite)
     {
         Exec(g_pszSyncMarksSchema);
         Exec(g_pszLabelsSchema);
+        Exec(g_pszOpenedSchema);
     }
 }
 
