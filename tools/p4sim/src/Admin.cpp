@@ -164,7 +164,11 @@ int Load(const std::string& strDir, const std::string& strFile)
         throw std::runtime_error(strFile + ": " + e.what());
     }
     THistory tHistory = ParseHistory(jHistory);
-    return Submit(strDir, [&](CStore& rStore) { SubmitHistory(rStore, tHistory); });
+    std::vector<std::string> astrMessages;
+    int nStatus = Submit(strDir, [&](CStore& rStore) { astrMessages = SubmitHistory(rStore, tHistory); });
+    for (const std::string& strMessage : astrMessages)
+        std::cout << strMessage << "\n";
+    return nStatus;
 }
 
 int Generate(const TAdminArgs& tArgs)

@@ -9,6 +9,8 @@
 
 #include "Text.h"
 
+#include <algorithm>
+
 namespace ORVANE {
 namespace P4SIM {
 
@@ -122,7 +124,10 @@ void CmdSync(TContext& tContext, const TOptions& tOptions)
         return;
     if (!tSettings.bNoHave)
     {
-        TSyncMark tNewMark{tArg.strPattern, tArg.nAtChange, tPlan.nHaveAfter};
+        // A mark never names a pending change: its submission under the same
+        // number would add revisions the mark claims to cover.
+        long long nMarkChange = std::min(tArg.nAtChange, tContext.pStore->MaxSubmittedChange());
+        TSyncMark tNewMark{tArg.strPattern, nMarkChange, tPlan.nHaveAfter};
         bool bMarked = astrArgs.size() == 1 && tArg.Markable() && !bCut && bAllDone;
         KeepMarks(tContext, tView, atMarks, atChanged, bMarked ? &tNewMark : nullptr);
     }
