@@ -197,9 +197,24 @@ TEST_F(CommandsTest, NoServerGivesTheConnectError)
 
 TEST_F(CommandsTest, InfoAndLogin)
 {
+    // A server without passwords answers `login -s` with an informational
+    // message: with -G the record a real client writes, byte for byte
+    // ("code" "info", "level" 0, then "data" without a line end).
+    const std::string expected = std::string("{s\x04\0\0\0codes\x04\0\0\0infos\x05\0\0\0leveli\0\0\0\0", 34) +
+                                 std::string("s\x04\0\0\0datas\x35\0\0\0", 14) +
+                                 "'login' not necessary, no password set for this user.0";
     Result r = m_sim.P4({"-G", "login", "-s"});
     EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, Error("'login' not necessary, no password set for this user.\n", 1, 0));
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.out, expected);
+    EXPECT_EQ(r.out, Info("'login' not necessary, no password set for this user."));
+    r = m_sim.P4({"login", "-s"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "'login' not necessary, no password set for this user.\n");
+    EXPECT_EQ(r.err, "");
+    r = m_sim.P4({"-z", "tag", "login", "-s"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "'login' not necessary, no password set for this user.\n");
     r = m_sim.P4({"info"});
     EXPECT_EQ(r.status, 0);
     EXPECT_NE(r.out.find("User name: jo\nClient name: *unknown*\nClient host: h1\n"), std::string::npos);

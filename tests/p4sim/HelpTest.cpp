@@ -58,7 +58,8 @@ TEST_F(HelpTest, AdminItselfPrintsAllUsages)
     const std::string usage = "Usage: p4sim admin init DIR\n"
                               "       p4sim admin load DIR HISTORY.json\n"
                               "       p4sim admin generate DIR [--changes N] [--branches B] [--files F] [--seed S] "
-                              "[--json FILE]\n";
+                              "[--json FILE]\n"
+                              "       p4sim admin limits DIR [--max-results N] [--max-scan-rows N]\n";
     for (const char* flag : {"--help", "-h", "help"})
     {
         Result r = Run({"admin", flag});
@@ -177,7 +178,8 @@ TEST_F(HelpTest, EveryCommandPrintsItsUsage)
     EXPECT_EQ(r.err, "Change 7 unknown.\nInvalid changelist number '--help'.\n");
     r = Run({"login", "-h", "somehost"});
     EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.err, "'login' not necessary, no password set for this user.\n");
+    EXPECT_EQ(r.out, "'login' not necessary, no password set for this user.\n");
+    EXPECT_EQ(r.err, "");
 }
 
 TEST_F(HelpTest, UnknownOptionsAreUsageErrors)

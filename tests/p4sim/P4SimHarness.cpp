@@ -161,10 +161,10 @@ std::string Info(const std::string& data, int level)
     std::string out = "{";
     PutStr(out, "code");
     PutStr(out, "info");
-    PutStr(out, "data");
-    PutStr(out, data);
     PutStr(out, "level");
     PutI(out, level);
+    PutStr(out, "data");
+    PutStr(out, data);
     return out + "0";
 }
 

@@ -19,7 +19,8 @@ namespace {
 // The plan SQLite 3.40 chooses for each query of the store. "SCAN" appears
 // only for the listings of specifications and users, which read every row
 // of small tables by design; everything that grows with the history (revs,
-// changes, contents, have, sync_marks) is searched by key or index range.
+// changes, contents, have, sync_marks, opened) is searched by key or index
+// range.
 const std::map<TQuery, std::vector<std::string>> kPlans = {
     {ORVANE::P4SIM::eQueryMetaGet, {"SEARCH meta USING PRIMARY KEY (key=?)"}},
     {ORVANE::P4SIM::eQueryMetaPut, {}},
@@ -44,6 +45,7 @@ const std::map<TQuery, std::vector<std::string>> kPlans = {
     {ORVANE::P4SIM::eQueryRev, {"SEARCH revs USING PRIMARY KEY (depot_file=? AND rev=?)"}},
     {ORVANE::P4SIM::eQueryHeadRev, {"SEARCH revs USING PRIMARY KEY (depot_file=?)"}},
     {ORVANE::P4SIM::eQueryRevsUnderBetween, {"SEARCH revs USING PRIMARY KEY (depot_file>? AND depot_file<?)"}},
+    {ORVANE::P4SIM::eQueryCountRevsUnder, {"SEARCH revs USING PRIMARY KEY (depot_file>? AND depot_file<?)"}},
     {ORVANE::P4SIM::eQueryContentPut, {}},
     {ORVANE::P4SIM::eQueryContent, {"SEARCH contents USING PRIMARY KEY (digest=?)"}},
     {ORVANE::P4SIM::eQueryBranches, {"SCAN branches"}},
@@ -72,6 +74,13 @@ const std::map<TQuery, std::vector<std::string>> kPlans = {
     {ORVANE::P4SIM::eQueryMarkPut, {}},
     {ORVANE::P4SIM::eQueryMarkDelete, {"SEARCH sync_marks USING PRIMARY KEY (client=? AND pattern=?)"}},
     {ORVANE::P4SIM::eQueryMarksDeleteClient, {"SEARCH sync_marks USING PRIMARY KEY (client=?)"}},
+    {ORVANE::P4SIM::eQueryChangeDelete, {"SEARCH changes USING INTEGER PRIMARY KEY (rowid=?)"}},
+    {ORVANE::P4SIM::eQueryMaxSubmittedChange, {"SEARCH revs USING COVERING INDEX revs_by_change"}},
+    {ORVANE::P4SIM::eQueryOpenedPut, {}},
+    {ORVANE::P4SIM::eQueryOpenedOfChange, {"SEARCH opened USING PRIMARY KEY (change=?)"}},
+    {ORVANE::P4SIM::eQueryOpenedUnder,
+     {"SEARCH opened USING COVERING INDEX opened_by_file (depot_file>? AND depot_file<?)"}},
+    {ORVANE::P4SIM::eQueryOpenedDeleteChange, {"SEARCH opened USING PRIMARY KEY (change=?)"}},
 };
 
 class StoreTest : public ::testing::Test

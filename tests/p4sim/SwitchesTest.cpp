@@ -1,5 +1,5 @@
 // The test switches: P4SIM_JOURNAL, P4SIM_FAIL, P4SIM_LATENCY_MS,
-// P4SIM_GARBLE.
+// P4SIM_GARBLE, P4SIM_TICKET and P4SIM_DROP.
 #include "P4SimHarness.h"
 
 #include <gtest/gtest.h>
@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include <chrono>
+#include <map>
 
 using namespace p4simtest;
 
@@ -127,4 +128,142 @@ TEST_F(SwitchesTest, GarbleBreaksMarshalledOutput)
     // Other commands, and output without -G, stay intact.
     EXPECT_EQ(Decode(m_sim.P4({"-G", "changes"}).out), "ok 5\n");
     EXPECT_EQ(m_sim.P4({"describe", "-s", "2"}).out.substr(0, 9), "Change 2 ");
+}
+
+TEST_F(SwitchesTest, ExpiredTicketRefusesEveryCommandButInfo)
+{
+    m_sim.Env()["P4SIM_TICKET"] = "expired";
+    const std::string text = "Your session has expired, please login again.";
+    for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{{"changes"},
+                                                                                      {"describe", "2"},
+                                                                                      {"files", "//depot/..."},
+                                                                                      {"fstat", "//depot/main/a.txt"},
+                                                                                      {"print", "//depot/main/a.txt"},
+                                                                                      {"sync"},
+                                                                                      {"users"},
+                                                                                      {"client", "-o"},
+                                                                                      {"login", "-s"}})
+    {
+        Result r = m_sim.P4(args);
+        EXPECT_EQ(r.status, 1) << args[0];
+        EXPECT_EQ(r.out, "") << args[0];
+        EXPECT_EQ(r.err, text + "\n") << args[0];
+        std::vector<std::string> marshalled = args;
+        marshalled.insert(marshalled.begin(), "-G");
+        r = m_sim.P4(marshalled);
+        EXPECT_EQ(r.status, 1) << args[0];
+        // E_FAILED, EV_ILLEGAL.
+        EXPECT_EQ(r.out, Error(text + "\n", 3, 4)) << args[0];
+        EXPECT_EQ(r.err, "") << args[0];
+    }
+    // `info` needs no login; help is the client's own.
+    Result r = m_sim.P4({"info"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out.substr(0, 22), "User name: jo\nClient n");
+    r = m_sim.P4({"help", "sync"});
+    EXPECT_EQ(r.status, 0);
+    // A client without a server still cannot connect.
+    m_sim.Env()["P4PORT"] = "perforce:1666";
+    r = m_sim.P4({"changes"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err.substr(0, 23), "Perforce client error:\n");
+}
+
+TEST_F(SwitchesTest, MissingTicketRefusesWithThePasswordMessage)
+{
+    m_sim.Env()["P4SIM_TICKET"] = "missing";
+    Result r = m_sim.P4({"-G", "changes", "-m1"});
+    EXPECT_EQ(r.status, 1);
+    // E_FAILED, EV_CONFIG.
+    EXPECT_EQ(r.out, Error("Perforce password (P4PASSWD) invalid or unset.\n", 3, 36));
+    r = m_sim.P4({"login", "-s"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "Perforce password (P4PASSWD) invalid or unset.\n");
+    EXPECT_EQ(m_sim.P4({"info"}).status, 0);
+    // Any other value is a valid ticket.
+    m_sim.Env()["P4SIM_TICKET"] = "valid";
+    EXPECT_EQ(m_sim.P4({"changes", "-m1"}).status, 0);
+}
+
+namespace {
+
+const char* const kDropPlain =
+    "Perforce client error:\n\tTCP receive failed.\n\tread: socket: Connection reset by peer\n";
+
+} // namespace
+
+TEST_F(SwitchesTest, DropFailsTheNthMatchingInvocationOnce)
+{
+    m_sim.Env()["P4SIM_DROP"] = "describe";
+    m_sim.Env()["P4SIM_DROP_AT"] = "2";
+    // Invocations that do not match are not counted.
+    EXPECT_EQ(m_sim.P4({"changes", "-m1"}).status, 0);
+    Result first = m_sim.P4({"describe", "-s", "2"});
+    EXPECT_EQ(first.status, 0) << first.err;
+    EXPECT_EQ(first.out.substr(0, 9), "Change 2 ");
+    Result second = m_sim.P4({"describe", "-s", "2"});
+    EXPECT_EQ(second.status, 1);
+    EXPECT_EQ(second.out, "");
+    EXPECT_EQ(second.err, kDropPlain);
+    Result third = m_sim.P4({"describe", "-s", "2"});
+    EXPECT_EQ(third.status, 0);
+    EXPECT_EQ(third.out, first.out);
+    EXPECT_EQ(m_sim.P4({"describe", "-s", "2"}).status, 0);
+    // The count lives in the server folder by default.
+    EXPECT_EQ(ReadFile(m_sim.ServerDir() + "/p4sim-drop.count"), "4\n");
+}
+
+TEST_F(SwitchesTest, DropFailsKTimesInARowAndLeavesTheServerAlone)
+{
+    m_sim.MakeClient(ClientForm(m_sim.Root() + "/ws"));
+    const std::string counter = m_sim.Root() + "/drops";
+    m_sim.Env()["P4SIM_DROP"] = "^-G sync";
+    m_sim.Env()["P4SIM_DROP_TIMES"] = "3";
+    m_sim.Env()["P4SIM_DROP_COUNTER"] = counter;
+    for (int i = 0; i < 3; ++i)
+    {
+        Result r = m_sim.P4({"-G", "sync", "//depot/main/...@1"});
+        EXPECT_EQ(r.status, 1) << i;
+        // E_FAILED, EV_COMM.
+        EXPECT_EQ(r.out, Error("TCP receive failed.\nread: socket: Connection reset by peer\n", 3, 38)) << i;
+        EXPECT_EQ(r.err, "") << i;
+        EXPECT_FALSE(Exists(m_sim.Root() + "/ws/main/a.txt")) << i;
+        EXPECT_EQ(m_sim.P4({"have"}).out, "") << i;
+    }
+    EXPECT_EQ(ReadFile(counter), "3\n");
+    Result r = m_sim.P4({"-G", "sync", "//depot/main/...@1"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(ReadFile(m_sim.Root() + "/ws/main/a.txt"), "one\ntwo\n");
+    // A plain sync does not match.
+    EXPECT_EQ(m_sim.P4({"sync", "//depot/main/...@2"}).status, 0);
+    EXPECT_EQ(ReadFile(counter), "4\n");
+}
+
+TEST_F(SwitchesTest, DropCountsInvocationsThatRunAtOnce)
+{
+    // Eight p4sim processes started together: exactly the 3rd and 4th to
+    // take the count fail.
+    const std::string journal = m_sim.Root() + "/journal.jsonl";
+    std::map<std::string, std::string> env = m_sim.Env();
+    env["P4SIM_JOURNAL"] = journal;
+    env["P4SIM_DROP"] = "changes";
+    env["P4SIM_DROP_AT"] = "3";
+    env["P4SIM_DROP_TIMES"] = "2";
+    env["P4SIM_EXE"] = P4SIM_EXE;
+    Result sh = RunProcess(
+        "/bin/sh", {"-c", "for i in 1 2 3 4 5 6 7 8; do \"$P4SIM_EXE\" -G changes -m1 >/dev/null 2>&1 & done; wait"},
+        env);
+    ASSERT_EQ(sh.status, 0) << sh.err;
+    std::string text = ReadFile(journal);
+    int failed = 0, succeeded = 0;
+    for (size_t p = 0; p < text.size();)
+    {
+        size_t e = text.find('\n', p);
+        auto j = nlohmann::json::parse(text.substr(p, e - p));
+        (j["exit"] == 1 ? failed : succeeded)++;
+        p = e + 1;
+    }
+    EXPECT_EQ(failed, 2);
+    EXPECT_EQ(succeeded, 6);
+    EXPECT_EQ(ReadFile(m_sim.ServerDir() + "/p4sim-drop.count"), "8\n");
 }

@@ -16,7 +16,8 @@ namespace P4SIM {
 const char* const g_pszAdminUsage =
     "Usage: p4sim admin init DIR\n"
     "       p4sim admin load DIR HISTORY.json\n"
-    "       p4sim admin generate DIR [--changes N] [--branches B] [--files F] [--seed S] [--json FILE]\n";
+    "       p4sim admin generate DIR [--changes N] [--branches B] [--files F] [--seed S] [--json FILE]\n"
+    "       p4sim admin limits DIR [--max-results N] [--max-scan-rows N]\n";
 
 namespace {
 
@@ -42,6 +43,16 @@ const char* const s_pszGenerateHelp =
     "  --files F      files of the mainline's first change (default 50)\n"
     "  --seed S       seed of the pseudo-random choices (default 1)\n"
     "  --json FILE    also writes the history to FILE, in the format that load reads\n";
+
+const char* const s_pszLimitsHelp =
+    "Usage: p4sim admin limits DIR [--max-results N] [--max-scan-rows N]\n"
+    "\n"
+    "Sets the MaxResults and MaxScanRows of the server in DIR (0: unlimited), which hold\n"
+    "for every later command, as a group's limits hold for its members on a real server;\n"
+    "then prints both. Without options it only prints them.\n"
+    "\n"
+    "  --max-results N     rows a command may return\n"
+    "  --max-scan-rows N   database rows a command may read\n";
 
 const char* const s_pszAdminHelpEnd = "\nRun 'p4sim admin COMMAND --help' for one command.\n";
 
@@ -94,14 +105,15 @@ void ExpectPositional(const std::string& strCommand, const TAdminArgs& tArgs, si
         throw EUsageError("p4sim admin " + strCommand + ": unexpected argument '" + tArgs.astrPositional[nCount] + "'");
 }
 
-long long NumberOption(const TAdminArgs& tArgs, const std::string& strName, long long nDefault)
+long long NumberOption(const TAdminArgs& tArgs, const std::string& strName, long long nDefault,
+                       const std::string& strCommand = "generate")
 {
     auto it = tArgs.mapOptions.find(strName);
     if (it == tArgs.mapOptions.end())
         return nDefault;
     long long nValue;
     if (!ParseUInt(it->second, nValue))
-        throw EUsageError("p4sim admin generate: " + strName + ": not a number: '" + it->second + "'");
+        throw EUsageError("p4sim admin " + strCommand + ": " + strName + ": not a number: '" + it->second + "'");
     return nValue;
 }
 
@@ -152,7 +164,11 @@ int Load(const std::string& strDir, const std::string& strFile)
         throw std::runtime_error(strFile + ": " + e.what());
     }
     THistory tHistory = ParseHistory(jHistory);
-    return Submit(strDir, [&](CStore& rStore) { SubmitHistory(rStore, tHistory); });
+    std::vector<std::string> astrMessages;
+    int nStatus = Submit(strDir, [&](CStore& rStore) { astrMessages = SubmitHistory(rStore, tHistory); });
+    for (const std::string& strMessage : astrMessages)
+        std::cout << strMessage << "\n";
+    return nStatus;
 }
 
 int Generate(const TAdminArgs& tArgs)
@@ -181,6 +197,34 @@ int Generate(const TAdminArgs& tArgs)
     });
 }
 
+std::string LimitText(long long nLimit)
+{
+    return nLimit > 0 ? std::to_string(nLimit) : "unlimited";
+}
+
+// Sets the limits that the options give (-1: not given) on an existing
+// server, then prints both.
+int Limits(const std::string& strDir, long long nMaxResults, long long nMaxScanRows)
+{
+    if (!FileExists(CStore::DbPath(strDir)))
+    {
+        std::cerr << "p4sim admin: no server in " << strDir << "\n";
+        return eExitFailed;
+    }
+    CStore cStore(strDir);
+    bool bWrites = nMaxResults >= 0 || nMaxScanRows >= 0;
+    cStore.Begin(bWrites);
+    if (nMaxResults >= 0)
+        cStore.SetMaxResults(nMaxResults);
+    if (nMaxScanRows >= 0)
+        cStore.SetMaxScanRows(nMaxScanRows);
+    std::string strText =
+        "MaxResults: " + LimitText(cStore.MaxResults()) + "\nMaxScanRows: " + LimitText(cStore.MaxScanRows()) + "\n";
+    cStore.Commit();
+    std::cout << strText;
+    return eExitOk;
+}
+
 // One admin command with its arguments; help and usage errors handled by
 // the caller.
 int RunCommand(const std::string& strCommand, const std::vector<std::string>& astrArgs)
@@ -197,6 +241,13 @@ int RunCommand(const std::string& strCommand, const std::vector<std::string>& as
         ExpectPositional(strCommand, tArgs, 2, "DIR and HISTORY.json");
         return Load(tArgs.astrPositional[0], tArgs.astrPositional[1]);
     }
+    if (strCommand == "limits")
+    {
+        TAdminArgs tArgs = SplitAdminArgs(strCommand, astrArgs, {"--max-results", "--max-scan-rows"});
+        ExpectPositional(strCommand, tArgs, 1, "DIR");
+        return Limits(tArgs.astrPositional[0], NumberOption(tArgs, "--max-results", -1, strCommand),
+                      NumberOption(tArgs, "--max-scan-rows", -1, strCommand));
+    }
     TAdminArgs tArgs = SplitAdminArgs(strCommand, astrArgs, {"--changes", "--branches", "--files", "--seed", "--json"});
     ExpectPositional(strCommand, tArgs, 1, "DIR");
     return Generate(tArgs);
@@ -210,6 +261,8 @@ const char* HelpOf(const std::string& strCommand)
         return s_pszLoadHelp;
     if (strCommand == "generate")
         return s_pszGenerateHelp;
+    if (strCommand == "limits")
+        return s_pszLimitsHelp;
     return nullptr;
 }
 

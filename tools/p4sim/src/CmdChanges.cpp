@@ -3,6 +3,7 @@
 
 #include "Text.h"
 
+#include <algorithm>
 #include <set>
 
 namespace ORVANE {
@@ -25,6 +26,8 @@ public:
 
     bool Done() const { return m_nMax >= 0 && m_nListed >= m_nMax; }
     bool Offer(const TChangeRec& tChange);
+    // Whether pending and shelved changes can be listed at all.
+    bool WantsPending() const { return m_strStatus != "submitted"; }
 
 private:
     TContext& m_rContext;
@@ -38,23 +41,36 @@ bool CChangeLister::Offer(const TChangeRec& tChange)
 {
     if (Done())
         return false;
-    if (m_tOptions.Has('s') && tChange.strStatus != m_strStatus)
+    // A shelved change is a pending one with shelved files: -s pending lists
+    // it too.
+    if (m_strStatus == "submitted" && !tChange.Submitted())
+        return true;
+    if (m_strStatus == "pending" && tChange.Submitted())
+        return true;
+    if (m_strStatus == "shelved" && !tChange.Shelved())
         return true;
     if (m_tOptions.Has('u') && tChange.strUser != m_tOptions.Value('u'))
         return true;
     if (m_tOptions.Has('c') && tChange.strClient != m_tOptions.Value('c'))
         return true;
     ++m_nListed;
+    m_rContext.cLimits.AddResults(1);
     bool bLong = m_tOptions.Has('l'), bLonger = m_tOptions.Has('L');
     std::string strDesc = bLong ? tChange.strDescription : Truncated(tChange.strDescription, bLonger ? 250 : 31);
-    TRecord aRecord = {{"change", Num(tChange.nChange)}, {"time", Num(tChange.nTime)},
-                       {"user", tChange.strUser},        {"client", tChange.strClient},
-                       {"status", tChange.strStatus},    {"changeType", "public"},
-                       {"path", tChange.strPath},        {"desc", strDesc}};
+    TRecord aRecord = {{"change", Num(tChange.nChange)},
+                       {"time", Num(tChange.nTime)},
+                       {"user", tChange.strUser},
+                       {"client", tChange.strClient},
+                       {"status", tChange.Submitted() ? "submitted" : "pending"},
+                       {"changeType", "public"},
+                       {"path", tChange.strPath}};
+    if (tChange.Shelved())
+        aRecord.push_back({"shelved", ""});
+    aRecord.push_back({"desc", strDesc});
     std::string strDate = m_tOptions.Has('t') ? FormatDateTime(tChange.nTime) : FormatDate(tChange.nTime);
     std::string strHead =
         "Change " + Num(tChange.nChange) + " on " + strDate + " by " + tChange.strUser + "@" + tChange.strClient;
-    if (tChange.strStatus == "pending")
+    if (!tChange.Submitted())
         strHead += " *pending*";
     std::string strPlain =
         (bLong || bLonger) ? strHead + "\n\n" + Indented(strDesc) + "\n" : strHead + " '" + OneLine(strDesc) + "'\n";
@@ -98,6 +114,7 @@ void VisitChangesOf(TContext& rContext, const TChangesArg& tArg, const std::stri
     std::string strClientFile;
     rContext.pStore->VisitRevsByChange(
         tArg.nLow, tArg.nHigh, strPrefix, bOldestFirst, [&](long long nChange, const std::string& strDepotFile) {
+            rContext.cLimits.AddScanned(1);
             if (nChange == nLast || !PatternNames(tArg.strPattern, tArg.bIsDepot, pView, strDepotFile, strClientFile))
                 return true;
             nLast = nChange;
@@ -113,6 +130,7 @@ void AddChangesUpToLabel(TContext& rContext, const TChangesArg& tArg, const std:
     std::string strClientFile;
     for (const TRevRec& tTagged : LabelRevisions(rContext, tArg.strLabel, strPrefix))
     {
+        rContext.cLimits.AddScanned(tTagged.nRev);
         if (!PatternNames(tArg.strPattern, tArg.bIsDepot, pView, tTagged.strDepotFile, strClientFile))
             continue;
         for (long long nRev = 1; nRev <= tTagged.nRev; ++nRev)
@@ -120,6 +138,26 @@ void AddChangesUpToLabel(TContext& rContext, const TChangesArg& tArg, const std:
             std::optional<TRevRec> tRev = rContext.pStore->Rev(tTagged.strDepotFile, nRev);
             if (tRev && tRev->nChange >= tArg.nLow)
                 setChanges.insert(tRev->nChange);
+        }
+    }
+}
+
+// The pending and shelved changes with a file open that one argument
+// names, within its range of change numbers.
+void AddPendingOf(TContext& rContext, const TChangesArg& tArg, const TClientView* pView, std::set<long long>& setOut)
+{
+    if (!tArg.strLabel.empty())
+        return;
+    std::string strClientFile;
+    for (const std::string& strPrefix : tArg.astrPrefixes)
+    {
+        for (const auto& tOpened : rContext.pStore->OpenedUnder(strPrefix))
+        {
+            rContext.cLimits.AddScanned(1);
+            if (tOpened.first < tArg.nLow || tOpened.first > tArg.nHigh || setOut.count(tOpened.first) ||
+                !PatternNames(tArg.strPattern, tArg.bIsDepot, pView, tOpened.second, strClientFile))
+                continue;
+            setOut.insert(tOpened.first);
         }
     }
 }
@@ -140,14 +178,38 @@ void ListChangesOfFiles(TContext& rContext, const TOptions& tOptions, CChangeLis
         std::optional<TChangeRec> tChange = rContext.pStore->Change(nChange);
         return !tChange || rLister.Offer(*tChange);
     };
+    // Pending and shelved changes by the files they have open; submitted
+    // ones by their revisions.
+    std::set<long long> setPending;
+    if (rLister.WantsPending() && rContext.pStore->HasPending())
+    {
+        for (const TChangesArg& tArg : atArgs)
+            AddPendingOf(rContext, tArg, pView.get(), setPending);
+    }
     // One range of one path: straight from the change index, so that a
-    // listing with a maximum reads no further than it shows.
+    // listing with a maximum reads no further than it shows; the pending
+    // changes go in between in order.
     if (atArgs.size() == 1 && atArgs[0].astrPrefixes.size() == 1 && atArgs[0].strLabel.empty())
     {
-        VisitChangesOf(rContext, atArgs[0], atArgs[0].astrPrefixes[0], pView.get(), bOldestFirst, fnOffer);
+        std::vector<long long> anPending(setPending.begin(), setPending.end());
+        if (!bOldestFirst)
+            std::reverse(anPending.begin(), anPending.end());
+        size_t nNext = 0;
+        auto fnMerged = [&](long long nChange) {
+            while (nNext < anPending.size() && (bOldestFirst ? anPending[nNext] < nChange : anPending[nNext] > nChange))
+            {
+                if (!fnOffer(anPending[nNext++]))
+                    return false;
+            }
+            return fnOffer(nChange);
+        };
+        VisitChangesOf(rContext, atArgs[0], atArgs[0].astrPrefixes[0], pView.get(), bOldestFirst, fnMerged);
+        while (nNext < anPending.size() && !rLister.Done() && fnOffer(anPending[nNext++]))
+        {
+        }
         return;
     }
-    std::set<long long> setChanges;
+    std::set<long long> setChanges = setPending;
     for (const TChangesArg& tArg : atArgs)
     {
         for (const std::string& strPrefix : tArg.astrPrefixes)
@@ -175,45 +237,104 @@ void ListChangesOfFiles(TContext& rContext, const TOptions& tOptions, CChangeLis
     }
 }
 
-TRecord DescribeRecord(const TChangeRec& tChange, const std::vector<TRevRec>& atRevs)
+// One file of a description: the revision (or the revision a pending file
+// was opened against), and its size and digest when it has content.
+struct TDescribedFile
+{
+    std::string strDepotFile, strAction, strType, strRev;
+    bool bContent = false;
+    long long nSize = 0;
+    std::string strDigest;
+};
+
+std::vector<TDescribedFile> SubmittedFiles(const std::vector<TRevRec>& atRevs)
+{
+    std::vector<TDescribedFile> atFiles;
+    for (const TRevRec& tRev : atRevs)
+        atFiles.push_back({tRev.strDepotFile, tRev.strAction, tRev.strType, Num(tRev.nRev), !tRev.Deleted(), tRev.nSize,
+                           tRev.strDigest});
+    return atFiles;
+}
+
+bool IsAddition(const std::string& strAction)
+{
+    return strAction == "add" || strAction == "branch" || strAction == "move/add";
+}
+
+// The files a pending change has open: each at the revision it was opened
+// against, an added file at the revision it is to become. With bShelved,
+// the shelved files instead, with their content; an added one has no
+// revision ("none").
+std::vector<TDescribedFile> OpenedFiles(const std::vector<TOpenedRec>& atOpened, bool bShelved)
+{
+    std::vector<TDescribedFile> atFiles;
+    for (const TOpenedRec& tOpened : atOpened)
+    {
+        TDescribedFile tFile;
+        tFile.strDepotFile = tOpened.strDepotFile;
+        tFile.strAction = tOpened.strAction;
+        tFile.strType = tOpened.strType;
+        tFile.strRev = Num(tOpened.nRev);
+        if (IsAddition(tOpened.strAction))
+            tFile.strRev = bShelved ? "none" : Num(tOpened.nRev + 1);
+        if (bShelved && !tOpened.strDigest.empty())
+        {
+            tFile.bContent = true;
+            tFile.nSize = tOpened.nSize;
+            tFile.strDigest = tOpened.strDigest;
+        }
+        atFiles.push_back(tFile);
+    }
+    return atFiles;
+}
+
+TRecord DescribeRecord(const TChangeRec& tChange, const std::vector<TDescribedFile>& atFiles)
 {
     TRecord aRecord = {{"change", Num(tChange.nChange)}, {"user", tChange.strUser},
                        {"client", tChange.strClient},    {"time", Num(tChange.nTime)},
-                       {"desc", tChange.strDescription}, {"status", tChange.strStatus},
+                       {"desc", tChange.strDescription}, {"status", tChange.Submitted() ? "submitted" : "pending"},
                        {"changeType", "public"},         {"path", tChange.strPath}};
-    for (size_t i = 0; i < atRevs.size(); ++i)
+    if (tChange.Shelved())
+        aRecord.push_back({"shelved", ""});
+    for (size_t i = 0; i < atFiles.size(); ++i)
     {
-        const TRevRec& tRev = atRevs[i];
+        const TDescribedFile& tFile = atFiles[i];
         std::string strIndex = Num(static_cast<long long>(i));
-        aRecord.push_back({"depotFile" + strIndex, tRev.strDepotFile});
-        aRecord.push_back({"action" + strIndex, tRev.strAction});
-        aRecord.push_back({"type" + strIndex, tRev.strType});
-        aRecord.push_back({"rev" + strIndex, Num(tRev.nRev)});
-        if (!tRev.Deleted())
+        aRecord.push_back({"depotFile" + strIndex, tFile.strDepotFile});
+        aRecord.push_back({"action" + strIndex, tFile.strAction});
+        aRecord.push_back({"type" + strIndex, tFile.strType});
+        aRecord.push_back({"rev" + strIndex, tFile.strRev});
+        if (tFile.bContent)
         {
-            aRecord.push_back({"fileSize" + strIndex, Num(tRev.nSize)});
-            aRecord.push_back({"digest" + strIndex, tRev.strDigest});
+            aRecord.push_back({"fileSize" + strIndex, Num(tFile.nSize)});
+            aRecord.push_back({"digest" + strIndex, tFile.strDigest});
         }
     }
     return aRecord;
 }
 
-std::string DescribeText(const TChangeRec& tChange, const std::vector<TRevRec>& atRevs, bool bShort)
+// The plain description: the heading, then "Affected files ..." (a
+// submitted or pending change) or "Shelved files ..." (describe -S of a
+// shelved change), and for a submitted one without -s the differences'
+// heading.
+std::string DescribeText(const TChangeRec& tChange, const std::vector<TDescribedFile>& atFiles, bool bShort,
+                         bool bShelvedFiles)
 {
     std::string strText = "Change " + Num(tChange.nChange) + " by " + tChange.strUser + "@" + tChange.strClient +
-                          " on " + FormatDateTime(tChange.nTime) + "\n\n" + Indented(tChange.strDescription) +
-                          "\nAffected files ...\n\n";
-    for (const TRevRec& tRev : atRevs)
-        strText += "... " + tRev.strDepotFile + "#" + Num(tRev.nRev) + " " + tRev.strAction + "\n";
+                          " on " + FormatDateTime(tChange.nTime) + (tChange.Submitted() ? "" : " *pending*") + "\n\n" +
+                          Indented(tChange.strDescription) +
+                          (bShelvedFiles ? "\nShelved files ...\n\n" : "\nAffected files ...\n\n");
+    for (const TDescribedFile& tFile : atFiles)
+        strText += "... " + tFile.strDepotFile + "#" + tFile.strRev + " " + tFile.strAction + "\n";
     strText += "\n";
-    if (bShort)
+    if (bShort || (!tChange.Submitted() && !bShelvedFiles))
         return strText;
     // Differences are announced but not computed: see README.
     strText += "Differences ...\n\n";
-    for (const TRevRec& tRev : atRevs)
+    for (const TDescribedFile& tFile : atFiles)
     {
-        if (tRev.strAction == "edit" || tRev.strAction == "integrate")
-            strText += "==== " + tRev.strDepotFile + "#" + Num(tRev.nRev) + " (" + tRev.strType + ") ====\n\n";
+        if (tFile.strAction == "edit" || tFile.strAction == "integrate")
+            strText += "==== " + tFile.strDepotFile + "#" + tFile.strRev + " (" + tFile.strType + ") ====\n\n";
     }
     return strText;
 }
@@ -234,7 +355,10 @@ void CmdChanges(TContext& tContext, const TOptions& tOptions)
     if (cLister.Done())
         return;
     tContext.pStore->VisitChanges(nMinChange, tContext.pStore->MaxChange(), tOptions.Has('r'),
-                                  [&](const TChangeRec& tChange) { return cLister.Offer(tChange); });
+                                  [&](const TChangeRec& tChange) {
+                                      tContext.cLimits.AddScanned(1);
+                                      return cLister.Offer(tChange);
+                                  });
 }
 
 void CmdDescribe(TContext& tContext, const TOptions& tOptions)
@@ -256,8 +380,16 @@ void CmdDescribe(TContext& tContext, const TOptions& tOptions)
             tContext.pOutput->Message("Change " + strArg + " unknown.", eSeverityFailed, eGenericUnknown);
             continue;
         }
-        std::vector<TRevRec> atRevs = tContext.pStore->RevsOfChange(nChange);
-        tContext.pOutput->Stat(DescribeRecord(*tChange, atRevs), DescribeText(*tChange, atRevs, bShort));
+        // -S shows a shelved change's shelved files; any other change shows
+        // its revisions or opened files.
+        bool bShelvedFiles = tOptions.Has('S') && tChange->Shelved();
+        std::vector<TDescribedFile> atFiles =
+            tChange->Submitted() ? SubmittedFiles(tContext.pStore->RevsOfChange(nChange))
+                                 : OpenedFiles(tContext.pStore->OpenedOfChange(nChange), bShelvedFiles);
+        tContext.cLimits.AddScanned(static_cast<long long>(atFiles.size()));
+        tContext.cLimits.AddResults(static_cast<long long>(atFiles.size()));
+        tContext.pOutput->Stat(DescribeRecord(*tChange, atFiles),
+                               DescribeText(*tChange, atFiles, bShort, bShelvedFiles));
     }
 }
 

@@ -68,6 +68,14 @@ std::vector<TResolvedFile> Resolve(TContext& tContext, const TFileArg& tArg, con
         std::vector<TRevRec> atRevs = tBounds.strLabel.empty()
                                           ? RevisionsUnder(*tContext.pStore, strPrefix, tBounds, nMaxChange, bAllRevs)
                                           : LabelRevisions(tContext, tBounds.strLabel, strPrefix);
+        // The rows read: every revision of the files under the prefix up to
+        // the change, or the label's revisions.
+        if (tContext.cLimits.ScanLimited())
+        {
+            long long nAt = tBounds.nRev >= 0 ? nMaxChange : tBounds.nHigh;
+            tContext.cLimits.AddScanned(tBounds.strLabel.empty() ? tContext.pStore->CountRevsUnder(strPrefix, nAt)
+                                                                 : static_cast<long long>(atRevs.size()));
+        }
         for (TRevRec& tRev : atRevs)
         {
             TResolvedFile tFile;
@@ -133,6 +141,7 @@ void PrintRevision(TContext& tContext, const TOptions& tOptions, const TRevRec& 
     TRecord aRecord = {{"depotFile", tRev.strDepotFile}, {"rev", Num(tRev.nRev)}, {"change", Num(tRev.nChange)},
                        {"action", tRev.strAction},       {"type", tRev.strType},  {"time", Num(tRev.nTime)},
                        {"fileSize", Num(tRev.nSize)}};
+    tContext.cLimits.AddResults(1);
     if (!tOptions.Has('q'))
         tContext.pOutput->Stat(aRecord, RevisionLine(tRev));
     if (tRev.Deleted())
@@ -166,6 +175,7 @@ void CmdFiles(TContext& tContext, const TOptions& tOptions)
                 return;
             ++nListed;
             bAny = true;
+            tContext.cLimits.AddResults(1);
             TRecord aRecord = {{"depotFile", tRev.strDepotFile}, {"rev", Num(tRev.nRev)}, {"change", Num(tRev.nChange)},
                                {"action", tRev.strAction},       {"type", tRev.strType},  {"time", Num(tRev.nTime)}};
             tContext.pOutput->Stat(aRecord, RevisionLine(tRev));
@@ -193,6 +203,7 @@ void CmdFstat(TContext& tContext, const TOptions& tOptions)
                 return;
             ++nListed;
             bAny = true;
+            tContext.cLimits.AddResults(1);
             TRecord aRecord;
             for (const auto& tField : FstatRecord(tContext, tFile, pView.get()))
             {

@@ -74,8 +74,9 @@ void CmdInfo(TContext& tContext, const TOptions& /*tOptions*/)
 
 void CmdLogin(TContext& tContext, const TOptions& /*tOptions*/)
 {
-    // No passwords in p4sim: every user is at security level 0 without one.
-    tContext.pOutput->Message("'login' not necessary, no password set for this user.", eSeverityInfo, eGenericNone);
+    // No passwords in p4sim: every user is at security level 0 without one,
+    // and the server answers with an informational message (exit status 0).
+    tContext.pOutput->Info("'login' not necessary, no password set for this user.");
 }
 
 } // namespace P4SIM

@@ -9,6 +9,8 @@
 
 #include "Text.h"
 
+#include <algorithm>
+
 namespace ORVANE {
 namespace P4SIM {
 
@@ -51,7 +53,9 @@ const TSyncMark* FindMark(const std::vector<TSyncMark>& atMarks, const std::stri
 TSyncPlan PlanArg(TContext& tContext, const TClientView& tView, const TSyncArg& tArg,
                   const std::vector<TSyncMark>& atMarks, bool bForce, long long nMaxChange)
 {
-    const TSyncMark* pMark = tArg.Markable() && !bForce ? FindMark(atMarks, tArg.strPattern) : nullptr;
+    // Under a server's limits the full plan counts every file and row.
+    const TSyncMark* pMark =
+        tArg.Markable() && !bForce && !tContext.cLimits.Active() ? FindMark(atMarks, tArg.strPattern) : nullptr;
     TSyncPlan tPlan;
     if (pMark && PlanFromMark(tContext, tView, tArg, *pMark, tPlan))
         return tPlan;
@@ -120,7 +124,10 @@ void CmdSync(TContext& tContext, const TOptions& tOptions)
         return;
     if (!tSettings.bNoHave)
     {
-        TSyncMark tNewMark{tArg.strPattern, tArg.nAtChange, tPlan.nHaveAfter};
+        // A mark never names a pending change: its submission under the same
+        // number would add revisions the mark claims to cover.
+        long long nMarkChange = std::min(tArg.nAtChange, tContext.pStore->MaxSubmittedChange());
+        TSyncMark tNewMark{tArg.strPattern, nMarkChange, tPlan.nHaveAfter};
         bool bMarked = astrArgs.size() == 1 && tArg.Markable() && !bCut && bAllDone;
         KeepMarks(tContext, tView, atMarks, atChanged, bMarked ? &tNewMark : nullptr);
     }

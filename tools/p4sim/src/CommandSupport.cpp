@@ -9,6 +9,22 @@
 namespace ORVANE {
 namespace P4SIM {
 
+void CLimits::Set(long long nMaxResults, long long nMaxScanRows)
+{
+    m_nMaxResults = nMaxResults;
+    m_nMaxScanRows = nMaxScanRows;
+}
+
+void CLimits::TooManyResults() const
+{
+    throw ELimitError("Request too large (over " + Num(m_nMaxResults) + "); see 'p4 help maxresults'.");
+}
+
+void CLimits::TooManyScanned() const
+{
+    throw ELimitError("Too many rows scanned (over " + Num(m_nMaxScanRows) + "); see 'p4 help maxscanrows'.");
+}
+
 std::string TOptions::Value(char c, const std::string& strDefault) const
 {
     auto it = mapFlags.find(c);

@@ -18,6 +18,36 @@ namespace P4SIM {
 
 struct TCommandSpec;
 
+// The server's MaxResults and MaxScanRows for one command, and what the
+// command has counted against them: the rows it returns and the database
+// rows it reads. Going past either fails the command (ELimitError).
+class CLimits
+{
+public:
+    void Set(long long nMaxResults, long long nMaxScanRows);
+    bool Active() const { return m_nMaxResults > 0 || m_nMaxScanRows > 0; }
+    bool ScanLimited() const { return m_nMaxScanRows > 0; }
+    void AddResults(long long nRows)
+    {
+        m_nResults += nRows;
+        if (m_nMaxResults > 0 && m_nResults > m_nMaxResults)
+            TooManyResults();
+    }
+    void AddScanned(long long nRows)
+    {
+        m_nScanned += nRows;
+        if (m_nMaxScanRows > 0 && m_nScanned > m_nMaxScanRows)
+            TooManyScanned();
+    }
+
+private:
+    [[noreturn]] void TooManyResults() const;
+    [[noreturn]] void TooManyScanned() const;
+
+    long long m_nMaxResults = 0, m_nMaxScanRows = 0; // 0: unlimited
+    long long m_nResults = 0, m_nScanned = 0;
+};
+
 // What the client side knows when it runs one command: the global options
 // and environment as resolved, the standard input on demand.
 struct TContext
@@ -28,6 +58,7 @@ struct TContext
     const TCommandSpec* pCommand = nullptr;
     std::function<std::string()> fnReadStdin;
     long long nNow = 0;
+    CLimits cLimits;
 
     std::string ServerDir() const { return strPort.substr(4); }
 };

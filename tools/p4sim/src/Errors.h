@@ -26,10 +26,13 @@ enum TGeneric
     eGenericUsage = 1,
     eGenericUnknown = 2,
     eGenericContext = 3,
+    eGenericIllegal = 4,
     eGenericProtect = 6,
     eGenericEmpty = 17,
     eGenericFault = 33,
     eGenericClient = 34,
+    eGenericAdmin = 35,
+    eGenericConfig = 36,
     eGenericComm = 38
 };
 
@@ -56,6 +59,14 @@ public:
 private:
     TSeverity m_eSeverity;
     TGeneric m_eGeneric;
+};
+
+// A command that went past the server's MaxResults or MaxScanRows: it
+// fails with nothing but this message, whatever it had printed before.
+class ELimitError : public EP4Error
+{
+public:
+    explicit ELimitError(const std::string& strText) : EP4Error(strText, eSeverityFailed, eGenericAdmin) {}
 };
 
 // A wrong command line of p4sim's own commands (admin, help): the message,

@@ -34,7 +34,7 @@ std::string GlobalHelp()
     return "Usage: p4sim [ -G -z tag -c client -H host -p port -u user -d dir -x file ] command [ arg ... ]\n"
            "       p4sim -V | -h | --help\n"
            "       p4sim help [ command ]\n"
-           "       p4sim admin init|load|generate ...\n"
+           "       p4sim admin init|load|generate|limits ...\n"
            "\n"
            "p4sim stands in for a Perforce server and its p4 client: each command runs\n"
            "against the server in DIR that P4PORT=sim:DIR (or -p sim:DIR) names.\n"

@@ -27,6 +27,12 @@ struct TFileAction
     long long nFromRev = 0; // 0: the source's head before this change
 };
 
+// A change of the history: a submitted one (its files become revisions),
+// a pending or shelved one (its files are opened, and for a shelved one
+// shelved, without any revision), or the submission of an earlier pending
+// change (nSubmit): its files become revisions then, under the next
+// number when newer changes exist; atFiles may give content for them, and
+// a description replaces the pending one's.
 struct TChangeSpec
 {
     long long nChange = 0; // 0: the next number
@@ -34,6 +40,8 @@ struct TChangeSpec
     long long nTime = 0;
     std::string strDescription;
     std::vector<TFileAction> atFiles;
+    std::string strStatus = "submitted"; // or "pending", "shelved"
+    long long nSubmit = 0;               // the pending change submitted
 };
 
 // A label and the revisions it tags, each given as `p4 tag` takes them:
@@ -55,6 +63,9 @@ struct THistory
     // Users removed once everything else is in, as `p4 user -d -f` would:
     // their changes stay.
     std::vector<std::string> astrDeletedUsers;
+    // The server's MaxResults and MaxScanRows (0: unlimited; -1: not given,
+    // the server's stay as they are).
+    long long nMaxResults = -1, nMaxScanRows = -1;
 };
 
 // Throws std::runtime_error with a readable message on a malformed history.
@@ -82,6 +93,9 @@ public:
     explicit CSubmitter(CStore& rStore);
     void AddUsers(const std::vector<TUserRec>& atUsers) override;
     void AddChange(const TChangeSpec& tChange) override;
+    // What the submissions of pending changes said, as `p4 submit` says it
+    // ("Change 3 renamed change 7 and submitted.").
+    const std::vector<std::string>& Messages() const { return m_astrMessages; }
     // Specifications without a time get the last change's.
     void Finish(const std::vector<TBranchRec>& atBranches, const std::vector<TClientRec>& atClients) override;
     // Labels without a time get the last change's. Throws when a tag names
@@ -89,6 +103,11 @@ public:
     void AddLabels(const std::vector<TLabelSpec>& atLabels) override;
 
 private:
+    long long NumberFor(const TChangeSpec& tChange);
+    void StoreSubmitted(const TChangeSpec& tChange, long long nNumber);
+    void AddPending(const TChangeSpec& tChange);
+    TOpenedRec OpenedFor(const TFileAction& tAction, long long nNumber, bool bShelved);
+    void SubmitPending(const TChangeSpec& tSubmit);
     std::vector<TFileAction> ActionsOf(const TChangeSpec& tChange, long long nNumber) const;
     TRevRec RevisionFor(const TFileAction& tAction, const TChangeSpec& tChange, long long nNumber);
     void TakeSource(const TFileAction& tAction, long long nNumber, const std::string& strWhat, TRevRec& tRev,
@@ -98,6 +117,7 @@ private:
     CStore& m_rStore;
     long long m_nNext;
     long long m_nLastTime = 0;
+    std::vector<std::string> m_astrMessages;
 };
 
 // Keeps the whole history while passing it on (for `generate --json`).
@@ -116,7 +136,8 @@ private:
     THistory m_tHistory;
 };
 
-void SubmitHistory(CStore& rStore, const THistory& tHistory);
+// Returns what the submissions of pending changes said.
+std::vector<std::string> SubmitHistory(CStore& rStore, const THistory& tHistory);
 
 struct TGenerateOptions
 {

@@ -223,9 +223,29 @@ TFileAction ParseFileAction(const json& jFile)
     return tAction;
 }
 
+// {"submit": N, "time": T, "description": ..., "files": [{"path": ...,
+// "content": ...}]}: the submission of pending change N.
+TChangeSpec ParseSubmit(const json& jSubmit)
+{
+    TChangeSpec tSubmit;
+    tSubmit.nSubmit = Int(jSubmit, "submit", 0);
+    if (tSubmit.nSubmit <= 0)
+        throw std::runtime_error("'submit' must name a change");
+    tSubmit.nTime = Int(jSubmit, "time", 0);
+    tSubmit.strDescription = WithNewline(Str(jSubmit, "description"));
+    for (const json& jFile : jSubmit.value("files", json::array()))
+        tSubmit.atFiles.push_back(ParseFileAction(jFile));
+    return tSubmit;
+}
+
 TChangeSpec ParseChange(const json& jChange)
 {
+    if (jChange.contains("submit"))
+        return ParseSubmit(jChange);
     TChangeSpec tChange;
+    tChange.strStatus = Str(jChange, "status", "submitted");
+    if (tChange.strStatus != "submitted" && tChange.strStatus != "pending" && tChange.strStatus != "shelved")
+        throw std::runtime_error("unknown status '" + tChange.strStatus + "'");
     tChange.nChange = Int(jChange, "change", 0);
     tChange.strUser = Str(jChange, "user", "p4sim");
     tChange.strClient = Str(jChange, "client", tChange.strUser + "-ws");
@@ -262,12 +282,23 @@ json ChangeToJson(const TChangeSpec& tChange)
     json jFiles = json::array();
     for (const TFileAction& tAction : tChange.atFiles)
         jFiles.push_back(FileActionToJson(tAction));
+    if (tChange.nSubmit)
+    {
+        json jSubmit = {{"submit", tChange.nSubmit}, {"time", tChange.nTime}};
+        if (!tChange.strDescription.empty())
+            jSubmit["description"] = tChange.strDescription;
+        if (!tChange.atFiles.empty())
+            jSubmit["files"] = jFiles;
+        return jSubmit;
+    }
     json jChange = {{"user", tChange.strUser},
                     {"client", tChange.strClient},
                     {"time", tChange.nTime},
                     {"description", tChange.strDescription}};
     if (tChange.nChange)
         jChange["change"] = tChange.nChange;
+    if (tChange.strStatus != "submitted")
+        jChange["status"] = tChange.strStatus;
     jChange["files"] = jFiles;
     return jChange;
 }
@@ -290,6 +321,16 @@ THistory ParseHistory(const json& jHistory)
     for (const json& jLabel : jHistory.value("labels", json::array()))
         tHistory.atLabels.push_back(ParseLabel(jLabel));
     tHistory.astrDeletedUsers = Lines(jHistory, "deletedUsers");
+    if (jHistory.contains("limits"))
+    {
+        const json& jLimits = jHistory["limits"];
+        if (!jLimits.is_object())
+            throw std::runtime_error("'limits' must be an object");
+        tHistory.nMaxResults = Int(jLimits, "maxResults", -1);
+        tHistory.nMaxScanRows = Int(jLimits, "maxScanRows", -1);
+        if (tHistory.nMaxResults < -1 || tHistory.nMaxScanRows < -1)
+            throw std::runtime_error("a limit must be 0 (unlimited) or more");
+    }
     return tHistory;
 }
 
@@ -322,6 +363,15 @@ json HistoryToJson(const THistory& tHistory)
     jHistory["changes"] = jChanges;
     if (!tHistory.astrDeletedUsers.empty())
         jHistory["deletedUsers"] = tHistory.astrDeletedUsers;
+    if (tHistory.nMaxResults >= 0 || tHistory.nMaxScanRows >= 0)
+    {
+        json jLimits = json::object();
+        if (tHistory.nMaxResults >= 0)
+            jLimits["maxResults"] = tHistory.nMaxResults;
+        if (tHistory.nMaxScanRows >= 0)
+            jLimits["maxScanRows"] = tHistory.nMaxScanRows;
+        jHistory["limits"] = jLimits;
+    }
     if (tHistory.atLabels.empty())
         return jHistory;
     json jLabels = json::array();

@@ -6,6 +6,7 @@
 #include "Text.h"
 #include "View.h"
 
+#include <algorithm>
 #include <map>
 #include <set>
 #include <stdexcept>
@@ -170,7 +171,7 @@ void CSubmitter::AddUserOf(const TChangeSpec& tChange)
     m_rStore.PutUser(tUser);
 }
 
-void CSubmitter::AddChange(const TChangeSpec& tChange)
+long long CSubmitter::NumberFor(const TChangeSpec& tChange)
 {
     long long nNumber = tChange.nChange ? tChange.nChange : m_nNext;
     if (nNumber < m_nNext)
@@ -180,6 +181,26 @@ void CSubmitter::AddChange(const TChangeSpec& tChange)
     }
     m_nNext = nNumber + 1;
     m_nLastTime = tChange.nTime;
+    return nNumber;
+}
+
+void CSubmitter::AddChange(const TChangeSpec& tChange)
+{
+    if (tChange.nSubmit)
+    {
+        SubmitPending(tChange);
+        return;
+    }
+    if (tChange.strStatus != "submitted")
+    {
+        AddPending(tChange);
+        return;
+    }
+    StoreSubmitted(tChange, NumberFor(tChange));
+}
+
+void CSubmitter::StoreSubmitted(const TChangeSpec& tChange, long long nNumber)
+{
     if (tChange.atFiles.empty())
         throw std::runtime_error("change " + std::to_string(nNumber) + " has no files");
     // All revisions are worked out against the state before the change,
@@ -200,6 +221,148 @@ void CSubmitter::AddChange(const TChangeSpec& tChange)
     tRecord.strPath = CommonPath(atRevs);
     m_rStore.PutChange(tRecord);
     AddUserOf(tChange);
+}
+
+// A file opened in a pending change: checked as its submission would be,
+// against the head before the change, without any revision.
+TOpenedRec CSubmitter::OpenedFor(const TFileAction& tAction, long long nNumber, bool bShelved)
+{
+    TOpenedRec tOpened;
+    tOpened.nChange = nNumber;
+    tOpened.strDepotFile = EscapeName(tAction.strPath);
+    tOpened.strAction = tAction.strAction;
+    tOpened.strType = tAction.strType;
+    std::optional<TRevRec> tHead = m_rStore.HeadRev(tOpened.strDepotFile, nNumber - 1);
+    bool bExists = tHead && !tHead->Deleted();
+    tOpened.nRev = tHead ? tHead->nRev : 0;
+    std::string strWhat = tAction.strAction + " of " + tAction.strPath + " in change " + std::to_string(nNumber);
+    if (IsAddition(tAction.strAction) && bExists)
+        throw std::runtime_error(strWhat + ": the file exists");
+    if (!IsAddition(tAction.strAction) && !bExists)
+        throw std::runtime_error(strWhat + ": no such file");
+    if (!tAction.strFrom.empty())
+    {
+        tOpened.strFromFile = EscapeName(tAction.strFrom);
+        tOpened.nFromRev = tAction.nFromRev;
+    }
+    // Branches, integrations and moves take the source's type (and, when
+    // shelved without content, its content).
+    TRevRec tFromSource;
+    std::shared_ptr<const std::string> pContent = tAction.pContent;
+    if (TakesSource(tAction.strAction))
+    {
+        tFromSource.strType = tOpened.strType;
+        TakeSource(tAction, nNumber, strWhat, tFromSource, pContent);
+        tOpened.strType = tFromSource.strType;
+    }
+    bool bDelete = tAction.strAction == "delete" || tAction.strAction == "move/delete";
+    if (tOpened.strType.empty())
+        tOpened.strType = tHead ? tHead->strType : "text";
+    if (bDelete)
+        return tOpened;
+    if (pContent)
+    {
+        tOpened.strDigest = Md5Hex(*pContent);
+        tOpened.nSize = static_cast<long long>(pContent->size());
+        m_rStore.PutContent(tOpened.strDigest, *pContent);
+    }
+    else if (bShelved && !tFromSource.strDigest.empty())
+    {
+        tOpened.strDigest = tFromSource.strDigest;
+        tOpened.nSize = tFromSource.nSize;
+    }
+    else if (bShelved && tAction.strAction == "edit")
+    {
+        throw std::runtime_error(strWhat + ": no content to shelve");
+    }
+    else if (bShelved)
+    {
+        tOpened.strDigest = Md5Hex("");
+        m_rStore.PutContent(tOpened.strDigest, "");
+    }
+    return tOpened;
+}
+
+void CSubmitter::AddPending(const TChangeSpec& tChange)
+{
+    long long nNumber = NumberFor(tChange);
+    bool bShelved = tChange.strStatus == "shelved";
+    std::vector<TOpenedRec> atOpened;
+    std::vector<TRevRec> atPaths;
+    for (const TFileAction& tAction : ActionsOf(tChange, nNumber))
+    {
+        atOpened.push_back(OpenedFor(tAction, nNumber, bShelved));
+        TRevRec tPath;
+        tPath.strDepotFile = atOpened.back().strDepotFile;
+        atPaths.push_back(tPath);
+    }
+    for (const TOpenedRec& tOpened : atOpened)
+        m_rStore.PutOpened(tOpened);
+    std::sort(atPaths.begin(), atPaths.end(),
+              [](const TRevRec& tA, const TRevRec& tB) { return tA.strDepotFile < tB.strDepotFile; });
+    TChangeRec tRecord;
+    tRecord.nChange = nNumber;
+    tRecord.strUser = tChange.strUser;
+    tRecord.strClient = tChange.strClient;
+    tRecord.nTime = tChange.nTime;
+    tRecord.strDescription = tChange.strDescription;
+    tRecord.strStatus = tChange.strStatus;
+    tRecord.strPath = CommonPath(atPaths);
+    m_rStore.PutChange(tRecord);
+    m_rStore.AddPendingCount(1);
+    AddUserOf(tChange);
+}
+
+// As `p4 submit -c N`: the pending change's files become revisions, under
+// the next number when newer changes exist.
+void CSubmitter::SubmitPending(const TChangeSpec& tSubmit)
+{
+    const long long nPending = tSubmit.nSubmit;
+    const std::string strWhat = "submit of change " + std::to_string(nPending);
+    std::optional<TChangeRec> tRecord = m_rStore.Change(nPending);
+    if (!tRecord || tRecord->Submitted())
+        throw std::runtime_error(strWhat + ": no pending change " + std::to_string(nPending));
+    TChangeSpec tChange;
+    tChange.strUser = tRecord->strUser;
+    tChange.strClient = tRecord->strClient;
+    tChange.nTime = tSubmit.nTime ? tSubmit.nTime : tRecord->nTime;
+    tChange.strDescription = tSubmit.strDescription.empty() ? tRecord->strDescription : tSubmit.strDescription;
+    std::map<std::string, const TFileAction*> mapGiven;
+    for (const TFileAction& tGiven : tSubmit.atFiles)
+        mapGiven[EscapeName(tGiven.strPath)] = &tGiven;
+    for (const TOpenedRec& tOpened : m_rStore.OpenedOfChange(nPending))
+    {
+        TFileAction tAction;
+        tAction.strPath = UnescapeName(tOpened.strDepotFile);
+        tAction.strAction = tOpened.strAction;
+        tAction.strType = tOpened.strType;
+        tAction.strFrom = UnescapeName(tOpened.strFromFile);
+        tAction.nFromRev = tOpened.nFromRev;
+        if (!tOpened.strDigest.empty())
+            tAction.pContent = std::make_shared<const std::string>(m_rStore.Content(tOpened.strDigest));
+        auto itGiven = mapGiven.find(tOpened.strDepotFile);
+        if (itGiven != mapGiven.end())
+        {
+            if (itGiven->second->pContent)
+                tAction.pContent = itGiven->second->pContent;
+            mapGiven.erase(itGiven);
+        }
+        tChange.atFiles.push_back(tAction);
+    }
+    if (!mapGiven.empty())
+        throw std::runtime_error(strWhat + ": " + UnescapeName(mapGiven.begin()->first) + " is not opened in it");
+    // The highest number so far keeps its number; an older one is renamed.
+    const bool bRenamed = nPending != m_nNext - 1;
+    const long long nNumber = bRenamed ? m_nNext : nPending;
+    m_rStore.DeleteOpened(nPending);
+    m_rStore.DeleteChange(nPending);
+    m_rStore.AddPendingCount(-1);
+    m_nNext = nNumber + 1;
+    m_nLastTime = tChange.nTime;
+    StoreSubmitted(tChange, nNumber);
+    m_astrMessages.push_back(bRenamed ? "Change " + std::to_string(nPending) + " renamed change " +
+                                            std::to_string(nNumber) + " and submitted."
+                                      : "Change " + std::to_string(nPending) + " submitted.");
 }
 
 void CSubmitter::Finish(const std::vector<TBranchRec>& atBranches, const std::vector<TClientRec>& atClients)
@@ -284,7 +447,7 @@ void CHistoryCollector::AddLabels(const std::vector<TLabelSpec>& atLabels)
     m_rNext.AddLabels(atLabels);
 }
 
-void SubmitHistory(CStore& rStore, const THistory& tHistory)
+std::vector<std::string> SubmitHistory(CStore& rStore, const THistory& tHistory)
 {
     CSubmitter cSubmitter(rStore);
     cSubmitter.AddUsers(tHistory.atUsers);
@@ -294,6 +457,11 @@ void SubmitHistory(CStore& rStore, const THistory& tHistory)
     cSubmitter.AddLabels(tHistory.atLabels);
     for (const std::string& strUser : tHistory.astrDeletedUsers)
         rStore.DeleteUser(strUser);
+    if (tHistory.nMaxResults >= 0)
+        rStore.SetMaxResults(tHistory.nMaxResults);
+    if (tHistory.nMaxScanRows >= 0)
+        rStore.SetMaxScanRows(tHistory.nMaxScanRows);
+    return cSubmitter.Messages();
 }
 
 } // namespace P4SIM

@@ -2,10 +2,11 @@
 //
 //   p4sim [global options] command [args...]   a `p4` command against the
 //                                              server named by P4PORT=sim:DIR
-//   p4sim admin init|load|generate ...         administration
+//   p4sim admin init|load|generate|limits ...  administration
 //
 // Test switches (environment): P4SIM_JOURNAL, P4SIM_FAIL, P4SIM_LATENCY_MS,
-// P4SIM_GARBLE (with P4SIM_GARBLE_MODE). See README.md.
+// P4SIM_GARBLE (with P4SIM_GARBLE_MODE), P4SIM_TICKET, P4SIM_DROP (with
+// P4SIM_DROP_AT, P4SIM_DROP_TIMES, P4SIM_DROP_COUNTER). See README.md.
 #include "Admin.h"
 #include "Commands.h"
 #include "FileSystem.h"
@@ -183,16 +184,15 @@ TGlobalsResult ParseGlobals(CInvocation& rInvocation, TGlobals& tGlobals)
     return eGlobalsRun;
 }
 
-// Prints the error that the real client prints when no server answers.
-int ConnectError(const std::string& strPort, TOutputMode eMode)
+// Prints an error of the client itself (not one the server sent): with -G
+// an error record, otherwise "Perforce client error:" and the message's
+// lines, each after a tab, on standard error.
+int ClientError(const std::string& strText, TSeverity eSeverity, TOutputMode eMode)
 {
-    std::string strTarget = strPort.find(':') == std::string::npos ? strPort + ":1666" : strPort;
-    std::string strText = "Connect to server failed; check $P4PORT.\nTCP connect to " + strTarget +
-                          " failed.\nconnect: " + strTarget + ": Connection refused";
     if (eMode == eOutputMarshal)
     {
         COutput cOutput(eMode);
-        cOutput.Message(strText, eSeverityFatal, eGenericComm);
+        cOutput.Message(strText, eSeverity, eGenericComm);
         WriteAll(1, cOutput.StdOut());
         return eExitFailed;
     }
@@ -201,6 +201,42 @@ int ConnectError(const std::string& strPort, TOutputMode eMode)
         strPlain += "\t" + strLine + "\n";
     WriteAll(2, strPlain);
     return eExitFailed;
+}
+
+// Prints the error that the real client prints when no server answers.
+int ConnectError(const std::string& strPort, TOutputMode eMode)
+{
+    std::string strTarget = strPort.find(':') == std::string::npos ? strPort + ":1666" : strPort;
+    return ClientError("Connect to server failed; check $P4PORT.\nTCP connect to " + strTarget +
+                           " failed.\nconnect: " + strTarget + ": Connection refused",
+                       eSeverityFatal, eMode);
+}
+
+// Prints the error that the real client prints when the server's side of
+// the connection goes away in the middle of a command.
+int DroppedConnection(TOutputMode eMode)
+{
+    return ClientError("TCP receive failed.\nread: socket: Connection reset by peer", eSeverityFailed, eMode);
+}
+
+// The server's refusal of a command without a valid login ticket, if
+// P4SIM_TICKET asks for one. `info` needs no login.
+bool TicketRefusal(const std::string& strCommand, COutput& rOutput)
+{
+    if (strCommand == "info")
+        return false;
+    switch (TicketState())
+    {
+    case eTicketExpired:
+        rOutput.Message("Your session has expired, please login again.", eSeverityFailed, eGenericIllegal);
+        return true;
+    case eTicketMissing:
+        rOutput.Message("Perforce password (P4PASSWD) invalid or unset.", eSeverityFailed, eGenericConfig);
+        return true;
+    case eTicketValid:
+        break;
+    }
+    return false;
 }
 
 // The command in one transaction: committed when it ends normally, rolled
@@ -226,8 +262,15 @@ void RunCommand(CInvocation& rInvocation, const TGlobals& tGlobals, const TComma
         bool bWrites =
             tCommand.eWriteMode == eWrites || (tCommand.eWriteMode == eWritesUnlessOutput && !tOptions.Has('o'));
         cStore.Begin(bWrites);
+        tContext.cLimits.Set(cStore.MaxResults(), cStore.MaxScanRows());
         tCommand.fnRun(tContext, tOptions);
         cStore.Commit();
+    }
+    catch (const ELimitError& e)
+    {
+        cStore.Rollback();
+        rOutput.Discard();
+        rOutput.Message(e.what(), e.Severity(), e.Generic());
     }
     catch (const EP4Error& e)
     {
@@ -313,13 +356,18 @@ int RunClient(CInvocation& rInvocation)
         return nHelp;
     if (!StartsWith(tGlobals.strPort, "sim:") || !FileExists(CStore::DbPath(tGlobals.strPort.substr(4))))
         return ConnectError(tGlobals.strPort, tGlobals.eMode);
+    // A connection that drops fails the command before the server does
+    // anything.
+    if (MatchesEnvRegex("P4SIM_DROP", JoinedArgs(astrArgv)) &&
+        CountDrop(JoinPath(tGlobals.strPort.substr(4), "p4sim-drop.count")))
+        return DroppedConnection(tGlobals.eMode);
 
     COutput cOutput(tGlobals.eMode);
     const TCommandSpec* pCommand = FindCommand(strCommand);
-    if (pCommand)
-        RunCommand(rInvocation, tGlobals, *pCommand, astrArgs, cOutput);
-    else
+    if (!pCommand)
         cOutput.Message("Unknown command.  Try 'p4 help' for info.", eSeverityFailed, eGenericUsage);
+    else if (!TicketRefusal(strCommand, cOutput))
+        RunCommand(rInvocation, tGlobals, *pCommand, astrArgs, cOutput);
     std::string strOut = cOutput.StdOut();
     if (tGlobals.eMode == eOutputMarshal && MatchesEnvRegex("P4SIM_GARBLE", JoinedArgs(astrArgv)))
         strOut = Garble(strOut);

@@ -60,11 +60,12 @@ void COutput::Info(const std::string& strText, int nLevel)
         m_strOut += strText + "\n";
         return;
     }
+    // The real client's order: "code", "level", then "data".
     OpenRecord("info");
-    PutString(m_strOut, "data");
-    PutString(m_strOut, strText);
     PutString(m_strOut, "level");
     PutInt(m_strOut, nLevel);
+    PutString(m_strOut, "data");
+    PutString(m_strOut, strText);
     m_strOut += '0';
 }
 
@@ -85,6 +86,13 @@ void COutput::Message(const std::string& strText, TSeverity eSeverity, TGeneric 
     PutString(m_strOut, "generic");
     PutInt(m_strOut, eGeneric);
     m_strOut += '0';
+}
+
+void COutput::Discard()
+{
+    m_strOut.clear();
+    m_strErr.clear();
+    m_bFailed = false;
 }
 
 void COutput::Content(const std::string& strData, bool bBinary)

@@ -32,8 +32,9 @@ public:
     // the text line(s) a client prints without -G, newline included.
     void Stat(const TRecord& aFields, const std::string& strPlain);
 
-    // An informational message ("Client x saved."). Without -G it goes to
-    // standard output followed by a newline.
+    // An informational message ("Client x saved."): with -G a record
+    // "code" "info", "level" (an integer), "data" (the text, without a line
+    // end); without -G the text and a newline on standard output.
     void Info(const std::string& strText, int nLevel = 0);
 
     // A message with a severity: warnings (2) and errors (3, 4) go to
@@ -43,6 +44,9 @@ public:
     // File content as `print` sends it: "text" or "binary" records with -G,
     // the raw bytes otherwise.
     void Content(const std::string& strData, bool bBinary);
+
+    // Forgets everything printed so far (a command that fails as a whole).
+    void Discard();
 
     const std::string& StdOut() const { return m_strOut; }
     const std::string& StdErr() const { return m_strErr; }

@@ -14,12 +14,33 @@ struct TUserRec
     long long nUpdated = 0, nAccessed = 0;
 };
 
+// A changelist. strStatus is "submitted", "pending", or "shelved" (a
+// pending change with shelved files, which the server reports as pending).
 struct TChangeRec
 {
     long long nChange = 0;
     std::string strUser, strClient;
     long long nTime = 0;
     std::string strDescription, strStatus, strPath;
+
+    bool Submitted() const { return strStatus == "submitted"; }
+    bool Shelved() const { return strStatus == "shelved"; }
+};
+
+// A file opened in a pending (or shelved) change: the action, the type,
+// the head revision it was opened against (0: none), and its content if
+// any (the shelved content of a shelved change; for a pending one, what
+// its submission will store). Branches, integrations and moves keep their
+// source.
+struct TOpenedRec
+{
+    long long nChange = 0;
+    std::string strDepotFile, strAction, strType;
+    long long nRev = 0;
+    std::string strDigest; // empty: no content
+    long long nSize = 0;
+    std::string strFromFile;
+    long long nFromRev = 0;
 };
 
 struct TRevRec

@@ -1,6 +1,7 @@
 #include "Store.h"
 
 #include "FileSystem.h"
+#include "Text.h"
 
 #include <ctime>
 #include <stdexcept>
@@ -135,6 +136,7 @@ void CStore::CreateSchema()
     Begin(true);
     Exec(g_pszSchema);
     Exec(g_pszLabelsSchema);
+    Exec(g_pszOpenedSchema);
     SetMeta("version", "1");
     SetMeta("created", std::to_string(static_cast<long long>(time(nullptr))));
     Commit();
@@ -156,12 +158,13 @@ void CStore::Begin(bool bWrite)
     Exec(bWrite ? "BEGIN IMMEDIATE" : "BEGIN");
     m_bInTransaction = true;
     m_bWriting = bWrite;
-    // Servers made before sync marks or labels existed get their tables with
-    // the first write; for the others this is no work.
+    // Servers made before sync marks, labels or opened files existed get
+    // their tables with the first write; for the others this is no work.
     if (bWrite)
     {
         Exec(g_pszSyncMarksSchema);
         Exec(g_pszLabelsSchema);
+        Exec(g_pszOpenedSchema);
     }
 }
 
@@ -241,6 +244,39 @@ std::string CStore::Meta(const std::string& strKey, const std::string& strDefaul
 void CStore::SetMeta(const std::string& strKey, const std::string& strValue)
 {
     Prepare(eQueryMetaPut).Bind(1, strKey).Bind(2, strValue).Run();
+}
+
+namespace {
+
+const char* const s_pszMaxResults = "maxResults";
+const char* const s_pszMaxScanRows = "maxScanRows";
+
+long long MetaNumber(CStore& rStore, const char* pszKey)
+{
+    long long nValue = 0;
+    return ParseUInt(rStore.Meta(pszKey, "0"), nValue) ? nValue : 0;
+}
+
+} // namespace
+
+long long CStore::MaxResults()
+{
+    return MetaNumber(*this, s_pszMaxResults);
+}
+
+long long CStore::MaxScanRows()
+{
+    return MetaNumber(*this, s_pszMaxScanRows);
+}
+
+void CStore::SetMaxResults(long long nLimit)
+{
+    SetMeta(s_pszMaxResults, std::to_string(nLimit));
+}
+
+void CStore::SetMaxScanRows(long long nLimit)
+{
+    SetMeta(s_pszMaxScanRows, std::to_string(nLimit));
 }
 
 } // namespace P4SIM

@@ -87,16 +87,26 @@ public:
     std::string Meta(const std::string& strKey, const std::string& strDefault = "");
     void SetMeta(const std::string& strKey, const std::string& strValue);
 
+    // The server's MaxResults and MaxScanRows (0: unlimited), kept in the
+    // meta table so that they hold for every later command.
+    long long MaxResults();
+    long long MaxScanRows();
+    void SetMaxResults(long long nLimit);
+    void SetMaxScanRows(long long nLimit);
+
     // Users
     std::vector<TUserRec> Users();
     std::optional<TUserRec> User(const std::string& strName);
     void PutUser(const TUserRec& tUser);
     void DeleteUser(const std::string& strName);
 
-    // Changes
+    // Changes. MaxChange() is the highest number, pending ones included;
+    // MaxSubmittedChange() the highest with revisions.
     long long MaxChange();
+    long long MaxSubmittedChange();
     std::optional<TChangeRec> Change(long long nChange);
     void PutChange(const TChangeRec& tChange);
+    void DeleteChange(long long nChange);
     // Changes in [nLow, nHigh], newest first (oldest first with bOldestFirst),
     // for as long as fnVisit returns true.
     void VisitChanges(long long nLow, long long nHigh, bool bOldestFirst,
@@ -119,9 +129,24 @@ public:
     // Every revision of the files under strPrefix whose change lies in
     // [nLow, nHigh].
     std::vector<TRevRec> RevsUnder(const std::string& strPrefix, long long nLow, long long nHigh);
+    // How many revisions of the files under strPrefix have a change at or
+    // below nAtChange: the rows a listing of those files reads.
+    long long CountRevsUnder(const std::string& strPrefix, long long nAtChange);
     // The depot paths of the revisions whose change lies in (nAfter, nUpTo],
     // at most nLimit of them (false when there are more).
     bool FilesChangedBetween(long long nAfter, long long nUpTo, size_t nLimit, std::vector<std::string>& astrOut);
+
+    // Files opened in pending and shelved changes. HasPending() is false
+    // while there is no such change (nor, on a server made before them,
+    // the table), and the other queries need not run.
+    bool HasPending();
+    void AddPendingCount(long long nDelta);
+    void PutOpened(const TOpenedRec& tOpened);
+    std::vector<TOpenedRec> OpenedOfChange(long long nChange);
+    // The pending and shelved changes that have a file under strPrefix
+    // open, as change number and depot path.
+    std::vector<std::pair<long long, std::string>> OpenedUnder(const std::string& strPrefix);
+    void DeleteOpened(long long nChange);
 
     // Contents, stored once per digest.
     void PutContent(const std::string& strDigest, const std::string& strData);

@@ -3,6 +3,8 @@
 
 #include "Text.h"
 
+#include <algorithm>
+
 namespace ORVANE {
 namespace P4SIM {
 
@@ -32,6 +34,23 @@ TSyncMark ReadMark(const CStatement& cRow)
 {
     return TSyncMark{cRow.Text(0), cRow.Int(1), cRow.Int(2)};
 }
+
+TOpenedRec ReadOpened(const CStatement& cRow)
+{
+    TOpenedRec tOpened;
+    tOpened.nChange = cRow.Int(0);
+    tOpened.strDepotFile = cRow.Text(1);
+    tOpened.strAction = cRow.Text(2);
+    tOpened.strType = cRow.Text(3);
+    tOpened.nRev = cRow.Int(4);
+    tOpened.strDigest = cRow.IsNull(5) ? std::string() : cRow.Text(5);
+    tOpened.nSize = cRow.Int(6);
+    tOpened.strFromFile = cRow.Text(7);
+    tOpened.nFromRev = cRow.Int(8);
+    return tOpened;
+}
+
+const char* const s_pszPendingCount = "pendingChanges";
 
 } // namespace
 
@@ -78,6 +97,13 @@ std::vector<TRevRec> CStore::RevsUnder(const std::string& strPrefix, long long n
     return ReadRows(cQuery, ReadRev);
 }
 
+long long CStore::CountRevsUnder(const std::string& strPrefix, long long nAtChange)
+{
+    CStatement cQuery = Prepare(eQueryCountRevsUnder);
+    cQuery.Bind(1, strPrefix).Bind(2, PrefixEnd(strPrefix)).Bind(3, nAtChange);
+    return cQuery.Step() ? cQuery.Int(0) : 0;
+}
+
 std::vector<TRevRec> CStore::LabelRevsUnder(const std::string& strLabel, const std::string& strPrefix)
 {
     CStatement cQuery = Prepare(eQueryLabelRevsUnder);
@@ -97,6 +123,54 @@ bool CStore::FilesChangedBetween(long long nAfter, long long nUpTo, size_t nLimi
         astrOut.push_back(cQuery.Text(0));
     }
     return true;
+}
+
+// ---------------------------------------------------------------- opened files
+
+bool CStore::HasPending()
+{
+    long long nCount = 0;
+    return ParseUInt(Meta(s_pszPendingCount, "0"), nCount) && nCount > 0;
+}
+
+void CStore::AddPendingCount(long long nDelta)
+{
+    long long nCount = 0;
+    if (!ParseUInt(Meta(s_pszPendingCount, "0"), nCount))
+        nCount = 0;
+    SetMeta(s_pszPendingCount, std::to_string(std::max(0LL, nCount + nDelta)));
+}
+
+void CStore::PutOpened(const TOpenedRec& tOpened)
+{
+    CStatement cInsert = Prepare(eQueryOpenedPut);
+    cInsert.Bind(1, tOpened.nChange).Bind(2, tOpened.strDepotFile).Bind(3, tOpened.strAction);
+    cInsert.Bind(4, tOpened.strType).Bind(5, tOpened.nRev);
+    if (tOpened.strDigest.empty())
+        cInsert.BindNull(6);
+    else
+        cInsert.Bind(6, tOpened.strDigest);
+    cInsert.Bind(7, tOpened.nSize).Bind(8, tOpened.strFromFile).Bind(9, tOpened.nFromRev).Run();
+}
+
+std::vector<TOpenedRec> CStore::OpenedOfChange(long long nChange)
+{
+    return ReadRows(Prepare(eQueryOpenedOfChange).Bind(1, nChange), ReadOpened);
+}
+
+std::vector<std::pair<long long, std::string>> CStore::OpenedUnder(const std::string& strPrefix)
+{
+    CStatement cQuery = Prepare(eQueryOpenedUnder);
+    cQuery.Bind(1, strPrefix).Bind(2, PrefixEnd(strPrefix));
+    std::vector<std::pair<long long, std::string>> atOut;
+    while (cQuery.Step())
+        atOut.emplace_back(cQuery.Int(0), cQuery.Text(1));
+    return atOut;
+}
+
+void CStore::DeleteOpened(long long nChange)
+{
+    Prepare(eQueryOpenedDeleteChange).Bind(1, nChange).Run();
 }
 
 // ---------------------------------------------------------------- contents

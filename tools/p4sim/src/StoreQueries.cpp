@@ -21,6 +21,13 @@ const char* const g_pszLabelsSchema =
     "CREATE TABLE IF NOT EXISTS label_revs(label TEXT NOT NULL, depot_file TEXT NOT NULL, rev INTEGER NOT NULL,"
     " PRIMARY KEY(label, depot_file)) WITHOUT ROWID;";
 
+// Opened files by change, and by file for `changes PATH`.
+const char* const g_pszOpenedSchema =
+    "CREATE TABLE IF NOT EXISTS opened(change INTEGER NOT NULL, depot_file TEXT NOT NULL, action TEXT NOT NULL,"
+    " type TEXT NOT NULL, rev INTEGER NOT NULL, digest TEXT, size INTEGER NOT NULL, from_file TEXT NOT NULL,"
+    " from_rev INTEGER NOT NULL, PRIMARY KEY(change, depot_file)) WITHOUT ROWID;"
+    "CREATE INDEX IF NOT EXISTS opened_by_file ON opened(depot_file, change);";
+
 const char* const g_pszSchema = R"SQL(
 CREATE TABLE meta(key TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
 CREATE TABLE users(name TEXT PRIMARY KEY, email TEXT NOT NULL, fullname TEXT NOT NULL,
@@ -74,6 +81,7 @@ const char* const s_apszQueries[eQueryCount] = {
     "SELECT " P4SIM_REV_COLUMNS " FROM revs WHERE depot_file=? AND rev=?",
     "SELECT " P4SIM_REV_COLUMNS " FROM revs WHERE depot_file=? AND change<=? ORDER BY rev DESC LIMIT 1",
     "SELECT " P4SIM_REV_COLUMNS " FROM revs WHERE depot_file>=? AND depot_file<? AND change>=? AND change<=?",
+    "SELECT COUNT(*) FROM revs WHERE depot_file>=? AND depot_file<? AND change<=?",
     "INSERT OR IGNORE INTO contents(digest,data) VALUES(?,?)",
     "SELECT data FROM contents WHERE digest=?",
     "SELECT " P4SIM_BRANCH_COLUMNS " FROM branches ORDER BY name",
@@ -105,6 +113,14 @@ const char* const s_apszQueries[eQueryCount] = {
     "INSERT OR REPLACE INTO sync_marks(client,pattern,change,have_count) VALUES(?,?,?,?)",
     "DELETE FROM sync_marks WHERE client=? AND pattern=?",
     "DELETE FROM sync_marks WHERE client=?",
+    "DELETE FROM changes WHERE change=?",
+    "SELECT MAX(change) FROM revs",
+    "INSERT OR REPLACE INTO opened(change,depot_file,action,type,rev,digest,size,from_file,from_rev)"
+    " VALUES(?,?,?,?,?,?,?,?,?)",
+    "SELECT change,depot_file,action,type,rev,digest,size,from_file,from_rev FROM opened WHERE change=?"
+    " ORDER BY depot_file",
+    "SELECT change,depot_file FROM opened WHERE depot_file>=? AND depot_file<?",
+    "DELETE FROM opened WHERE change=?",
 };
 
 } // namespace

@@ -28,6 +28,7 @@ enum TQuery
     eQueryRev,
     eQueryHeadRev,
     eQueryRevsUnderBetween,
+    eQueryCountRevsUnder,
     eQueryContentPut,
     eQueryContent,
     eQueryBranches,
@@ -54,6 +55,12 @@ enum TQuery
     eQueryMarkPut,
     eQueryMarkDelete,
     eQueryMarksDeleteClient,
+    eQueryChangeDelete,
+    eQueryMaxSubmittedChange,
+    eQueryOpenedPut,
+    eQueryOpenedOfChange,
+    eQueryOpenedUnder,
+    eQueryOpenedDeleteChange,
     eQueryCount
 };
 
@@ -66,6 +73,9 @@ extern const char* const g_pszSchema;
 extern const char* const g_pszSyncMarksSchema;
 // The tables of labels, for servers made before they existed.
 extern const char* const g_pszLabelsSchema;
+// The files opened in pending and shelved changes, for servers made before
+// they existed.
+extern const char* const g_pszOpenedSchema;
 
 } // namespace P4SIM
 } // namespace ORVANE

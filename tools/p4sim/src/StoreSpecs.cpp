@@ -124,6 +124,17 @@ long long CStore::MaxChange()
     return cQuery.Step() ? cQuery.Int(0) : 0;
 }
 
+long long CStore::MaxSubmittedChange()
+{
+    CStatement cQuery = Prepare(eQueryMaxSubmittedChange);
+    return cQuery.Step() ? cQuery.Int(0) : 0;
+}
+
+void CStore::DeleteChange(long long nChange)
+{
+    Prepare(eQueryChangeDelete).Bind(1, nChange).Run();
+}
+
 std::optional<TChangeRec> CStore::Change(long long nChange)
 {
     return ReadRow(Prepare(eQueryChange).Bind(1, nChange), ReadChange);

@@ -116,6 +116,54 @@ bool MatchesEnvRegex(const char* pszVariable, const std::string& strText)
     return bMatch;
 }
 
+TTicketState TicketState()
+{
+    std::string strState = EnvOr("P4SIM_TICKET", "");
+    if (strState == "expired")
+        return eTicketExpired;
+    if (strState == "missing")
+        return eTicketMissing;
+    return eTicketValid;
+}
+
+bool CountDrop(const std::string& strDefaultCounter)
+{
+    long long nAt = 1, nTimes = 1;
+    if (!ParseUInt(EnvOr("P4SIM_DROP_AT", "1"), nAt) || nAt < 1)
+        nAt = 1;
+    if (!ParseUInt(EnvOr("P4SIM_DROP_TIMES", "1"), nTimes))
+        nTimes = 1;
+    std::string strPath = EnvOr("P4SIM_DROP_COUNTER", "");
+    if (strPath.empty())
+        strPath = strDefaultCounter;
+    int nFd = open(strPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    if (nFd < 0)
+        return false;
+    while (flock(nFd, LOCK_EX) != 0 && errno == EINTR)
+    {
+    }
+    std::string strCount;
+    char szBuffer[64];
+    ssize_t nRead;
+    while ((nRead = read(nFd, szBuffer, sizeof szBuffer)) != 0)
+    {
+        if (nRead < 0 && errno == EINTR)
+            continue;
+        if (nRead < 0)
+            break;
+        strCount.append(szBuffer, size_t(nRead));
+    }
+    long long nCount = 0;
+    if (!ParseUInt(Trim(strCount), nCount))
+        nCount = 0;
+    ++nCount;
+    if (lseek(nFd, 0, SEEK_SET) == 0 && ftruncate(nFd, 0) == 0)
+        WriteAll(nFd, std::to_string(nCount) + "\n");
+    flock(nFd, LOCK_UN);
+    close(nFd);
+    return nCount >= nAt && nCount - nAt < nTimes;
+}
+
 void WaitLatency()
 {
     const char* pszMs = getenv("P4SIM_LATENCY_MS");

@@ -30,6 +30,8 @@ void CollectTargets(TContext& tContext, const TClientView& tView, const TSyncArg
     long long nAt = tArg.nExactRev >= 0 ? nMaxChange : tArg.nAtChange;
     for (const std::string& strPrefix : DepotPrefixes(tArg.strPattern, tArg.bIsDepot, &tView))
     {
+        if (tContext.cLimits.ScanLimited())
+            tContext.cLimits.AddScanned(tContext.pStore->CountRevsUnder(strPrefix, nAt));
         for (TRevRec& tRev : tContext.pStore->HeadsUnder(strPrefix, nAt))
         {
             std::string strClientFile;
@@ -204,6 +206,8 @@ TSyncPlan PlanInFull(TContext& tContext, const TClientView& tView, const TSyncAr
         }
         tTargets.bAnyInDepot = tTargets.bAnyMapped = !mapHaves.empty();
     }
+    // The files the argument names are the rows a server returns.
+    tContext.cLimits.AddResults(static_cast<long long>(tTargets.mapTargets.size()));
     TSyncPlan tPlan;
     tPlan.atActions = FullActions(tView, tTargets, mapHaves, bForce);
     tPlan.nHaveAfter = static_cast<long long>(tTargets.mapTargets.size());
