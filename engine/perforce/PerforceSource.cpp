@@ -309,8 +309,9 @@ std::string CPerforceSource::Summary() const
 {
     if (!m_pGateway || m_pGateway->Recovered() == 0)
         return std::string();
-    return std::to_string(m_pGateway->Recovered()) +
-           " p4 commands failed on the way to the server and succeeded when tried again";
+    const unsigned n = m_pGateway->Recovered();
+    return std::to_string(n) + (n == 1 ? " p4 command" : " p4 commands") +
+           " failed on the way to the server and succeeded when tried again";
 }
 
 } // namespace IMP
