@@ -81,6 +81,11 @@ const std::map<TQuery, std::vector<std::string>> kPlans = {
     {ORVANE::P4SIM::eQueryOpenedUnder,
      {"SEARCH opened USING COVERING INDEX opened_by_file (depot_file>? AND depot_file<?)"}},
     {ORVANE::P4SIM::eQueryOpenedDeleteChange, {"SEARCH opened USING PRIMARY KEY (change=?)"}},
+    {ORVANE::P4SIM::eQueryIntegPut, {}},
+    {ORVANE::P4SIM::eQueryIntegsInto, {"SEARCH integs USING PRIMARY KEY (to_file>? AND to_file<?)"}},
+    {ORVANE::P4SIM::eQueryIntegsFrom, {"SEARCH integs USING INDEX integs_by_from (from_file>? AND from_file<?)"}},
+    {ORVANE::P4SIM::eQueryIntegLast, {"SEARCH integs USING COVERING INDEX integs_by_from (from_file=?)"}},
+    {ORVANE::P4SIM::eQueryIntegLastBack, {"SEARCH integs USING PRIMARY KEY (to_file=?)"}},
 };
 
 class StoreTest : public ::testing::Test

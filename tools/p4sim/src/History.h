@@ -25,7 +25,21 @@ struct TFileAction
     std::shared_ptr<const std::string> pContent;
     std::string strFrom;    // source of branch, integrate, move/add (unescaped)
     long long nFromRev = 0; // 0: the source's head before this change
+    // How the integration from strFrom was resolved ("branch from", "copy
+    // from", "merge from", "edit from", "ignored", "delete from", "moved
+    // from"); empty: the action's own (see DefaultHow).
+    std::string strHow;
+    // The first source revision integrated; 0: the one after the last
+    // integrated from that file into this one before (#1 for a move).
+    long long nFromRevStart = 0;
 };
+
+// The integration a file action records with a source: strHow, or the
+// action's own ("branch from" for branch, "copy from" for an integrate that
+// takes the source's content, "merge from" for one with content of its own,
+// "moved from" for move/add, "delete from" for delete, "edit from" for
+// edit).
+std::string DefaultHow(const TFileAction& tAction);
 
 // A change of the history: a submitted one (its files become revisions),
 // a pending or shelved one (its files are opened, and for a shelved one
@@ -109,9 +123,16 @@ private:
     TOpenedRec OpenedFor(const TFileAction& tAction, long long nNumber, bool bShelved);
     void SubmitPending(const TChangeSpec& tSubmit);
     std::vector<TFileAction> ActionsOf(const TChangeSpec& tChange, long long nNumber) const;
-    TRevRec RevisionFor(const TFileAction& tAction, const TChangeSpec& tChange, long long nNumber);
+    // The revision the action makes and, for one with a source, its
+    // integration record (tInteg.nToRev 0 for none).
+    TRevRec RevisionFor(const TFileAction& tAction, const TChangeSpec& tChange, long long nNumber, TIntegRec& tInteg);
+    // The source revision of an action with one; throws when it is missing
+    // (or, unless bDeleted, deleted).
+    TRevRec SourceOf(const TFileAction& tAction, long long nNumber, const std::string& strWhat, bool bDeleted);
     void TakeSource(const TFileAction& tAction, long long nNumber, const std::string& strWhat, TRevRec& tRev,
                     std::shared_ptr<const std::string>& pContent);
+    TIntegRec IntegrationOf(const TFileAction& tAction, const std::string& strHow, const TRevRec& tSource,
+                            const TRevRec& tTarget);
     void AddUserOf(const TChangeSpec& tChange);
 
     CStore& m_rStore;

@@ -220,6 +220,12 @@ TFileAction ParseFileAction(const json& jFile)
     if (!tAction.strFrom.empty())
         CheckDepotPath(tAction.strFrom);
     tAction.nFromRev = Int(jFile, "fromRev", 0);
+    tAction.strHow = Str(jFile, "how");
+    tAction.nFromRevStart = Int(jFile, "fromRevStart", 0);
+    if ((!tAction.strHow.empty() || tAction.nFromRevStart) && tAction.strFrom.empty())
+        throw std::runtime_error("'how' and 'fromRevStart' of " + tAction.strPath + " need 'from'");
+    if (tAction.nFromRevStart < 0 || (tAction.nFromRev && tAction.nFromRevStart > tAction.nFromRev))
+        throw std::runtime_error("'fromRevStart' of " + tAction.strPath + " must lie between 1 and 'fromRev'");
     return tAction;
 }
 
@@ -274,6 +280,10 @@ json FileActionToJson(const TFileAction& tAction)
         SetPath(jFile, "from", tAction.strFrom);
     if (tAction.nFromRev)
         jFile["fromRev"] = tAction.nFromRev;
+    if (!tAction.strHow.empty())
+        jFile["how"] = tAction.strHow;
+    if (tAction.nFromRevStart)
+        jFile["fromRevStart"] = tAction.nFromRevStart;
     return jFile;
 }
 

@@ -47,6 +47,27 @@ bool TakesSource(const std::string& strAction)
     return strAction == "branch" || strAction == "integrate" || strAction == "move/add";
 }
 
+// Which actions each way of resolving an integration goes with.
+void CheckHow(const std::string& strAction, const std::string& strHow, const std::string& strWhat)
+{
+    static const std::map<std::string, std::set<std::string>> s_mapActions = {
+        {"branch from", {"branch"}},          {"copy from", {"integrate"}}, {"merge from", {"integrate"}},
+        {"edit from", {"integrate", "edit"}}, {"ignored", {"integrate"}},   {"delete from", {"integrate", "delete"}},
+        {"moved from", {"move/add"}},
+    };
+    if (strHow.empty())
+    {
+        if (TakesSource(strAction))
+            throw std::runtime_error(strWhat + ": no 'from'");
+        return;
+    }
+    auto it = s_mapActions.find(strHow);
+    if (it == s_mapActions.end())
+        throw std::runtime_error(strWhat + ": unknown 'how' '" + strHow + "'");
+    if (!it->second.count(strAction))
+        throw std::runtime_error(strWhat + ": '" + strHow + "' does not go with the action " + strAction);
+}
+
 // A tag's trailing "@N" or "#N" (a path may hold '@' and '#' of its own):
 // the path before it, the number, and which of the two it was ('\0' none).
 char SplitTag(const std::string& strTag, std::string& strPath, long long& nNumber)
@@ -61,6 +82,21 @@ char SplitTag(const std::string& strTag, std::string& strPath, long long& nNumbe
 }
 
 } // namespace
+
+std::string DefaultHow(const TFileAction& tAction)
+{
+    if (!tAction.strHow.empty())
+        return tAction.strHow;
+    if (tAction.strAction == "branch")
+        return "branch from";
+    if (tAction.strAction == "integrate")
+        return tAction.pContent ? "merge from" : "copy from";
+    if (tAction.strAction == "move/add")
+        return "moved from";
+    if (tAction.strAction == "delete")
+        return "delete from";
+    return "edit from";
+}
 
 CSubmitter::CSubmitter(CStore& rStore) : m_rStore(rStore), m_nNext(rStore.MaxChange() + 1) {}
 
@@ -79,7 +115,9 @@ std::vector<TFileAction> CSubmitter::ActionsOf(const TChangeSpec& tChange, long 
         setSeen.insert(tAction.strPath);
     for (const TFileAction& tAction : tChange.atFiles)
     {
-        if (tAction.strAction != "move/add")
+        // A move/add from another stream ("how": "moved from") is an
+        // integration: the change names the file it replaces itself.
+        if (tAction.strAction != "move/add" || !tAction.strHow.empty())
             continue;
         if (tAction.strFrom.empty())
             throw std::runtime_error("move/add of " + tAction.strPath + " without 'from'");
@@ -96,28 +134,60 @@ std::vector<TFileAction> CSubmitter::ActionsOf(const TChangeSpec& tChange, long 
     return atActions;
 }
 
-// A branch, integration or move takes the source's content and type unless
-// the action gives them; the source's digest and size come along unread.
-void CSubmitter::TakeSource(const TFileAction& tAction, long long nNumber, const std::string& strWhat, TRevRec& tRev,
-                            std::shared_ptr<const std::string>& pContent)
+TRevRec CSubmitter::SourceOf(const TFileAction& tAction, long long nNumber, const std::string& strWhat, bool bDeleted)
 {
     if (tAction.strFrom.empty())
         throw std::runtime_error(strWhat + ": no 'from'");
     std::string strSource = EscapeName(tAction.strFrom);
     std::optional<TRevRec> tSource =
         tAction.nFromRev ? m_rStore.Rev(strSource, tAction.nFromRev) : m_rStore.HeadRev(strSource, nNumber - 1);
-    if (!tSource || tSource->Deleted())
+    if (!tSource || (tSource->Deleted() && !bDeleted))
         throw std::runtime_error(strWhat + ": no such source " + tAction.strFrom);
-    if (!pContent)
-    {
-        tRev.strDigest = tSource->strDigest;
-        tRev.nSize = tSource->nSize;
-    }
-    if (tRev.strType.empty())
-        tRev.strType = tSource->strType;
+    if (bDeleted && !tSource->Deleted())
+        throw std::runtime_error(strWhat + ": the source " + tAction.strFrom + " is not deleted");
+    if (tSource->nChange >= nNumber)
+        throw std::runtime_error(strWhat + ": the source revision is not older than the change");
+    return *tSource;
 }
 
-TRevRec CSubmitter::RevisionFor(const TFileAction& tAction, const TChangeSpec& tChange, long long nNumber)
+// A branch, integration or move takes the source's content and type unless
+// the action gives them; the source's digest and size come along unread.
+void CSubmitter::TakeSource(const TFileAction& tAction, long long nNumber, const std::string& strWhat, TRevRec& tRev,
+                            std::shared_ptr<const std::string>& pContent)
+{
+    const TRevRec tSource = SourceOf(tAction, nNumber, strWhat, false);
+    if (!pContent)
+    {
+        tRev.strDigest = tSource.strDigest;
+        tRev.nSize = tSource.nSize;
+    }
+    if (tRev.strType.empty())
+        tRev.strType = tSource.strType;
+}
+
+TIntegRec CSubmitter::IntegrationOf(const TFileAction& tAction, const std::string& strHow, const TRevRec& tSource,
+                                    const TRevRec& tTarget)
+{
+    TIntegRec tInteg;
+    tInteg.strToFile = tTarget.strDepotFile;
+    tInteg.nToRev = tTarget.nRev;
+    tInteg.strFromFile = tSource.strDepotFile;
+    tInteg.nFromEnd = tSource.nRev;
+    tInteg.strHow = strHow;
+    tInteg.nChange = tTarget.nChange;
+    // The revisions after the last one integrated before: all of them for
+    // a move, or from the one given.
+    if (tAction.nFromRevStart > 0)
+        tInteg.nFromStart = tAction.nFromRevStart - 1;
+    else if (strHow != "moved from")
+        tInteg.nFromStart = m_rStore.LastIntegrated(tInteg.strToFile, tInteg.strFromFile);
+    if (tInteg.nFromStart >= tInteg.nFromEnd)
+        tInteg.nFromStart = tInteg.nFromEnd - 1;
+    return tInteg;
+}
+
+TRevRec CSubmitter::RevisionFor(const TFileAction& tAction, const TChangeSpec& tChange, long long nNumber,
+                                TIntegRec& tInteg)
 {
     TRevRec tRev;
     tRev.strDepotFile = EscapeName(tAction.strPath);
@@ -129,13 +199,31 @@ TRevRec CSubmitter::RevisionFor(const TFileAction& tAction, const TChangeSpec& t
     tRev.nTime = tRev.nModTime = tChange.nTime;
     tRev.strType = tAction.strType;
     std::string strWhat = tAction.strAction + " of " + tAction.strPath + " in change " + std::to_string(nNumber);
+    const std::string strHow = tAction.strFrom.empty() ? std::string() : DefaultHow(tAction);
+    CheckHow(tAction.strAction, strHow, strWhat);
+    // An integration of a deleted source deletes the target.
+    if (strHow == "delete from")
+        tRev.strAction = "delete";
     if (IsAddition(tAction.strAction) && bExists)
         throw std::runtime_error(strWhat + ": the file exists");
     if (!IsAddition(tAction.strAction) && !bExists)
         throw std::runtime_error(strWhat + ": no such file");
     std::shared_ptr<const std::string> pContent = tAction.pContent;
-    if (TakesSource(tAction.strAction))
-        TakeSource(tAction, nNumber, strWhat, tRev, pContent);
+    if (!strHow.empty())
+    {
+        const TRevRec tSource = SourceOf(tAction, nNumber, strWhat, strHow == "delete from");
+        tInteg = IntegrationOf(tAction, strHow, tSource, tRev);
+        // An ignored integration keeps the target's content.
+        if (strHow == "ignored" && !pContent)
+        {
+            tRev.strDigest = tHead->strDigest;
+            tRev.nSize = tHead->nSize;
+        }
+        else if (strHow != "delete from")
+            TakeSource(tAction, nNumber, strWhat, tRev, pContent);
+        if (tRev.strType.empty())
+            tRev.strType = strHow == "ignored" || strHow == "delete from" ? tHead->strType : tSource.strType;
+    }
     if (tRev.Deleted())
     {
         if (tRev.strType.empty())
@@ -206,10 +294,18 @@ void CSubmitter::StoreSubmitted(const TChangeSpec& tChange, long long nNumber)
     // All revisions are worked out against the state before the change,
     // then stored.
     std::vector<TRevRec> atRevs;
+    std::vector<TIntegRec> atIntegs;
     for (const TFileAction& tAction : ActionsOf(tChange, nNumber))
-        atRevs.push_back(RevisionFor(tAction, tChange, nNumber));
+    {
+        TIntegRec tInteg;
+        atRevs.push_back(RevisionFor(tAction, tChange, nNumber, tInteg));
+        if (tInteg.nToRev)
+            atIntegs.push_back(tInteg);
+    }
     for (const TRevRec& tRev : atRevs)
         m_rStore.PutRev(tRev);
+    for (const TIntegRec& tInteg : atIntegs)
+        m_rStore.PutInteg(tInteg);
 
     TChangeRec tRecord;
     tRecord.nChange = nNumber;

@@ -53,6 +53,22 @@ struct TRevRec
     bool Deleted() const { return strAction == "delete" || strAction == "move/delete" || strAction == "purge"; }
 };
 
+// An integration record, as the target's side keeps it: the target's
+// revision, the source's revisions (nFromStart exclusive, 0 for "#none",
+// up to nFromEnd), how it was resolved ("branch from", "copy from",
+// "merge from", "edit from", "ignored", "delete from", "moved from") and the
+// change that submitted it. The source's side ("branch into", ...) is the
+// same record read the other way.
+struct TIntegRec
+{
+    std::string strToFile;
+    long long nToRev = 0;
+    std::string strFromFile;
+    long long nFromStart = 0, nFromEnd = 0;
+    std::string strHow;
+    long long nChange = 0;
+};
+
 // What branch and label specifications have alike.
 struct TViewSpecRec
 {

@@ -137,6 +137,7 @@ void CStore::CreateSchema()
     Exec(g_pszSchema);
     Exec(g_pszLabelsSchema);
     Exec(g_pszOpenedSchema);
+    Exec(g_pszIntegsSchema);
     SetMeta("version", "1");
     SetMeta("created", std::to_string(static_cast<long long>(time(nullptr))));
     Commit();
@@ -165,6 +166,7 @@ void CStore::Begin(bool bWrite)
         Exec(g_pszSyncMarksSchema);
         Exec(g_pszLabelsSchema);
         Exec(g_pszOpenedSchema);
+        Exec(g_pszIntegsSchema);
     }
 }
 

@@ -148,6 +148,18 @@ public:
     std::vector<std::pair<long long, std::string>> OpenedUnder(const std::string& strPrefix);
     void DeleteOpened(long long nChange);
 
+    // Integration records: each one put with the target's revision; those
+    // whose target, or whose source, lies under strPrefix (in depot order);
+    // the last source revision integrated from one file into another, or
+    // that came from the target itself (0: none).
+    void PutInteg(const TIntegRec& tInteg);
+    std::vector<TIntegRec> IntegsInto(const std::string& strPrefix);
+    std::vector<TIntegRec> IntegsFrom(const std::string& strPrefix);
+    long long LastIntegrated(const std::string& strToFile, const std::string& strFromFile);
+    // Whether the server has the table of integration records (one made
+    // before it existed has none until its next write).
+    bool HasIntegs();
+
     // Contents, stored once per digest.
     void PutContent(const std::string& strDigest, const std::string& strData);
     std::string Content(const std::string& strDigest);

@@ -28,6 +28,14 @@ const char* const g_pszOpenedSchema =
     " from_rev INTEGER NOT NULL, PRIMARY KEY(change, depot_file)) WITHOUT ROWID;"
     "CREATE INDEX IF NOT EXISTS opened_by_file ON opened(depot_file, change);";
 
+// Integration records by target file, and by source file for the other
+// direction.
+const char* const g_pszIntegsSchema =
+    "CREATE TABLE IF NOT EXISTS integs(to_file TEXT NOT NULL, to_rev INTEGER NOT NULL, from_file TEXT NOT NULL,"
+    " from_start INTEGER NOT NULL, from_end INTEGER NOT NULL, how TEXT NOT NULL, change INTEGER NOT NULL,"
+    " PRIMARY KEY(to_file, to_rev, from_file)) WITHOUT ROWID;"
+    "CREATE INDEX IF NOT EXISTS integs_by_from ON integs(from_file, from_end);";
+
 const char* const g_pszSchema = R"SQL(
 CREATE TABLE meta(key TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
 CREATE TABLE users(name TEXT PRIMARY KEY, email TEXT NOT NULL, fullname TEXT NOT NULL,
@@ -121,6 +129,13 @@ const char* const s_apszQueries[eQueryCount] = {
     " ORDER BY depot_file",
     "SELECT change,depot_file FROM opened WHERE depot_file>=? AND depot_file<?",
     "DELETE FROM opened WHERE change=?",
+    "INSERT OR REPLACE INTO integs(to_file,to_rev,from_file,from_start,from_end,how,change) VALUES(?,?,?,?,?,?,?)",
+    "SELECT to_file,to_rev,from_file,from_start,from_end,how,change FROM integs"
+    " WHERE to_file>=? AND to_file<? ORDER BY to_file,to_rev,from_file",
+    "SELECT to_file,to_rev,from_file,from_start,from_end,how,change FROM integs"
+    " WHERE from_file>=? AND from_file<? ORDER BY from_file,from_end,to_file",
+    "SELECT MAX(from_end) FROM integs WHERE to_file=? AND from_file=?",
+    "SELECT MAX(to_rev) FROM integs WHERE to_file=? AND from_file=?",
 };
 
 } // namespace

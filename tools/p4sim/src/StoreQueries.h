@@ -61,6 +61,11 @@ enum TQuery
     eQueryOpenedOfChange,
     eQueryOpenedUnder,
     eQueryOpenedDeleteChange,
+    eQueryIntegPut,
+    eQueryIntegsInto,
+    eQueryIntegsFrom,
+    eQueryIntegLast,
+    eQueryIntegLastBack,
     eQueryCount
 };
 
@@ -76,6 +81,8 @@ extern const char* const g_pszLabelsSchema;
 // The files opened in pending and shelved changes, for servers made before
 // they existed.
 extern const char* const g_pszOpenedSchema;
+// The integration records, for servers made before they existed.
+extern const char* const g_pszIntegsSchema;
 
 } // namespace P4SIM
 } // namespace ORVANE
