@@ -117,8 +117,8 @@ TEST_F(HelpTest, ProgramHelp)
         EXPECT_EQ(FirstLine(r.out),
                   "Usage: p4sim [ -G -z tag -c client -H host -p port -u user -d dir -x file ] command [ arg ... ]");
         EXPECT_NE(r.out.find("\nCommands:\n    branch branches changes changelists client clients describe files "
-                             "fstat\n    get have info label labels login print sync users where workspace\n"
-                             "    workspaces\n"),
+                             "fstat\n    get have info integrated label labels login print sync users where\n"
+                             "    workspace workspaces\n"),
                   std::string::npos)
             << r.out;
     }

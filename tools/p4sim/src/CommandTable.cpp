@@ -40,6 +40,7 @@ const std::vector<TCommandSpec>& AllCommands()
         {"get", CmdSync, "fnkNpqLr", "m", s_pszSyncUsage, eWrites},
         {"have", CmdHave, "", "", "have [ file ... ]", eReadOnly},
         {"info", CmdInfo, "s", "", "info [ -s ]", eReadOnly},
+        {"integrated", CmdIntegrated, "", "sm", "integrated [ -s change | -m max ] file ...", eReadOnly},
         {"label", CmdLabel, "dfgio", "t", s_pszLabelUsage, eReadOnly},
         {"labels", CmdLabels, "taU", "umeEs", s_pszLabelsUsage, eReadOnly},
         {"login", CmdLogin, "asp", "h", "login [ -a -p ] [ -h host ] [ user ]", eReadOnly},

@@ -189,6 +189,7 @@ void CmdHave(TContext& tContext, const TOptions& tOptions);
 void CmdWhere(TContext& tContext, const TOptions& tOptions);
 void CmdFiles(TContext& tContext, const TOptions& tOptions);
 void CmdFstat(TContext& tContext, const TOptions& tOptions);
+void CmdIntegrated(TContext& tContext, const TOptions& tOptions);
 void CmdPrint(TContext& tContext, const TOptions& tOptions);
 void CmdLabels(TContext& tContext, const TOptions& tOptions);
 void CmdLabel(TContext& tContext, const TOptions& tOptions);
