@@ -6,6 +6,7 @@
 #include "Text.h"
 
 #include <algorithm>
+#include <map>
 
 namespace ORVANE {
 namespace P4SIM {
@@ -42,7 +43,15 @@ private:
     void MoveOneOf(const std::string& strStream, const std::vector<const std::string*>& apFiles);
     void MakeBranch();
     void Integrate();
+    // The integrations a merge of the source stream into the target would
+    // make: every file whose source has changed since the two last met.
+    std::vector<TFileAction> PendingIntegrations(const std::string& strSource, const std::string& strTarget);
+    void Apply(const TFileAction& tAction);
     void MultiStreamEdit();
+    // The file is deleted (or moved away) in its stream.
+    void MarkDeleted(const std::string& strPath);
+    // The content the two files last had in common through an integration.
+    TContent& Met(const std::string& strA, const std::string& strB) { return m_mapMet[strA + '\n' + strB]; }
 
     TGenerateOptions m_tOptions;
     CRandom m_cRandom;
@@ -52,6 +61,12 @@ private:
     TChangeSpec m_tCurrent;
     CFileIndex m_cFiles;
     std::vector<std::string> m_astrStreams;
+    // The stream each branch was made from.
+    std::map<std::string, std::string> m_mapParents;
+    // Files deleted in their stream, each with a marker that stands for its
+    // deletion; what two files last had in common ("A\nB").
+    std::map<std::string, TContent> m_mapDeleted;
+    std::map<std::string, TContent> m_mapMet;
     long long m_nTime = 1300000000;
     long long m_nSerial = 1;
 };
@@ -173,6 +188,7 @@ void CGenerator::AddNewFile(const std::string& strStream)
         tAction.pContent = std::make_shared<const std::string>(MakeText(m_cRandom, TextLines(m_cRandom)));
     }
     m_cFiles.Set(tAction.strPath, TFileState{tAction.strType, tAction.pContent});
+    m_mapDeleted.erase(tAction.strPath);
     m_tCurrent.atFiles.push_back(tAction);
 }
 
@@ -217,7 +233,7 @@ void CGenerator::Work(const std::string& strStream)
     if (apFiles.size() > 3 && m_cRandom.Chance(8))
         MoveOneOf(strStream, apFiles);
     if (!strDeleted.empty())
-        m_cFiles.Erase(strDeleted);
+        MarkDeleted(strDeleted);
     End();
 }
 
@@ -230,8 +246,9 @@ void CGenerator::MoveOneOf(const std::string& strStream, const std::vector<const
     TFileState tState = m_cFiles.Get(strPath);
     m_tCurrent.atFiles.push_back(Action(strTo, "move/add", strPath));
     m_tCurrent.atFiles.push_back(Action(strPath, "move/delete"));
-    m_cFiles.Erase(strPath);
+    MarkDeleted(strPath);
     m_cFiles.Set(strTo, tState);
+    m_mapDeleted.erase(strTo);
 }
 
 void CGenerator::MakeBranch()
@@ -254,42 +271,97 @@ void CGenerator::MakeBranch()
         std::string strTo = strTarget + pPath->substr(strSource.size());
         m_tCurrent.atFiles.push_back(Action(strTo, "branch", *pPath));
         m_cFiles.Set(strTo, m_cFiles.Get(*pPath));
+        Met(strTo, *pPath) = Met(*pPath, strTo) = m_cFiles.Get(*pPath).pContent;
     }
+    m_mapParents[strTarget] = strSource;
     m_astrStreams.push_back(strTarget);
     End();
 }
 
-void CGenerator::Integrate()
+void CGenerator::MarkDeleted(const std::string& strPath)
 {
-    size_t nTarget = 1 + m_cRandom.Below(m_astrStreams.size() - 1);
-    const std::string strTarget = m_astrStreams[nTarget];
-    const std::string strSource = m_astrStreams[0];
-    Begin("Integrate " + strSource + "... to " + strTarget + "...");
-    std::vector<const std::string*> apFiles = m_cFiles.FilesIn(strSource);
-    for (const std::string* pPath : apFiles)
+    m_cFiles.Erase(strPath);
+    m_mapDeleted[strPath] = std::make_shared<const std::string>();
+}
+
+std::vector<TFileAction> CGenerator::PendingIntegrations(const std::string& strSource, const std::string& strTarget)
+{
+    std::vector<TFileAction> atActions;
+    for (const std::string* pPath : m_cFiles.FilesIn(strSource))
     {
-        std::string strTo = strTarget + pPath->substr(strSource.size());
-        const TFileState tSource = m_cFiles.Get(*pPath);
+        const std::string strTo = strTarget + pPath->substr(strSource.size());
+        const TContent pSource = m_cFiles.Get(*pPath).pContent;
+        if (Met(strTo, *pPath) == pSource)
+            continue;
         if (!m_cFiles.Has(strTo))
+            atActions.push_back(Action(strTo, "branch", *pPath));
+        else
         {
-            if (m_cRandom.Chance(50))
-            {
-                m_tCurrent.atFiles.push_back(Action(strTo, "branch", *pPath));
-                m_cFiles.Set(strTo, tSource);
-            }
-        }
-        else if (!SameContent(m_cFiles.Get(strTo).pContent, tSource.pContent) && m_cRandom.Chance(60))
-        {
-            m_tCurrent.atFiles.push_back(Action(strTo, "integrate", *pPath));
-            m_cFiles.Set(strTo, tSource);
+            atActions.push_back(Action(strTo, "integrate", *pPath));
+            // Now and then the target keeps its own content.
+            if (!SameContent(m_cFiles.Get(strTo).pContent, pSource) && m_cRandom.Chance(10))
+                atActions.back().strHow = "ignored";
         }
     }
-    if (m_tCurrent.atFiles.empty())
+    // Files the source deleted since the two last met.
+    for (auto it = m_mapDeleted.lower_bound(strSource); it != m_mapDeleted.end() && StartsWith(it->first, strSource);
+         ++it)
     {
-        m_tCurrent = TChangeSpec();
+        const std::string strTo = strTarget + it->first.substr(strSource.size());
+        if (m_cFiles.Has(strTo) && Met(strTo, it->first) != it->second)
+            atActions.push_back(Action(strTo, "delete", it->first));
+    }
+    return atActions;
+}
+
+void CGenerator::Apply(const TFileAction& tAction)
+{
+    m_tCurrent.atFiles.push_back(tAction);
+    const std::string& strTo = tAction.strPath;
+    if (tAction.strAction == "delete")
+    {
+        Met(strTo, tAction.strFrom) = m_mapDeleted[tAction.strFrom];
+        MarkDeleted(strTo);
+        Met(tAction.strFrom, strTo) = m_mapDeleted[strTo];
+        return;
+    }
+    const TFileState tSource = m_cFiles.Get(tAction.strFrom);
+    if (tAction.strHow != "ignored")
+        m_cFiles.Set(strTo, tSource);
+    m_mapDeleted.erase(strTo);
+    Met(strTo, tAction.strFrom) = Met(tAction.strFrom, strTo) = tSource.pContent;
+}
+
+void CGenerator::Integrate()
+{
+    // A branch and the stream it was made from, merged one way or the
+    // other: everything that changed since they last met (a complete
+    // merge), or some of it (a cherry-pick).
+    const std::string strBranch = m_astrStreams[1 + m_cRandom.Below(m_astrStreams.size() - 1)];
+    const std::string strParent = m_mapParents[strBranch];
+    const bool bBack = m_cRandom.Chance(35);
+    const std::string& strSource = bBack ? strBranch : strParent;
+    const std::string& strTarget = bBack ? strParent : strBranch;
+    std::vector<TFileAction> atActions = PendingIntegrations(strSource, strTarget);
+    if (atActions.empty())
+    {
         Work(strTarget);
         return;
     }
+    const bool bComplete = atActions.size() < 2 || m_cRandom.Chance(60);
+    Begin((bComplete ? "Merge " : "Cherry-pick from ") + strSource + "... to " + strTarget + "...");
+    if (!bComplete)
+    {
+        // At least one left out, at least one taken.
+        const size_t nLeftOut = m_cRandom.Below(atActions.size());
+        std::vector<TFileAction> atSome;
+        for (size_t i = 0; i < atActions.size(); ++i)
+            if (i != nLeftOut && (atSome.empty() || m_cRandom.Chance(50)))
+                atSome.push_back(atActions[i]);
+        atActions.swap(atSome);
+    }
+    for (const TFileAction& tAction : atActions)
+        Apply(tAction);
     End();
 }
 
