@@ -32,6 +32,18 @@ struct TSourceOptions
     bool bQuiet = false;
 };
 
+// What one change of a stream brought from another stream.
+struct TIntegration
+{
+    unsigned int nFromStream = 0; // the other stream's id
+    // Every change of the other stream up to this one is in the stream
+    // now: a merge (0: none).
+    unsigned int nUpTo = 0;
+    // The first and last change of the other stream of which the change
+    // brought work besides (0: none): a part of them, or all of some.
+    unsigned int nFirst = 0, nLast = 0;
+};
+
 class CSourceSystem
 {
 public:
@@ -81,6 +93,32 @@ public:
     {
         (void)strStreamPath;
         return strItemPath;
+    }
+
+    // Reads which changes of each stream brought work from other streams,
+    // before the import (every stream's changes, and what they integrated):
+    // false when the source keeps no such records.
+    virtual bool ReadIntegrations(const TStreams& atStreams)
+    {
+        (void)atStreams;
+        return false;
+    }
+    // The numbers of the stream's changes, oldest first, as the source
+    // lists them (after ReadIntegrations).
+    virtual std::vector<unsigned int> StreamChanges(unsigned int nStreamID) const
+    {
+        (void)nStreamID;
+        return std::vector<unsigned int>();
+    }
+    // What the stream's change brought from other streams, each at most
+    // once, given the newest change of each stream (by id) that the
+    // stream's history held before it; a merge only when it brings changes
+    // after the one held.
+    virtual std::vector<TIntegration> Integrations(unsigned int nStreamID, unsigned int nChange,
+                                                   const std::map<unsigned int, unsigned int>& mapHeld) const
+    {
+        (void)nStreamID, (void)nChange, (void)mapHeld;
+        return std::vector<TIntegration>();
     }
 
     // Whether the source has labels that can become tags.

@@ -7,6 +7,7 @@ namespace IMP {
 
 const char* const g_pszChangeTrailer = "Perforce-Change";
 const char* const g_pszPathTrailer = "Perforce-Path";
+const char* const g_pszIntegratedTrailer = "Perforce-Integrated";
 
 std::string DepotPattern(const std::string& strDepotPath)
 {
@@ -18,7 +19,8 @@ std::string DepotPattern(const std::string& strDepotPath)
     return str + "...";
 }
 
-std::string CommitMessage(const std::string& strComment, unsigned int nChange, const std::string& strDepotPath)
+std::string CommitMessage(const std::string& strComment, unsigned int nChange, const std::string& strDepotPath,
+                          const std::vector<std::string>& astrMore)
 {
     if (nChange == 0)
         return strComment;
@@ -26,8 +28,19 @@ std::string CommitMessage(const std::string& strComment, unsigned int nChange, c
     const std::string strNumber = std::to_string(nChange);
     if (str.empty())
         str = "Perforce change " + strNumber;
-    return str + "\n\n" + g_pszChangeTrailer + ": " + strNumber + "\n" + g_pszPathTrailer + ": " +
+    str += "\n\n" + std::string(g_pszChangeTrailer) + ": " + strNumber + "\n" + g_pszPathTrailer + ": " +
            DepotPattern(strDepotPath) + "\n";
+    for (const std::string& strTrailer : astrMore)
+        str += strTrailer + "\n";
+    return str;
+}
+
+std::string IntegratedTrailer(const std::string& strDepotPath, unsigned int nFirst, unsigned int nLast)
+{
+    std::string str = std::string(g_pszIntegratedTrailer) + ": " + DepotPattern(strDepotPath);
+    if (nFirst != 0 && nFirst != nLast)
+        str += "@" + std::to_string(nFirst) + ",";
+    return str + "@" + std::to_string(nLast);
 }
 
 } // namespace IMP

@@ -287,6 +287,62 @@ std::string CPerforceSource::SyncedPath(const std::string& strStreamPath, const 
     return m_cNames.SyncedPath(strStreamPath, strItemPath);
 }
 
+bool CPerforceSource::ReadIntegrations(const TStreams& atStreams)
+{
+    for (const TStream& t : atStreams)
+        m_cIntegrations.AddStream(t.tInfo.nID, PathText(t.tInfo.cDstPath));
+    // Per stream: every revision of its files, and every integration record
+    // of them (the records of the other side are left out as they come).
+    for (const TStream& t : atStreams)
+    {
+        const std::string strPattern = PathText(t.tInfo.cDstPath) + "/...";
+        const std::vector<std::string> astrRevisions = {"files", "-a", strPattern};
+        const TP4Result tRevisions = CP4Query(m_strP4).Run(astrRevisions, [this](const TP4Record& tRecord) {
+            if (RecordValue(tRecord, "code") == "stat")
+                m_cIntegrations.AddRevision(TP4Revision{
+                    RecordValue(tRecord, "depotFile"), RevisionNumber(RecordValue(tRecord, "rev")),
+                    RevisionNumber(RecordValue(tRecord, "change")), IsDeleteAction(RecordValue(tRecord, "action"))});
+            return true;
+        });
+        const std::vector<std::string> astrIntegrated = {"integrated", strPattern};
+        const TP4Result tIntegrated = CP4Query(m_strP4).Run(astrIntegrated, [this](const TP4Record& tRecord) {
+            if (RecordValue(tRecord, "code") == "stat")
+                m_cIntegrations.AddIntegration(TP4Integration{
+                    RecordValue(tRecord, "toFile"), RevisionNumber(RecordValue(tRecord, "endToRev")),
+                    RecordValue(tRecord, "fromFile"), RevisionNumber(RecordValue(tRecord, "startFromRev")),
+                    RevisionNumber(RecordValue(tRecord, "endFromRev")), RecordValue(tRecord, "how"),
+                    RevisionNumber(RecordValue(tRecord, "change"))});
+            return true;
+        });
+        for (const auto& tQuery :
+             {std::make_pair(&astrRevisions, &tRevisions), std::make_pair(&astrIntegrated, &tIntegrated)})
+        {
+            const std::string strProblem = tQuery.second->Problem();
+            if (strProblem.empty())
+                continue;
+            std::string strCommand = "p4";
+            for (const std::string& str : *tQuery.first)
+                strCommand += " " + str;
+            throw EStop(eExitFailure, "the integrations of stream " + t.strName + " cannot be read: '" + strCommand +
+                                          "' failed: " + strProblem +
+                                          "\nNothing was imported. Run again, or give --no-merges to import "
+                                          "without merges.");
+        }
+    }
+    return true;
+}
+
+std::vector<unsigned int> CPerforceSource::StreamChanges(unsigned int nStreamID) const
+{
+    return m_cIntegrations.Changes(nStreamID);
+}
+
+std::vector<TIntegration> CPerforceSource::Integrations(unsigned int nStreamID, unsigned int nChange,
+                                                        const std::map<unsigned int, unsigned int>& mapHeld) const
+{
+    return m_cIntegrations.Integrations(nStreamID, nChange, mapHeld);
+}
+
 std::string CPerforceSource::ImportLabels(const TStreams& atStreams, const std::string& strGitDir,
                                           const CAuthors& cAuthors, std::FILE* pOut)
 {

@@ -10,6 +10,7 @@
 #include "SourceSystem.h"
 #include "perforce/EscapedNames.h"
 #include "perforce/Gateway.h"
+#include "perforce/Integrations.h"
 
 namespace ORVANE {
 namespace IMP {
@@ -37,6 +38,11 @@ public:
     void OnChangeSynced(const TStream& tStream, unsigned int nNumber) override;
     std::string SyncedPath(const std::string& strStreamPath, const std::string& strItemPath) const override;
 
+    bool ReadIntegrations(const TStreams& atStreams) override;
+    std::vector<unsigned int> StreamChanges(unsigned int nStreamID) const override;
+    std::vector<TIntegration> Integrations(unsigned int nStreamID, unsigned int nChange,
+                                           const std::map<unsigned int, unsigned int>& mapHeld) const override;
+
     bool HasLabels() const override { return true; }
     std::string ImportLabels(const TStreams& atStreams, const std::string& strGitDir, const CAuthors& cAuthors,
                              std::FILE* pOut) override;
@@ -63,6 +69,7 @@ private:
     const TStreams* m_pStreams = nullptr;
     CEscapedNames m_cNames;
     std::unique_ptr<CP4Gateway> m_pGateway;
+    CIntegrationIndex m_cIntegrations;
 };
 
 } // namespace IMP
