@@ -129,13 +129,14 @@ std::string CFastImportWriter::FileLine(const std::string& strPath, const TEntry
 
 unsigned CFastImportWriter::Commit(const TCommit& tCommit, const TTree& tTree, const TTreeDelta& tDelta)
 {
-    const unsigned nMark = m_nNextMark++;
-    const std::string strIdent = IdentLine(tCommit.strName, tCommit.strEmail, tCommit.tTime) + "\n";
-    std::string str = "commit refs/heads/" + tCommit.strBranch + "\nmark :" + std::to_string(nMark) + "\nauthor " +
-                      strIdent + "committer " + strIdent + "data " + std::to_string(tCommit.strMessage.size()) + "\n" +
-                      tCommit.strMessage + "\n";
-    if (!tCommit.strFrom.empty())
-        str += "from " + tCommit.strFrom + "\n";
+    const unsigned nMark = ReserveMark();
+    SendCommit(tCommit, nMark, FileCommands(tCommit, tTree, tDelta));
+    return nMark;
+}
+
+std::string CFastImportWriter::FileCommands(const TCommit& tCommit, const TTree& tTree, const TTreeDelta& tDelta)
+{
+    std::string str;
     if (tCommit.bFullTree)
     {
         str += "deleteall\n";
@@ -153,14 +154,27 @@ unsigned CFastImportWriter::Commit(const TCommit& tCommit, const TTree& tTree, c
                 str += FileLine(it->first, it->second);
         }
     }
-    str += "\n";
-    Send(str);
     // Later commits name these blobs by their git names, which fast-import
     // knows as well as their marks: remembering every blob of the history
     // would make this process grow with it. A blob whose content comes back
     // later is sent again; fast-import stores it once.
     m_mapBlobs.clear();
-    return nMark;
+    return str;
+}
+
+void CFastImportWriter::SendCommit(const TCommit& tCommit, unsigned nMark, const std::string& strFileCommands)
+{
+    const std::string strIdent = IdentLine(tCommit.strName, tCommit.strEmail, tCommit.tTime) + "\n";
+    std::string str = "commit refs/heads/" + tCommit.strBranch + "\nmark :" + std::to_string(nMark) + "\nauthor " +
+                      strIdent + "committer " + strIdent + "data " + std::to_string(tCommit.strMessage.size()) + "\n" +
+                      tCommit.strMessage + "\n";
+    if (!tCommit.strFrom.empty())
+        str += "from " + tCommit.strFrom + "\n";
+    for (const std::string& strMerge : tCommit.astrMerges)
+        str += "merge " + strMerge + "\n";
+    str += strFileCommands;
+    str += "\n";
+    Send(str);
 }
 
 bool CFastImportWriter::Checkpoint(unsigned nCommitMark)

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "Tree.h"
 
@@ -60,12 +61,20 @@ public:
         long tTime = 0;        // seconds since 1970 UTC
         std::string strMessage;
         std::string strFrom;    // the first parent, ":<mark>" or a commit's name; "": the branch's tip, or none
-        bool bFullTree = false; // the tree is written out whole (deleteall first)
+        std::vector<std::string> astrMerges; // further parents, each as strFrom
+        bool bFullTree = false;              // the tree is written out whole (deleteall first)
     };
     // The commit of the tree after a change: the delta's paths, or the
     // whole tree. Files are named by their blob's mark when it was sent
     // for this commit, else by their git name. Returns the commit's mark.
     unsigned Commit(const TCommit& tCommit, const TTree& tTree, const TTreeDelta& tDelta);
+
+    // The same in two steps, for a commit that waits for its parents: its
+    // mark and file commands now (the blobs sent so far are named as they
+    // are now), the commit itself later.
+    unsigned ReserveMark() { return m_nNextMark++; }
+    std::string FileCommands(const TCommit& tCommit, const TTree& tTree, const TTreeDelta& tDelta);
+    void SendCommit(const TCommit& tCommit, unsigned nMark, const std::string& strFileCommands);
 
     // Asks fast-import to make everything so far visible to other git
     // processes (the branches move) and, given a mark, to print the

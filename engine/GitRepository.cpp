@@ -155,7 +155,21 @@ bool CGitRepository::Create(std::string& strError)
         strError = TrimmedEnd("git init failed: " + strErr);
         return false;
     }
+    for (const auto& kv : m_atNewConfig)
+        if (RunGit(m_strDirectory, {"config", kv.first, kv.second}, std::string(), strOut, strErr) != 0)
+        {
+            strError = TrimmedEnd("git config failed: " + strErr);
+            return false;
+        }
     return true;
+}
+
+std::string CGitRepository::Config(const std::string& strKey) const
+{
+    std::string strOut, strErr;
+    if (RunGit(m_strDirectory, {"config", "--get", strKey}, std::string(), strOut, strErr) != 0)
+        return std::string();
+    return TrimmedEnd(strOut);
 }
 
 bool CGitRepository::IsOurs(const std::string& strDirectory)

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "FastImport.h"
@@ -51,6 +52,15 @@ public:
     // Whether Open may make or continue a repository there: a free folder,
     // or a repository an earlier run made. False with the reason.
     static bool IsUsable(const std::string& strDirectory, std::string& strError);
+
+    // A configuration entry that a repository made by Open gets.
+    void SetNewConfig(const std::string& strKey, const std::string& strValue)
+    {
+        m_atNewConfig.emplace_back(strKey, strValue);
+    }
+    // The value of a configuration entry of the open repository ("" when
+    // it has none).
+    std::string Config(const std::string& strKey) const;
 
     // Creates the bare repository in a free folder, or opens one that an
     // earlier run made; either is locked against other runs until Close.
@@ -127,6 +137,7 @@ private:
     bool m_bStartFailed = false;
     std::string m_strStartError;
     std::vector<std::string> m_astrRecovered;
+    std::vector<std::pair<std::string, std::string>> m_atNewConfig;
     double m_fSaveSeconds = 60;
     std::chrono::steady_clock::time_point m_tLastSave;
 };

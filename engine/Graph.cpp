@@ -21,7 +21,23 @@ std::string DotText(const std::string& str)
     return strOut;
 }
 
-std::string StreamGraph(const TStreams& atStreams)
+namespace {
+
+// "merge 9", "merges 9, 12" or "merges 9, 12, 15, 20, 31 and 4 more".
+std::string MergeLabel(const std::vector<unsigned int>& anChanges)
+{
+    const size_t nShown = 5;
+    std::string str = anChanges.size() == 1 ? "merge " : "merges ";
+    for (size_t i = 0; i < anChanges.size() && i < nShown; ++i)
+        str += (i ? ", " : "") + std::to_string(anChanges[i]);
+    if (anChanges.size() > nShown)
+        str += " and " + std::to_string(anChanges.size() - nShown) + " more";
+    return str;
+}
+
+} // namespace
+
+std::string StreamGraph(const TStreams& atStreams, const TMergeEdges& mapMerges)
 {
     std::string strDot = "digraph streams {\n    rankdir=LR;\n    node [shape=box, fontname=\"sans-serif\"];\n";
     for (const TStream& t : atStreams)
@@ -30,6 +46,9 @@ std::string StreamGraph(const TStreams& atStreams)
     for (const TStream& t : atStreams)
         if (t.tInfo.nParentID)
             strDot += "    s" + std::to_string(t.tInfo.nParentID) + " -> s" + std::to_string(t.tInfo.nID) + ";\n";
+    for (const auto& kv : mapMerges)
+        strDot += "    s" + std::to_string(kv.first.first) + " -> s" + std::to_string(kv.first.second) +
+                  " [style=dashed, constraint=false, label=\"" + MergeLabel(kv.second) + "\"];\n";
     return strDot + "}\n";
 }
 

@@ -180,22 +180,56 @@ void CHistoryWriter::OnChangeDone(const TChangeInfo& tChange)
     m_cProgress.CountChange();
     const unsigned nMark = Commit(tChange);
     m_pStream->atCommits.emplace_back(tChange.tTime, nMark);
-    if (m_bVerify)
-        Verify(tChange, nMark);
+    if (nMark != 0)
+        m_pStream->mapCommits[m_nNumber] = ":" + std::to_string(nMark);
+    // A commit that merges waits for its parents: the streams are imported
+    // one after the other, and the one it merges may come later.
+    WriteReady(false);
     m_cProgress.Show(m_pStream->strName, false);
 }
 
+namespace {
+
+const TStream* StreamByID(const TStreams& atStreams, unsigned nID)
+{
+    for (const TStream& t : atStreams)
+        if (t.tInfo.nID == nID)
+            return &t;
+    return nullptr;
+}
+
+} // namespace
+
 unsigned CHistoryWriter::Commit(const TChangeInfo& tChange)
 {
+    const std::string strWhere = "change " + std::to_string(tChange.nID) + " of stream " + m_pStream->strName;
+    TWaiting tWaiting;
+    tWaiting.bVerify = m_bVerify;
+    tWaiting.strWhere = strWhere;
+    if (m_bVerify)
+        ScanTree(m_pStream->strFolder, tWaiting.tFolder);
     if (!m_pGit)
+    {
+        if (m_bVerify)
+            Verify(strWhere, 0, tWaiting.tFolder);
         return 0;
-    CFastImportWriter::TCommit tCommit;
+    }
+    CFastImportWriter::TCommit& tCommit = tWaiting.tCommit;
     tCommit.strBranch = m_pStream->strBranch;
     const TIdent tIdent = m_pAuthors->Ident(Utf8(tChange.strUser));
     tCommit.strName = tIdent.strName;
     tCommit.strEmail = tIdent.strEmail;
     tCommit.tTime = tChange.tTime;
-    tCommit.strMessage = CommitMessage(Utf8(tChange.strComment), m_nNumber, PathText(m_pStream->tInfo.cDstPath));
+    std::vector<std::string> astrTrailers;
+    if (const TMergeStep* pStep = m_pPlan ? m_pPlan->Step(m_pStream->tInfo.nID, m_nNumber) : nullptr)
+    {
+        tWaiting.atMerges = pStep->atParents;
+        for (const TIntegration& t : pStep->atTaken)
+            if (const TStream* pFrom = StreamByID(m_atStreams, t.nFromStream))
+                astrTrailers.push_back(IntegratedTrailer(PathText(pFrom->tInfo.cDstPath), t.nFirst, t.nLast));
+    }
+    tCommit.strMessage =
+        CommitMessage(Utf8(tChange.strComment), m_nNumber, PathText(m_pStream->tInfo.cDstPath), astrTrailers);
     if (m_pStream->atCommits.empty())
     {
         // The stream's first commit of this run: its whole tree, on top of
@@ -205,18 +239,103 @@ unsigned CHistoryWriter::Commit(const TChangeInfo& tChange)
         tCommit.strFrom = m_pStream->atEarlier.empty() ? ParentCommit(m_atStreams, *m_pStream, tChange.tTime)
                                                        : m_pStream->atEarlier.back().second;
     }
-    const unsigned nMark = m_pGit->Writer().Commit(tCommit, m_cTracker.Tree(), m_tDelta);
-    if (!m_pGit->CommitWritten())
-        throw EStop(eExitFailure, m_pGit->StopMessage());
+    else
+        tWaiting.nAfter = m_pStream->atCommits.back().second;
+    CFastImportWriter& cWriter = m_pGit->Writer();
+    tWaiting.nMark = cWriter.ReserveMark();
+    tWaiting.strFiles = cWriter.FileCommands(tCommit, m_cTracker.Tree(), m_tDelta);
+    const unsigned nMark = tWaiting.nMark;
+    m_mapWaiting[m_pStream->tInfo.nID].push_back(std::move(tWaiting));
     return nMark;
 }
 
-void CHistoryWriter::Verify(const TChangeInfo& tChange, unsigned nMark)
+bool CHistoryWriter::IsWritten(const std::string& strRef) const
 {
-    TTree tFolder;
-    ScanTree(m_pStream->strFolder, tFolder);
+    // A name is a commit of an earlier run.
+    if (strRef.empty() || strRef[0] != ':')
+        return true;
+    return m_setWritten.count(unsigned(std::stoul(strRef.substr(1)))) != 0;
+}
+
+bool CHistoryWriter::IsReady(TWaiting& tWaiting, bool bForce)
+{
+    for (auto it = tWaiting.atMerges.begin(); it != tWaiting.atMerges.end();)
+    {
+        const TStream* pFrom = StreamByID(m_atStreams, it->first);
+        auto itCommit = pFrom ? pFrom->mapCommits.find(it->second) : std::map<unsigned, std::string>::const_iterator();
+        if (pFrom && itCommit != pFrom->mapCommits.end())
+            tWaiting.tCommit.astrMerges.push_back(itCommit->second);
+        else if (bForce)
+            m_astrLeftOut.push_back(tWaiting.strWhere + ": the merge of change " + std::to_string(it->second) +
+                                    (pFrom ? " of stream " + pFrom->strName : std::string()) +
+                                    " (no commit of it was made)");
+        else
+        {
+            ++it;
+            continue;
+        }
+        it = tWaiting.atMerges.erase(it);
+    }
+    if (!tWaiting.atMerges.empty() || !IsWritten(tWaiting.tCommit.strFrom) ||
+        (tWaiting.nAfter != 0 && m_setWritten.count(tWaiting.nAfter) == 0))
+        return false;
+    for (const std::string& strMerge : tWaiting.tCommit.astrMerges)
+        if (!IsWritten(strMerge))
+            return false;
+    return true;
+}
+
+void CHistoryWriter::Write(TWaiting& tWaiting)
+{
+    m_pGit->Writer().SendCommit(tWaiting.tCommit, tWaiting.nMark, tWaiting.strFiles);
+    m_setWritten.insert(tWaiting.nMark);
+    if (!m_pGit->CommitWritten())
+        throw EStop(eExitFailure, m_pGit->StopMessage());
+    if (tWaiting.bVerify)
+        Verify(tWaiting.strWhere, tWaiting.nMark, tWaiting.tFolder);
+}
+
+void CHistoryWriter::WriteReady(bool bForce)
+{
+    for (bool bProgress = true; bProgress;)
+    {
+        bProgress = false;
+        for (auto& kv : m_mapWaiting)
+            while (!kv.second.empty() && IsReady(kv.second.front(), bForce))
+            {
+                Write(kv.second.front());
+                kv.second.pop_front();
+                bProgress = true;
+            }
+    }
+}
+
+std::vector<std::string> CHistoryWriter::WriteWaitingCommits()
+{
+    // Only merges that wait for each other can be left (a cycle that the
+    // source's times made): one at a time loses its merges.
+    for (WriteReady(true);; WriteReady(true))
+    {
+        TWaiting* pStuck = nullptr;
+        for (auto& kv : m_mapWaiting)
+            if (!kv.second.empty() && !kv.second.front().tCommit.astrMerges.empty() && !pStuck)
+                pStuck = &kv.second.front();
+        if (!pStuck)
+            break;
+        for (const std::string& strMerge : pStuck->tCommit.astrMerges)
+            m_astrLeftOut.push_back(pStuck->strWhere + ": the merge of " + strMerge + " (it waits for this one)");
+        pStuck->tCommit.astrMerges.clear();
+    }
+    for (const auto& kv : m_mapWaiting)
+        if (!kv.second.empty())
+            throw EStop(eExitFailure, "internal error: " + kv.second.front().strWhere + " cannot be written");
+    return m_astrLeftOut;
+}
+
+void CHistoryWriter::Verify(const std::string& strWhere, unsigned nMark, const TTree& tFolder)
+{
     TTree tGit;
-    std::string strWhere = "change " + std::to_string(tChange.nID) + " of stream " + m_pStream->strName;
+    std::string strAt = strWhere;
     if (m_pGit)
     {
         std::string strCommit, strError;
@@ -224,13 +343,13 @@ void CHistoryWriter::Verify(const TChangeInfo& tChange, unsigned nMark)
             throw EStop(eExitFailure, "git fast-import failed while verifying " + strWhere);
         if (!m_pGit->ReadTree(strCommit, tGit, strError))
             throw EStop(eExitFailure, strError);
-        strWhere += " (commit " + strCommit.substr(0, 12) + ")";
+        strAt += " (commit " + strCommit.substr(0, 12) + ")";
     }
     else
         tGit = m_cTracker.Tree();
     const std::string strDifference = TreeDifference(tGit, tFolder);
     if (!strDifference.empty())
-        throw EStop(eExitFailure, "verify: " + strWhere + ": " + strDifference);
+        throw EStop(eExitFailure, "verify: " + strAt + ": " + strDifference);
 }
 
 } // namespace IMP

@@ -4,14 +4,18 @@
 #pragma once
 
 #include <chrono>
+#include <deque>
+#include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Authors.h"
 #include "Driver.h"
 #include "Dump.h"
 #include "GitRepository.h"
+#include "Merges.h"
 #include "Progress.h"
 #include "RunStats.h"
 #include "SourceSystem.h"
@@ -47,6 +51,13 @@ public:
     void SetRunStats(CRunStats* pStats) { m_pStats = pStats; }
     // Who the commits are by (none given: "user <user@client>" each).
     void SetAuthors(const CAuthors& cAuthors) { m_pAuthors = &cAuthors; }
+    // Which commits merge other streams (none: null, every commit has one
+    // parent).
+    void SetMergePlan(const CMergePlan* pPlan) { m_pPlan = pPlan; }
+    // Writes the commits that still wait for a parent. A merge of a commit
+    // that no stream made is left out: each such is named in the list
+    // returned.
+    std::vector<std::string> WriteWaitingCommits();
 
     void BeforeCall(const char* pszCall) override;
     void OnStreamOpening() override;
@@ -62,7 +73,28 @@ public:
 private:
     TBlobSink BlobSink();
     unsigned Commit(const TChangeInfo& tChange);
-    void Verify(const TChangeInfo& tChange, unsigned nMark);
+    // Compares the commit with the folder's files.
+    void Verify(const std::string& strWhere, unsigned nMark, const TTree& tFolder);
+
+    // A commit made but not yet written: it waits until every parent is.
+    struct TWaiting
+    {
+        CFastImportWriter::TCommit tCommit;
+        unsigned nMark = 0;
+        std::string strFiles;
+        // The merged commits still to be found: (stream id, change).
+        std::vector<std::pair<unsigned, unsigned>> atMerges;
+        unsigned nAfter = 0; // the stream's commit before it in this run (0: none)
+        bool bVerify = false;
+        std::string strWhere;
+        TTree tFolder;
+    };
+    // Writes, for each stream in turn, the waiting commits whose parents
+    // are written; bForce leaves out merges of commits that no stream made.
+    void WriteReady(bool bForce);
+    bool IsReady(TWaiting& tWaiting, bool bForce);
+    void Write(TWaiting& tWaiting);
+    bool IsWritten(const std::string& strRef) const;
     // The first item whose file is not as the change says ("" when none).
     std::string FirstMissing() const;
 
@@ -78,6 +110,11 @@ private:
     CRunStats* m_pStats = nullptr;
     const CAuthors* m_pAuthors = &s_cNoAuthors;
     static const CAuthors s_cNoAuthors;
+    const CMergePlan* m_pPlan = nullptr;
+    // By stream id, in the order made.
+    std::map<unsigned, std::deque<TWaiting>> m_mapWaiting;
+    std::set<unsigned> m_setWritten; // marks of the commits written
+    std::vector<std::string> m_astrLeftOut;
     CTreeTracker m_cTracker;
     // The phase last told to the supervisor, and when.
     std::string m_strPhaseCall;

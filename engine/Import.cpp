@@ -16,6 +16,7 @@
 #include "HistoryWriter.h"
 #include "Leftovers.h"
 #include "LogFile.h"
+#include "Merges.h"
 #include "Module.h"
 #include "Progress.h"
 #include "ProviderHost.h"
@@ -70,6 +71,8 @@ private:
     void LoadProvider();
     void StartProvider();
     void DiscoverStreams();
+    // Reads where the changes' integrations came from and plans the merges.
+    void PlanMerges();
     // The users of the history without a mapping, one a line on standard
     // output; returns the message for the end.
     std::string ListMissingAuthors();
@@ -103,6 +106,8 @@ private:
     std::map<std::string, std::string> m_mapSettings;
     CAuthors m_cAuthors;
     std::unique_ptr<CSourceSystem> m_pSource;
+    CMergePlan m_cPlan;
+    bool m_bPlanned = false;
 };
 
 TSourceOptions CImport::SourceOptions(const TOptions& tOptions)
@@ -198,6 +203,10 @@ std::string CImport::Migrate()
     m_pSource->CheckSource(m_cAuthors);
     StartProvider();
     DiscoverStreams();
+    if (m_tOptions.bMerges && (m_tOptions.bStreamsOnly ? !m_tOptions.strGraph.empty() : !m_tOptions.strGit.empty()))
+        PlanMerges();
+    if (!m_tOptions.strGraph.empty())
+        WriteGraph(StreamGraph(m_atStreams, m_bPlanned ? m_cPlan.Edges() : TMergeEdges()), m_tOptions.strGraph);
     if (m_tOptions.bStreamsOnly)
     {
         PrintStreams(false);
@@ -246,8 +255,16 @@ void CImport::DiscoverStreams()
     m_pDriver->EstablishStreams();
     m_atStreams = MakeStreams(m_pDriver->WalkStreams());
     m_pSource->OnStreamsKnown(m_atStreams);
-    if (!m_tOptions.strGraph.empty())
-        WriteGraph(StreamGraph(m_atStreams), m_tOptions.strGraph);
+}
+
+void CImport::PlanMerges()
+{
+    WorkerChannel().Send(EVENT::pszPhase, "integrations");
+    if (!m_pSource->ReadIntegrations(m_atStreams))
+        return;
+    m_cPlan.Build(m_atStreams, *m_pSource);
+    m_bPlanned = true;
+    m_cHistory.SetMergePlan(&m_cPlan);
 }
 
 std::string CImport::ListMissingAuthors()
@@ -279,9 +296,20 @@ void CImport::OpenRepository()
     if (m_tOptions.strGit.empty())
         return;
     m_pGit.reset(new CGitRepository);
+    const char* const pszMergesKey = "orvane.merges";
+    const std::string strMerges = m_tOptions.bMerges ? "true" : "false";
+    m_pGit->SetNewConfig(pszMergesKey, strMerges);
     std::string strError;
     if (!m_pGit->Open(m_tOptions.strGit, strError))
         throw EStop(eExitFailure, strError);
+    // A repository made before the choice existed has no merges.
+    const std::string strMade = m_pGit->Continued() ? m_pGit->Config(pszMergesKey) : strMerges;
+    if ((strMade == "true") != m_tOptions.bMerges)
+        throw EStop(eExitUsage, "the repository " + m_tOptions.strGit + " was made " +
+                                    (strMade == "true" ? "with merges (git config " + std::string(pszMergesKey) +
+                                                             " true): continue it with --merges"
+                                                       : "without merges: continue it with --no-merges") +
+                                    ", or start a new repository; one history cannot mix the two");
     m_pGit->SetSaveInterval(m_tOptions.fCheckpointSeconds);
     if (!m_pGit->Recovered().empty() && !m_tOptions.bQuiet)
         Say("an earlier run was killed: removed what it left in " + m_tOptions.strGit + " (" +
@@ -332,7 +360,11 @@ std::string CImport::Finish()
         m_cWorkspace.StartRemoval();
     }
     if (m_pGit)
+    {
+        for (const std::string& str : m_cHistory.WriteWaitingCommits())
+            Say("warning: " + str + " is left out");
         m_pGit->EndInput();
+    }
     RemoveClients();
     if (m_pGit)
     {

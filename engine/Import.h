@@ -33,6 +33,9 @@ struct TOptions
     std::string strAuthors;       // the authors file
     bool bAuthorsMissing = false; // list the users without a mapping, import nothing
     bool bLabels = false;         // Perforce labels become tags
+    // A change that integrates everything of another stream up to one of
+    // its changes becomes a merge commit.
+    bool bMerges = true;
     // Failures of the module's commands that lose history are warnings,
     // and the module goes on as it does alone.
     bool bKeepGoing = false;

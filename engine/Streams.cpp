@@ -46,6 +46,7 @@ void PlaceStreams(TStreams& atStreams, const std::string& strWorkspace)
 bool TakeEarlierCommits(TStream& tStream, const std::vector<TGitCommit>& atLog, std::string& strError)
 {
     tStream.atEarlier.clear();
+    tStream.mapCommits.clear();
     tStream.nLastChange = 0;
     if (atLog.empty())
         return true;
@@ -62,6 +63,7 @@ bool TakeEarlierCommits(TStream& tStream, const std::vector<TGitCommit>& atLog, 
         if (t.strPath != strPattern)
             break;
         tStream.atEarlier.insert(tStream.atEarlier.begin(), {t.tTime, t.strName});
+        tStream.mapCommits[t.nChange] = t.strName;
     }
     return true;
 }

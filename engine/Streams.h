@@ -2,6 +2,7 @@
 // shows them.
 #pragma once
 
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,6 +26,9 @@ struct TStream
     // the stream's commits, oldest first, and the last changelist (0: none).
     std::vector<std::pair<long, std::string>> atEarlier;
     unsigned nLastChange = 0;
+    // The commit of each change: its name (earlier runs) or ":<mark>"
+    // (this run), for the merges of other streams.
+    std::map<unsigned, std::string> mapCommits;
 };
 
 typedef std::vector<TStream> TStreams;

@@ -113,6 +113,7 @@ TEST_F(CEngineTest, StreamsOnlyAndGraph)
               "    s3 [label=\"rel2\\n//depot/rel2\"];\n"
               "    s1 -> s2;\n"
               "    s1 -> s3;\n"
+              "    s2 -> s1 [style=dashed, constraint=false, label=\"merge 9\"];\n"
               "}\n",
               ReadWholeFile(strDot));
     // Nothing was imported: no client was ever made.
