@@ -69,7 +69,10 @@ void CIntegrationIndex::AddIntegration(const TP4Integration& tIntegration)
         return;
     m_mapInto[nStream][tIntegration.nChange].push_back(tIntegration);
     m_mapCoverage[{nStream, tIntegration.strFromFile}].push_back(tIntegration);
-    if (tIntegration.strHow == "branch from" || tIntegration.strHow == "copy from")
+    // What leaves the target as the source was: a branch, a copy, a move,
+    // a deletion.
+    if (tIntegration.strHow == "branch from" || tIntegration.strHow == "copy from" ||
+        tIntegration.strHow == "moved from" || tIntegration.strHow == "delete from")
         m_mapCopies[{tIntegration.strToFile, tIntegration.nToRev}] = {tIntegration.strFromFile, tIntegration.nFromEnd};
 }
 
@@ -209,10 +212,14 @@ std::vector<TIntegration> CIntegrationIndex::Integrations(unsigned int nStream, 
                     const bool bBlocked = tState.Blocks();
                     const TRev* pRev = RevisionAt(strFile, it->first);
                     tState.bDeleted = pRev && pRev->bDeleted;
-                    // A copy of what the target held: it has the file, and
-                    // its deletion must come over.
+                    // A copy of what the target held: the target has the file
+                    // as it is now (what came before it is gone), and its
+                    // deletion must come over.
                     if (IsHeldCopy(strFile, tRevision.second, nSource, nStream, nChange, mapHeld))
+                    {
                         tState.bExisted = tState.bExisted || !tState.bDeleted;
+                        tState.bMissing = false;
+                    }
                     else if (!IsCovered(nStream, strFile, tRevision.second, nChange) &&
                              !(tState.bDeleted && IsCoveredMove(nSource, nStream, strFile, it->first, nChange)))
                         tState.bMissing = true;

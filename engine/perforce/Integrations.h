@@ -50,9 +50,11 @@ bool IsDeleteAction(const std::string& strAction);
 //   that B already held, up to M, is covered by an integration record into
 //   B from that file at C or before (the source revisions after the
 //   record's start up to its end; "ignored" ones count). Not needed are a
-//   revision that is a branch or copy of a file of another stream S whose
-//   change B held already (of B itself: any older one), and one of a file
-//   that did not exist at K and is deleted at M. A move's deletion is
+//   revision that is a branch, copy, move or deletion from a file of another
+//   stream S whose
+//   change B held already (of B itself: any older one), the revisions that
+//   such a copy replaced, and those of a file that did not exist at K and
+//   is deleted at M. A move's deletion is
 //   covered with the move's addition. M is the newest such change before C;
 //   only one after K counts (a merge never moves backwards), and only when
 //   C itself brought some of the revisions after K up to M.

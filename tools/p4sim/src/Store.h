@@ -151,7 +151,7 @@ public:
     // Integration records: each one put with the target's revision; those
     // whose target, or whose source, lies under strPrefix (in depot order);
     // the last source revision integrated from one file into another, or
-    // that came from the target itself (0: none).
+    // that is a branch or copy of the target itself (0: none).
     void PutInteg(const TIntegRec& tInteg);
     std::vector<TIntegRec> IntegsInto(const std::string& strPrefix);
     std::vector<TIntegRec> IntegsFrom(const std::string& strPrefix);

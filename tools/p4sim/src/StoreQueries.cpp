@@ -135,7 +135,7 @@ const char* const s_apszQueries[eQueryCount] = {
     "SELECT to_file,to_rev,from_file,from_start,from_end,how,change FROM integs"
     " WHERE from_file>=? AND from_file<? ORDER BY from_file,from_end,to_file",
     "SELECT MAX(from_end) FROM integs WHERE to_file=? AND from_file=?",
-    "SELECT MAX(to_rev) FROM integs WHERE to_file=? AND from_file=?",
+    "SELECT MAX(to_rev) FROM integs WHERE to_file=? AND from_file=? AND how IN ('branch from','copy from')",
 };
 
 } // namespace
