@@ -113,10 +113,13 @@ void AddOptions(CLI::App& app, TOptions& tOptions, std::vector<std::string>& ast
         ->type_name("FILE");
     app.add_flag("--authors-missing", tOptions.bAuthorsMissing,
                  "list the users of the history that have no name and e-mail address, one a line; import nothing");
-    app.add_flag("--merges,!--no-merges", tOptions.bMerges,
-                 "make a change that brings everything of another stream up to one of its changes a merge commit "
-                 "(the default); a partial integration gets a Perforce-Integrated trailer. The choice is kept in the "
-                 "repository: a run that continues it must make the same");
+    app.add_flag("--merges", tOptions.bMerges,
+                 "make a change that brings everything of another stream up to one of its changes a merge commit, "
+                 "and name what a partial integration took in a Perforce-Integrated trailer (the default); the "
+                 "choice is kept in the repository, and a run that continues it must make the same");
+    app.add_flag_callback(
+        "--no-merges", [&tOptions]() { tOptions.bMerges = false; },
+        "every commit has one parent, integrations or not (without reading them)");
     app.add_flag("--labels", tOptions.bLabels,
                  "make each Perforce label that is one stream's state at one change an annotated tag (with --git)");
     app.add_flag("--keep-going", tOptions.bKeepGoing,
