@@ -48,16 +48,17 @@ void CIntegrationIndex::AddRevision(const TP4Revision& tRevision)
     const unsigned int nStream = StreamOf(tRevision.strFile);
     if (nStream == 0)
         return;
-    TFile& tFile = m_mapFiles[tRevision.strFile];
+    auto itFile = m_mapFiles.emplace(tRevision.strFile, TFile()).first;
+    TFile& tFile = itFile->second;
     tFile.nStream = nStream;
-    const TRev tRev{tRevision.nRev, tRevision.nChange, tRevision.bDeleted};
+    const TRev tRev{tRevision.nRev, tRevision.nChange, tRevision.bDeleted, nullptr};
     auto it = std::lower_bound(tFile.atRevs.begin(), tFile.atRevs.end(), tRev,
                                [](const TRev& tA, const TRev& tB) { return tA.nRev < tB.nRev; });
     if (it != tFile.atRevs.end() && it->nRev == tRev.nRev)
         *it = tRev;
     else
         tFile.atRevs.insert(it, tRev);
-    m_mapByChange[nStream][tRevision.nChange].emplace_back(tRevision.strFile, tRevision.nRev);
+    m_mapByChange[nStream][tRevision.nChange].emplace_back(&itFile->first, tRevision.nRev);
 }
 
 void CIntegrationIndex::AddIntegration(const TP4Integration& tIntegration)
@@ -67,13 +68,22 @@ void CIntegrationIndex::AddIntegration(const TP4Integration& tIntegration)
     const unsigned int nStream = StreamOf(tIntegration.strToFile);
     if (nStream == 0)
         return;
-    m_mapInto[nStream][tIntegration.nChange].push_back(tIntegration);
-    m_mapCoverage[{nStream, tIntegration.strFromFile}].push_back(tIntegration);
+    m_atRecords.push_back(tIntegration);
+    const TP4Integration* pRecord = &m_atRecords.back();
+    m_mapInto[nStream][tIntegration.nChange].push_back(pRecord);
+    m_mapCoverage[{nStream, tIntegration.strFromFile}].push_back(pRecord);
     // What leaves the target as the source was: a branch, a copy, a move,
     // a deletion.
     if (tIntegration.strHow == "branch from" || tIntegration.strHow == "copy from" ||
         tIntegration.strHow == "moved from" || tIntegration.strHow == "delete from")
-        m_mapCopies[{tIntegration.strToFile, tIntegration.nToRev}] = {tIntegration.strFromFile, tIntegration.nFromEnd};
+    {
+        // The stream's revisions come before its records.
+        auto itFile = m_mapFiles.find(tIntegration.strToFile);
+        if (itFile != m_mapFiles.end())
+            for (TRev& t : itFile->second.atRevs)
+                if (t.nRev == tIntegration.nToRev)
+                    t.pCopy = pRecord;
+    }
 }
 
 std::vector<unsigned int> CIntegrationIndex::Changes(unsigned int nStream) const
@@ -113,13 +123,18 @@ bool CIntegrationIndex::IsHeldCopy(const std::string& strFile, unsigned int nRev
                                    unsigned int nStreamB, unsigned int nChange,
                                    const std::map<unsigned int, unsigned int>& mapHeld) const
 {
-    auto it = m_mapCopies.find({strFile, nRev});
-    if (it == m_mapCopies.end())
+    auto it = m_mapFiles.find(strFile);
+    if (it == m_mapFiles.end())
         return false;
-    const unsigned int nSource = StreamOf(it->second.first);
+    auto itRev = std::find_if(it->second.atRevs.begin(), it->second.atRevs.end(),
+                              [nRev](const TRev& t) { return t.nRev == nRev; });
+    if (itRev == it->second.atRevs.end() || !itRev->pCopy)
+        return false;
+    const TP4Integration& tCopy = *itRev->pCopy;
+    const unsigned int nSource = StreamOf(tCopy.strFromFile);
     if (nSource == 0 || nSource == nStreamA)
         return false;
-    const unsigned int nSourceChange = ChangeOf(it->second.first, it->second.second);
+    const unsigned int nSourceChange = ChangeOf(tCopy.strFromFile, tCopy.nFromEnd);
     if (nSource == nStreamB)
         return nSourceChange != 0 && nSourceChange < nChange;
     auto itHeld = mapHeld.find(nSource);
@@ -132,13 +147,14 @@ bool CIntegrationIndex::IsCovered(unsigned int nStreamB, const std::string& strF
     auto it = m_mapCoverage.find({nStreamB, strFile});
     if (it == m_mapCoverage.end())
         return false;
-    for (const TP4Integration& t : it->second)
-        if (t.nChange <= nChange && t.nFromStart < nRev && nRev <= t.nFromEnd)
+    for (const TP4Integration* p : it->second)
+        if (p->nChange <= nChange && p->nFromStart < nRev && nRev <= p->nFromEnd)
             return true;
     return false;
 }
 
-const std::vector<TP4Integration>* CIntegrationIndex::RecordsInto(unsigned int nStream, unsigned int nChange) const
+const std::vector<const TP4Integration*>* CIntegrationIndex::RecordsInto(unsigned int nStream,
+                                                                         unsigned int nChange) const
 {
     auto itStream = m_mapInto.find(nStream);
     if (itStream == m_mapInto.end())
@@ -150,10 +166,10 @@ const std::vector<TP4Integration>* CIntegrationIndex::RecordsInto(unsigned int n
 bool CIntegrationIndex::IsCoveredMove(unsigned int nStreamA, unsigned int nStreamB, const std::string& strFile,
                                       unsigned int nChange, unsigned int nUpTo) const
 {
-    if (const std::vector<TP4Integration>* pRecords = RecordsInto(nStreamA, nChange))
-        for (const TP4Integration& t : *pRecords)
-            if (t.strHow == "moved from" && t.strFromFile == strFile &&
-                IsCovered(nStreamB, t.strToFile, t.nToRev, nUpTo))
+    if (const std::vector<const TP4Integration*>* pRecords = RecordsInto(nStreamA, nChange))
+        for (const TP4Integration* p : *pRecords)
+            if (p->strHow == "moved from" && p->strFromFile == strFile &&
+                IsCovered(nStreamB, p->strToFile, p->nToRev, nUpTo))
                 return true;
     return false;
 }
@@ -162,13 +178,14 @@ std::vector<TIntegration> CIntegrationIndex::Integrations(unsigned int nStream, 
                                                           const std::map<unsigned int, unsigned int>& mapHeld) const
 {
     std::vector<TIntegration> atOut;
-    const std::vector<TP4Integration>* pRecords = RecordsInto(nStream, nChange);
+    const std::vector<const TP4Integration*>* pRecords = RecordsInto(nStream, nChange);
     if (!pRecords)
         return atOut;
     // The changes of each stream whose revisions the change took.
     std::map<unsigned int, std::vector<unsigned int>> mapBySource;
-    for (const TP4Integration& t : *pRecords)
+    for (const TP4Integration* pRecord : *pRecords)
     {
+        const TP4Integration& t = *pRecord;
         const unsigned int nSource = StreamOf(t.strFromFile);
         if (nSource == 0 || nSource == nStream)
             continue;
@@ -201,7 +218,7 @@ std::vector<TIntegration> CIntegrationIndex::Integrations(unsigned int nStream, 
             {
                 for (const auto& tRevision : it->second)
                 {
-                    const std::string& strFile = tRevision.first;
+                    const std::string& strFile = *tRevision.first;
                     auto tInserted = mapState.emplace(strFile, TState());
                     TState& tState = tInserted.first->second;
                     if (tInserted.second)

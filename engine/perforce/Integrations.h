@@ -4,6 +4,7 @@
 // another stream completely up to one of its changes, or took part of it.
 #pragma once
 
+#include <deque>
 #include <map>
 #include <string>
 #include <utility>
@@ -81,6 +82,9 @@ private:
     {
         unsigned int nRev, nChange;
         bool bDeleted;
+        // The record that made it a branch, copy, move or deletion of
+        // another file (null: none).
+        const TP4Integration* pCopy;
     };
     struct TFile
     {
@@ -100,22 +104,22 @@ private:
     // The change of a revision (0: unknown).
     unsigned int ChangeOf(const std::string& strFile, unsigned int nRev) const;
     // The records into the stream at the change (null: none).
-    const std::vector<TP4Integration>* RecordsInto(unsigned int nStream, unsigned int nChange) const;
+    const std::vector<const TP4Integration*>* RecordsInto(unsigned int nStream, unsigned int nChange) const;
     // Whether the revision is the deletion of a move whose addition at the
     // same change is covered.
     bool IsCoveredMove(unsigned int nStreamA, unsigned int nStreamB, const std::string& strFile, unsigned int nChange,
                        unsigned int nUpTo) const;
 
     std::vector<std::pair<std::string, unsigned int>> m_atStreams; // "//depot/main/" and id, longest first
+    // Each file once: the others name it by the key's address.
     std::map<std::string, TFile> m_mapFiles;
     // Each stream's revisions by change: file and revision.
-    std::map<unsigned int, std::map<unsigned int, std::vector<std::pair<std::string, unsigned int>>>> m_mapByChange;
-    // Records into each stream, by change.
-    std::map<unsigned int, std::map<unsigned int, std::vector<TP4Integration>>> m_mapInto;
-    // Records into each stream by source file: change, start and end.
-    std::map<std::pair<unsigned int, std::string>, std::vector<TP4Integration>> m_mapCoverage;
-    // Branches and copies by target file and revision.
-    std::map<std::pair<std::string, unsigned int>, std::pair<std::string, unsigned int>> m_mapCopies;
+    std::map<unsigned int, std::map<unsigned int, std::vector<std::pair<const std::string*, unsigned int>>>>
+        m_mapByChange;
+    // Every record once; each stream's by change, and by source file.
+    std::deque<TP4Integration> m_atRecords;
+    std::map<unsigned int, std::map<unsigned int, std::vector<const TP4Integration*>>> m_mapInto;
+    std::map<std::pair<unsigned int, std::string>, std::vector<const TP4Integration*>> m_mapCoverage;
 };
 
 } // namespace IMP
