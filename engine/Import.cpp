@@ -112,6 +112,9 @@ TSourceOptions CImport::SourceOptions(const TOptions& tOptions)
     t.nRetries = tOptions.nRetries;
     t.fRetryWait = tOptions.fRetryWait;
     t.bQuiet = tOptions.bQuiet;
+    t.strMetadataEncoding = tOptions.strMetadataEncoding;
+    for (const auto& kv : tOptions.atSettings)
+        t.setGivenSettings.insert(kv.first);
     return t;
 }
 

@@ -40,6 +40,8 @@ struct TOptions
     // often, after a wait that starts here and doubles.
     unsigned nRetries = 3;
     double fRetryWait = 1;
+    // The code page of descriptions and names that are not UTF-8.
+    std::string strMetadataEncoding = "cp1252";
 };
 
 // Exit status: 0 done, 1 the migration failed, 2 usage, 128 + N stopped by

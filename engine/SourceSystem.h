@@ -9,6 +9,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,12 @@ struct TSourceOptions
     unsigned nRetries = 3;
     double fRetryWait = 1;
     bool bQuiet = false;
+    // The code page of texts that the source keeps as other bytes than
+    // UTF-8 ("": they pass as they are).
+    std::string strMetadataEncoding = "cp1252";
+    // The provider settings the user gave (the others keep their
+    // defaults, which the source's part may set from what the source says).
+    std::set<std::string> setGivenSettings;
 };
 
 class CSourceSystem

@@ -23,6 +23,7 @@
 #include "Supervisor.h"
 #include "WorkerChannel.h"
 #include "host/ProcessCapture.h"
+#include "perforce/MetadataText.h"
 
 #ifndef ORVANE_IMPORT_VERSION
 #define ORVANE_IMPORT_VERSION "0"
@@ -130,6 +131,15 @@ void AddOptions(CLI::App& app, TOptions& tOptions, std::vector<std::string>& ast
         ->type_name("SECONDS")
         ->check(CLI::Range(0.0, 3600.0))
         ->default_val(1);
+    app.add_option("--metadata-encoding", tOptions.strMetadataEncoding,
+                   "the code page of change descriptions, user and full names that are not UTF-8 (a server "
+                   "without unicode keeps the bytes its clients sent): they are decoded from it, never dropped")
+        ->type_name("ENCODING")
+        ->check([](const std::string& str) {
+            return ORVANE::IMP::CMetadataDecoder::IsKnown(str) ? std::string()
+                                                               : "unknown encoding '" + str + "' (see iconv -l)";
+        })
+        ->default_val("cp1252");
     app.add_option("--stats", tOptions.strStats,
                    "write figures of the run (time in p4 commands and in the engine, CPU, memory) as JSON")
         ->type_name("FILE");

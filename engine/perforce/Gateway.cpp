@@ -231,6 +231,8 @@ int CP4Gateway::Pass(VCM::IChildRun& rRun)
     int nStatus = RunWithRetries(rRun, tCommand, strOutput, strProblem);
     if (!strProblem.empty())
         m_strLastFailure = "'" + CommandText(astrArgs) + "' failed: " + strProblem;
+    else if (tCommand.bMarshalled && !m_bUnicodeServer)
+        DecodeMetadata(rRun, strOutput);
 
     if (IsModuleListing(tCommand))
     {
@@ -262,6 +264,29 @@ int CP4Gateway::Pass(VCM::IChildRun& rRun)
     else if (tCommand.bMarshalled && tCommand.strName == "branches" && !strProblem.empty())
         m_atUnreadBranches.emplace_back(std::string(), m_strLastFailure);
     return nStatus;
+}
+
+void CP4Gateway::DecodeMetadata(VCM::IChildRun& rRun, std::string& strOutput)
+{
+    // Output of ASCII alone (nearly all) holds nothing to decode.
+    bool bHigh = false;
+    for (char c : strOutput)
+        bHigh = bHigh || (static_cast<unsigned char>(c) & 0x80) != 0;
+    if (!bHigh)
+        return;
+    unsigned nDecoded = 0;
+    std::string strNew;
+    const bool bRead = RewriteMarshalled(strOutput, strNew, [&](const std::string& strKey, std::string& strValue) {
+        if (!CMetadataDecoder::IsMetadataKey(strKey) || !m_cDecoder.ToUtf8(strValue))
+            return false;
+        ++nDecoded;
+        return true;
+    });
+    if (!bRead || nDecoded == 0)
+        return;
+    m_nDecoded += nDecoded;
+    strOutput.swap(strNew);
+    rRun.SetOutput(strOutput);
 }
 
 void CP4Gateway::FilterListing(VCM::IChildRun& rRun, const std::string& strOutput)

@@ -19,6 +19,7 @@
 
 #include "host/ProcessCapture.h"
 #include "perforce/EscapedNames.h"
+#include "perforce/MetadataText.h"
 
 namespace ORVANE {
 namespace IMP {
@@ -65,6 +66,9 @@ public:
     {
         unsigned nRetries = 3;
         double fFirstWait = 1; // seconds; doubled for each further try
+        // The code page of texts that are not UTF-8 ("": they pass as
+        // they are).
+        std::string strMetadataEncoding;
     };
 
     // strP4: the p4 client the module and the engine run (its commands are
@@ -98,6 +102,11 @@ public:
     // far (in the order met, each once).
     const std::vector<std::string>& RefusedNames() const { return m_astrRefused; }
 
+    // A server with unicode enabled sends UTF-8 only: nothing to decode.
+    void SetUnicodeServer(bool bUnicode) { m_bUnicodeServer = bUnicode; }
+    // How many texts were decoded from the code page.
+    unsigned DecodedTexts() const { return m_nDecoded; }
+
     unsigned Retried() const { return m_nRetried; }
     unsigned Recovered() const { return m_nRecovered; }
     unsigned PendingLeftOut() const { return m_nPendingLeftOut; }
@@ -110,6 +119,8 @@ private:
     bool Wait(unsigned nTry) const;
     // Leaves pending and shelved changes out of a listing.
     void FilterListing(VCM::IChildRun& rRun, const std::string& strOutput);
+    // Hands texts that are not UTF-8 on as UTF-8.
+    void DecodeMetadata(VCM::IChildRun& rRun, std::string& strOutput);
     // Refuses a description that names a file the module cannot read.
     int CheckDescription(VCM::IChildRun& rRun, const std::string& strOutput, int nStatus);
 
@@ -128,6 +139,9 @@ private:
     // Whether the server has answered a command of this run: a connection
     // that could never be made is no dropped one, and is not tried again.
     bool m_bServerAnswered = false;
+    bool m_bUnicodeServer = false;
+    CMetadataDecoder m_cDecoder{m_tPolicy.strMetadataEncoding};
+    unsigned m_nDecoded = 0;
     unsigned m_nRetried = 0;
     unsigned m_nRecovered = 0;
     unsigned m_nPendingLeftOut = 0;

@@ -159,6 +159,54 @@ bool CMarshalDecoder::Feed(const char* pData, size_t nSize, const TRangeCallback
     return true;
 }
 
+bool RewriteMarshalled(const std::string& strIn, std::string& strOut,
+                       const std::function<bool(const std::string& strKey, std::string& strValue)>& fnValue)
+{
+    strOut.clear();
+    strOut.reserve(strIn.size());
+    std::string strError;
+    size_t nPos = 0;
+    while (nPos < strIn.size())
+    {
+        if (strIn[nPos] != '{')
+            return false;
+        strOut += '{';
+        ++nPos;
+        for (;;)
+        {
+            if (nPos >= strIn.size())
+                return false;
+            if (strIn[nPos] == '0')
+            {
+                strOut += '0';
+                ++nPos;
+                break;
+            }
+            std::string strKey, strValue;
+            const size_t nKey = nPos;
+            if (ReadValue(strIn, nPos, strKey, strError) <= 0)
+                return false;
+            strOut.append(strIn, nKey, nPos - nKey);
+            const size_t nValue = nPos;
+            const char cType = strIn[nValue];
+            if (ReadValue(strIn, nPos, strValue, strError) <= 0)
+                return false;
+            const bool bString = cType == 's' || cType == 't' || cType == 'u';
+            if (bString && fnValue(strKey, strValue))
+            {
+                const uint32_t n = static_cast<uint32_t>(strValue.size());
+                strOut += cType;
+                for (int i = 0; i < 4; ++i)
+                    strOut += static_cast<char>((n >> (8 * i)) & 0xFF);
+                strOut += strValue;
+            }
+            else
+                strOut.append(strIn, nValue, nPos - nValue);
+        }
+    }
+    return true;
+}
+
 std::string RecordValue(const TP4Record& tRecord, const char* pszKey)
 {
     auto it = tRecord.find(pszKey);

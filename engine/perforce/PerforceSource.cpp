@@ -60,12 +60,14 @@ CPerforceSource::~CPerforceSource()
 void CPerforceSource::Start(MCE::CProvider& cProvider, const std::map<std::string, std::string>& mapSettings)
 {
     m_pProvider = &cProvider;
+    m_bCaseInsensitive = Setting(mapSettings, "CaseInsensitive") == "1";
     m_strP4 = Setting(mapSettings, "P4Path");
     m_strRootPath = Setting(mapSettings, "RootPath");
     m_strIgnoredBranches = Setting(mapSettings, "IgnoredBranches");
     CP4Gateway::TPolicy tPolicy;
     tPolicy.nRetries = m_tOptions.nRetries;
     tPolicy.fFirstWait = m_tOptions.fRetryWait;
+    tPolicy.strMetadataEncoding = m_tOptions.strMetadataEncoding;
     m_pGateway.reset(new CP4Gateway(m_strP4, tPolicy, m_cNames));
     if (!m_tOptions.bQuiet)
         m_pGateway->SetNotice([this](const std::string& str) { Say("warning: " + str); });
@@ -85,7 +87,16 @@ std::function<unsigned int()> CPerforceSource::ChangeNumbers() const
 void CPerforceSource::CheckSource(CAuthors& cAuthors)
 {
     const CServerChecks cChecks(m_strP4);
-    cChecks.CheckConnection();
+    const TP4Record tInfo = cChecks.CheckConnection();
+    m_pGateway->SetUnicodeServer(RecordValue(tInfo, "unicode") == "enabled");
+    // The module compares paths without case unless told otherwise; the
+    // server says how it compares them.
+    const std::string strCase = RecordValue(tInfo, "caseHandling");
+    if (!strCase.empty() && m_tOptions.setGivenSettings.count("CaseInsensitive") == 0)
+    {
+        m_bCaseInsensitive = strCase == "insensitive";
+        m_pProvider->SetProperty(L"CaseInsensitive", m_bCaseInsensitive ? L"1" : L"0");
+    }
     cChecks.ReadUsers(cAuthors);
 }
 

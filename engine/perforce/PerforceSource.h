@@ -59,7 +59,9 @@ private:
     std::string m_strP4;
     std::string m_strRootPath;
     std::string m_strIgnoredBranches;
-    const MCE::CProvider* m_pProvider = nullptr;
+    MCE::CProvider* m_pProvider = nullptr;
+    // Whether the server compares paths without case.
+    bool m_bCaseInsensitive = true;
     const TStreams* m_pStreams = nullptr;
     CEscapedNames m_cNames;
     std::unique_ptr<CP4Gateway> m_pGateway;

@@ -292,3 +292,65 @@ TEST_F(CGatewayTest, AFailureRecordOfASuccessfulCommandCounts)
     m_cGateway.ForgetFailure();
     EXPECT_EQ("", m_cGateway.LastFailure());
 }
+
+TEST(MetadataText, Utf8IsRecognised)
+{
+    EXPECT_TRUE(IsUtf8("plain"));
+    EXPECT_TRUE(IsUtf8("caf\xC3\xA9 \xE6\x97\xA5 \xF0\x9F\x98\x80"));
+    EXPECT_FALSE(IsUtf8("caf\xE9"));
+    EXPECT_FALSE(IsUtf8("\xC0\xAF"));         // overlong '/'
+    EXPECT_FALSE(IsUtf8("\xED\xA0\x80"));     // a surrogate
+    EXPECT_FALSE(IsUtf8("\xF4\x90\x80\x80")); // beyond U+10FFFF
+    EXPECT_FALSE(IsUtf8("\xE6\x97"));         // cut short
+}
+
+TEST(MetadataText, TextsOfACodePageBecomeUtf8)
+{
+    const CMetadataDecoder cDecoder("cp1252");
+    std::string str = "Ren\xE9 M\xFCller \x80 \x93quoted\x94";
+    EXPECT_TRUE(cDecoder.ToUtf8(str));
+    EXPECT_EQ("Ren\xC3\xA9 M\xC3\xBCller \xE2\x82\xAC \xE2\x80\x9Cquoted\xE2\x80\x9D", str);
+    // 0x81 is not defined in Windows-1252: it is replaced, not dropped.
+    str = "a\x81z";
+    EXPECT_TRUE(cDecoder.ToUtf8(str));
+    EXPECT_EQ("a\xEF\xBF\xBDz", str);
+    // UTF-8 stays as it is.
+    str = "caf\xC3\xA9";
+    EXPECT_FALSE(cDecoder.ToUtf8(str));
+    EXPECT_EQ("caf\xC3\xA9", str);
+    // Without an encoding nothing is decoded.
+    str = "caf\xE9";
+    EXPECT_FALSE(CMetadataDecoder().ToUtf8(str));
+    EXPECT_EQ("caf\xE9", str);
+    EXPECT_TRUE(CMetadataDecoder::IsKnown("latin1"));
+    EXPECT_FALSE(CMetadataDecoder::IsKnown("no-such-encoding"));
+    EXPECT_FALSE(CMetadataDecoder::IsKnown(""));
+}
+
+TEST_F(CGatewayTest, DescriptionsAndNamesInACodePageReachTheModuleAsUtf8)
+{
+    const auto fnDescribe = [](const char* pszDesc, const char* pszUser) {
+        return MarshalRecord({{"code", "stat"},
+                              {"change", "7"},
+                              {"user", pszUser},
+                              {"desc", pszDesc},
+                              {"depotFile0", "//depot/main/caf\xE9.txt"},
+                              {"action0", "add"},
+                              {"type0", "text"},
+                              {"rev0", "1"}});
+    };
+    CEscapedNames cNames;
+    CP4Gateway::TPolicy tPolicy = Policy();
+    tPolicy.strMetadataEncoding = "cp1252";
+    CP4Gateway cDecoding(s_pszP4, tPolicy, cNames);
+    ORVANE::VCM::CProcessCapture::SetGateway(&cDecoding);
+    Answer("describe", fnDescribe("Caf\xE9 cr\xE8me\n", "ren\xE9"));
+    const TRun t = Run({s_pszP4, "-G", "describe", "7"});
+    EXPECT_EQ(0, t.nStatus);
+    // The file name keeps its bytes: git gets it as the server has it.
+    EXPECT_EQ(fnDescribe("Caf\xC3\xA9 cr\xC3\xA8me\n", "ren\xC3\xA9"), t.strOut);
+    EXPECT_EQ(2u, cDecoding.DecodedTexts());
+    // A server with unicode enabled sends UTF-8: nothing is touched.
+    cDecoding.SetUnicodeServer(true);
+    EXPECT_EQ(fnDescribe("Caf\xE9 cr\xE8me\n", "ren\xE9"), Run({s_pszP4, "-G", "describe", "7"}).strOut);
+}
