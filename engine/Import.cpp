@@ -351,9 +351,8 @@ std::string CImport::Finish()
         WorkerChannel().Send(EVENT::pszPhase, "labels");
         strLabels = m_pSource->ImportLabels(m_atStreams, m_tOptions.strGit, m_cAuthors, Report());
     }
-    const std::string strSummary = m_pSource->Summary();
-    if (!strSummary.empty() && !m_tOptions.bQuiet)
-        Say(strSummary);
+    for (const std::string& str : m_pSource->Summary(m_tOptions.bQuiet))
+        Say(str);
     if (m_pGit && m_pGit->Continued() && m_cProgress.Done() == 0)
         return "nothing new: the branches in " + m_tOptions.strGit + " hold every change of the " +
                std::to_string(m_atStreams.size()) + " streams" + strLabels;
@@ -398,6 +397,7 @@ void CImport::ReleaseProvider(int nStatus)
     const std::string strLog = Utf8(pProvider->GetLogPath());
     if (!strLog.empty())
     {
+        AppendToLog(strLog, m_pSource->LogLines());
         if (!m_tOptions.strLog.empty())
         {
             if (!MoveLog(strLog, m_tOptions.strLog))

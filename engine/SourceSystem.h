@@ -100,8 +100,15 @@ public:
         (void)atStreams, (void)strGitDir, (void)cAuthors, (void)pOut;
         return std::string();
     }
-    // What the user should know at the end ("" when nothing).
-    virtual std::string Summary() const { return std::string(); }
+    // What the user should know at the end, one line each (with bQuiet
+    // only what is missing from git).
+    virtual std::vector<std::string> Summary(bool bQuiet) const
+    {
+        (void)bQuiet;
+        return std::vector<std::string>();
+    }
+    // Lines for the end of the import log.
+    virtual std::vector<std::string> LogLines() const { return std::vector<std::string>(); }
 
 protected:
     void Say(const std::string& str) const

@@ -2,11 +2,13 @@
 
 #include <time.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <limits>
+#include <set>
 
 #include "Text.h"
 #include "WorkerChannel.h"
@@ -251,7 +253,7 @@ int CP4Gateway::Pass(VCM::IChildRun& rRun)
     {
         const unsigned int nChange = ChangeNumber(tCommand.astrArgs[0]);
         if (strProblem.empty())
-            nStatus = CheckDescription(rRun, strOutput, nStatus);
+            nStatus = CheckDescription(rRun, strOutput, nStatus, nChange);
         else
             m_atLost.push_back(
                 TLostCommand{TLostCommand::eDescribe, CommandText(astrArgs), strProblem, m_strListing, nChange});
@@ -310,37 +312,78 @@ void CP4Gateway::FilterListing(VCM::IChildRun& rRun, const std::string& strOutpu
     rRun.SetOutput(strKept);
 }
 
-int CP4Gateway::CheckDescription(VCM::IChildRun& rRun, const std::string& strOutput, int nStatus)
+namespace {
+
+// "action12" -> "action" and "12"; false for a key without a number.
+bool SplitNumberedKey(const std::string& strKey, std::string& strName, std::string& strNumber)
+{
+    size_t n = strKey.size();
+    while (n > 0 && strKey[n - 1] >= '0' && strKey[n - 1] <= '9')
+        --n;
+    if (n == strKey.size() || n == 0)
+        return false;
+    strName = strKey.substr(0, n);
+    strNumber = strKey.substr(n);
+    return true;
+}
+
+} // namespace
+
+int CP4Gateway::CheckDescription(VCM::IChildRun& rRun, std::string& strOutput, int nStatus, unsigned int nChange)
 {
     std::vector<std::string> astrNever;
+    std::set<std::string> setGone; // the numbers of the file entries left out
     CMarshalDecoder cDecoder;
     cDecoder.Feed(strOutput.data(), strOutput.size(), [&](const TP4Record& t) {
         for (const auto& kv : t)
         {
-            if (kv.first.compare(0, 9, "depotFile") != 0)
+            std::string strName, strNumber;
+            if (!SplitNumberedKey(kv.first, strName, strNumber))
                 continue;
-            const size_t nBefore = m_cNames.GetNeverEnding().size();
-            m_cNames.Add(kv.second);
-            if (m_cNames.GetNeverEnding().size() != nBefore)
-                astrNever.push_back(kv.second);
+            if (strName == "depotFile")
+            {
+                const size_t nBefore = m_cNames.GetNeverEnding().size();
+                m_cNames.Add(kv.second);
+                if (m_cNames.GetNeverEnding().size() != nBefore)
+                    astrNever.push_back(kv.second);
+            }
+            else if (strName == "action" && (kv.second == "purge" || kv.second == "archive"))
+            {
+                setGone.insert(strNumber);
+                m_atGone.push_back(TGoneRevision{RecordValue(t, ("depotFile" + strNumber).c_str()),
+                                                 ChangeNumber(RecordValue(t, ("rev" + strNumber).c_str())), nChange,
+                                                 kv.second});
+            }
         }
         return true;
     });
-    if (astrNever.empty())
-        return nStatus;
-    // The module would spin for ever on the name: it must not see it.
-    for (const std::string& str : astrNever)
+    if (!astrNever.empty())
     {
-        bool bKnown = false;
-        for (const std::string& strRefused : m_astrRefused)
-            bKnown = bKnown || strRefused == str;
-        if (!bKnown)
-            m_astrRefused.push_back(str);
+        // The module would spin for ever on the name: it must not see it.
+        for (const std::string& str : astrNever)
+            if (std::find(m_astrRefused.begin(), m_astrRefused.end(), str) == m_astrRefused.end())
+                m_astrRefused.push_back(str);
+        rRun.SetOutput(std::string());
+        rRun.SetError("orvane-import: the migration module cannot read the depot file name '" + astrNever[0] + "'\n");
+        m_strLastFailure.clear();
+        return 1;
     }
-    rRun.SetOutput(std::string());
-    rRun.SetError("orvane-import: the migration module cannot read the depot file name '" + astrNever[0] + "'\n");
-    m_strLastFailure.clear();
-    return 1;
+    if (setGone.empty())
+        return nStatus;
+    // The module stops reading a description at the first action it does
+    // not know: without these entries it reads every other file.
+    std::string strNew;
+    if (DropMarshalledPairs(strOutput, strNew, [&setGone](const std::string& strKey) {
+            std::string strName, strNumber;
+            return SplitNumberedKey(strKey, strName, strNumber) && setGone.count(strNumber) != 0 &&
+                   (strName == "depotFile" || strName == "action" || strName == "type" || strName == "rev" ||
+                    strName == "fileSize" || strName == "digest");
+        }))
+    {
+        strOutput.swap(strNew);
+        rRun.SetOutput(strOutput);
+    }
+    return nStatus;
 }
 
 std::vector<TLostCommand> CP4Gateway::TakeLost()

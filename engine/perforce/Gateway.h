@@ -59,6 +59,16 @@ struct TLostCommand
     unsigned int nChange = 0;
 };
 
+// A revision that a description names but the server no longer has the
+// content of (purged, or archived to other storage).
+struct TGoneRevision
+{
+    std::string strDepotFile; // as the server writes it
+    unsigned int nRevision = 0;
+    unsigned int nChange = 0;
+    std::string strAction; // "purge" or "archive"
+};
+
 class CP4Gateway : public VCM::IProcessGateway
 {
 public:
@@ -107,6 +117,10 @@ public:
     // How many texts were decoded from the code page.
     unsigned DecodedTexts() const { return m_nDecoded; }
 
+    // The purged and archived revisions the module's descriptions named,
+    // left out of what it read so that it reads the rest of the change.
+    const std::vector<TGoneRevision>& GoneRevisions() const { return m_atGone; }
+
     unsigned Retried() const { return m_nRetried; }
     unsigned Recovered() const { return m_nRecovered; }
     unsigned PendingLeftOut() const { return m_nPendingLeftOut; }
@@ -121,8 +135,9 @@ private:
     void FilterListing(VCM::IChildRun& rRun, const std::string& strOutput);
     // Hands texts that are not UTF-8 on as UTF-8.
     void DecodeMetadata(VCM::IChildRun& rRun, std::string& strOutput);
-    // Refuses a description that names a file the module cannot read.
-    int CheckDescription(VCM::IChildRun& rRun, const std::string& strOutput, int nStatus);
+    // Refuses a description that names a file the module cannot read, and
+    // leaves out the revisions whose content is gone.
+    int CheckDescription(VCM::IChildRun& rRun, std::string& strOutput, int nStatus, unsigned int nChange);
 
     std::string m_strP4;
     TPolicy m_tPolicy;
@@ -132,6 +147,7 @@ private:
     std::vector<TLostCommand> m_atLost;
     std::vector<std::pair<std::string, std::string>> m_atUnreadBranches;
     std::vector<std::string> m_astrRefused;
+    std::vector<TGoneRevision> m_atGone;
     std::string m_strLastFailure;
     // The path whose changes the module lists now: its descriptions
     // belong to it.

@@ -159,8 +159,19 @@ bool CMarshalDecoder::Feed(const char* pData, size_t nSize, const TRangeCallback
     return true;
 }
 
-bool RewriteMarshalled(const std::string& strIn, std::string& strOut,
-                       const std::function<bool(const std::string& strKey, std::string& strValue)>& fnValue)
+namespace {
+
+enum TPairFate
+{
+    ePairKept,
+    ePairReplaced,
+    ePairDropped
+};
+
+// Copies a stream of marshalled dictionaries; fnPair decides of each pair
+// whose value is a string.
+bool CopyMarshalled(const std::string& strIn, std::string& strOut,
+                    const std::function<TPairFate(const std::string& strKey, std::string& strValue)>& fnPair)
 {
     strOut.clear();
     strOut.reserve(strIn.size());
@@ -186,13 +197,16 @@ bool RewriteMarshalled(const std::string& strIn, std::string& strOut,
             const size_t nKey = nPos;
             if (ReadValue(strIn, nPos, strKey, strError) <= 0)
                 return false;
-            strOut.append(strIn, nKey, nPos - nKey);
             const size_t nValue = nPos;
             const char cType = strIn[nValue];
             if (ReadValue(strIn, nPos, strValue, strError) <= 0)
                 return false;
             const bool bString = cType == 's' || cType == 't' || cType == 'u';
-            if (bString && fnValue(strKey, strValue))
+            const TPairFate eFate = bString ? fnPair(strKey, strValue) : ePairKept;
+            if (eFate == ePairDropped)
+                continue;
+            strOut.append(strIn, nKey, nValue - nKey);
+            if (eFate == ePairReplaced)
             {
                 const uint32_t n = static_cast<uint32_t>(strValue.size());
                 strOut += cType;
@@ -205,6 +219,24 @@ bool RewriteMarshalled(const std::string& strIn, std::string& strOut,
         }
     }
     return true;
+}
+
+} // namespace
+
+bool RewriteMarshalled(const std::string& strIn, std::string& strOut,
+                       const std::function<bool(const std::string& strKey, std::string& strValue)>& fnValue)
+{
+    return CopyMarshalled(strIn, strOut, [&fnValue](const std::string& strKey, std::string& strValue) {
+        return fnValue(strKey, strValue) ? ePairReplaced : ePairKept;
+    });
+}
+
+bool DropMarshalledPairs(const std::string& strIn, std::string& strOut,
+                         const std::function<bool(const std::string& strKey)>& fnDrop)
+{
+    return CopyMarshalled(strIn, strOut, [&fnDrop](const std::string& strKey, std::string&) {
+        return fnDrop(strKey) ? ePairDropped : ePairKept;
+    });
 }
 
 std::string RecordValue(const TP4Record& tRecord, const char* pszKey)

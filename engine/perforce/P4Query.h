@@ -55,6 +55,11 @@ private:
 bool RewriteMarshalled(const std::string& strIn, std::string& strOut,
                        const std::function<bool(const std::string& strKey, std::string& strValue)>& fnValue);
 
+// The same, leaving out the pairs (with string values) whose key fnDrop
+// names.
+bool DropMarshalledPairs(const std::string& strIn, std::string& strOut,
+                         const std::function<bool(const std::string& strKey)>& fnDrop);
+
 // An "error" record of severity 3 or more (or of none): a failure, not a
 // warning.
 bool IsFailureRecord(const TP4Record& tRecord);

@@ -316,13 +316,45 @@ std::string CPerforceSource::ImportLabels(const TStreams& atStreams, const std::
     return ", " + std::to_string(nTags) + " of " + std::to_string(atOutcomes.size()) + " labels as tags";
 }
 
-std::string CPerforceSource::Summary() const
+namespace {
+
+std::string GoneText(const TGoneRevision& t)
 {
-    if (!m_pGateway || m_pGateway->Recovered() == 0)
-        return std::string();
-    const unsigned n = m_pGateway->Recovered();
-    return std::to_string(n) + (n == 1 ? " p4 command" : " p4 commands") +
-           " failed on the way to the server and succeeded when tried again";
+    return t.strDepotFile + "#" + std::to_string(t.nRevision) + " of change " + std::to_string(t.nChange);
+}
+
+} // namespace
+
+std::vector<std::string> CPerforceSource::Summary(bool bQuiet) const
+{
+    std::vector<std::string> astr;
+    if (!m_pGateway)
+        return astr;
+    const unsigned nRecovered = m_pGateway->Recovered();
+    if (nRecovered != 0 && !bQuiet)
+        astr.push_back(std::to_string(nRecovered) + (nRecovered == 1 ? " p4 command" : " p4 commands") +
+                       " failed on the way to the server and succeeded when tried again");
+    // What git lacks is told even to a quiet run.
+    const std::vector<TGoneRevision>& atGone = m_pGateway->GoneRevisions();
+    if (!atGone.empty())
+    {
+        std::string str = std::to_string(atGone.size()) + (atGone.size() == 1 ? " revision is" : " revisions are") +
+                          " purged or archived on the server and left out of the commits: ";
+        for (size_t i = 0; i < atGone.size() && i < 3; ++i)
+            str += (i ? ", " : "") + GoneText(atGone[i]);
+        astr.push_back(str + (atGone.size() > 3 ? ", ... (each in the import log)" : " (each in the import log)"));
+    }
+    return astr;
+}
+
+std::vector<std::string> CPerforceSource::LogLines() const
+{
+    std::vector<std::string> astr;
+    if (m_pGateway)
+        for (const TGoneRevision& t : m_pGateway->GoneRevisions())
+            astr.push_back("orvane-import: left out of its commit: " + GoneText(t) + " (" +
+                           (t.strAction == "purge" ? "purged" : "archived") + " on the server)");
+    return astr;
 }
 
 } // namespace IMP

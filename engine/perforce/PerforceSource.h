@@ -40,7 +40,8 @@ public:
     bool HasLabels() const override { return true; }
     std::string ImportLabels(const TStreams& atStreams, const std::string& strGitDir, const CAuthors& cAuthors,
                              std::FILE* pOut) override;
-    std::string Summary() const override;
+    std::vector<std::string> Summary(bool bQuiet) const override;
+    std::vector<std::string> LogLines() const override;
 
 private:
     // Ends the run for commands of the module that lost history, or (with

@@ -354,3 +354,37 @@ TEST_F(CGatewayTest, DescriptionsAndNamesInACodePageReachTheModuleAsUtf8)
     cDecoding.SetUnicodeServer(true);
     EXPECT_EQ(fnDescribe("Caf\xE9 cr\xE8me\n", "ren\xE9"), Run({s_pszP4, "-G", "describe", "7"}).strOut);
 }
+
+TEST_F(CGatewayTest, PurgedAndArchivedRevisionsLeaveTheDescription)
+{
+    const auto fnItem = [](const char* pszNumber, const char* pszFile, const char* pszAction, const char* pszRev) {
+        const std::string strNumber = pszNumber;
+        return std::vector<std::pair<std::string, std::string>>{{"depotFile" + strNumber, pszFile},
+                                                                {"action" + strNumber, pszAction},
+                                                                {"type" + strNumber, "binary+S"},
+                                                                {"rev" + strNumber, pszRev}};
+    };
+    std::vector<std::pair<std::string, std::string>> atAll = {{"code", "stat"}, {"change", "7"}, {"desc", "Mixed\n"}};
+    std::vector<std::pair<std::string, std::string>> atKept = atAll;
+    for (const auto& at :
+         {fnItem("0", "//depot/main/a.txt", "edit", "2"), fnItem("1", "//depot/main/big.bin", "purge", "3"),
+          fnItem("2", "//depot/main/old.bin", "archive", "1"), fnItem("3", "//depot/main/c.txt", "add", "1")})
+    {
+        atAll.insert(atAll.end(), at.begin(), at.end());
+        if (at[1].second != "purge" && at[1].second != "archive")
+            atKept.insert(atKept.end(), at.begin(), at.end());
+    }
+    Answer("describe", MarshalRecord(atAll));
+    const TRun t = Run({s_pszP4, "-G", "describe", "7"});
+    EXPECT_EQ(0, t.nStatus);
+    EXPECT_EQ(MarshalRecord(atKept), t.strOut);
+    const std::vector<TGoneRevision>& at = m_cGateway.GoneRevisions();
+    ASSERT_EQ(2u, at.size());
+    EXPECT_EQ("//depot/main/big.bin", at[0].strDepotFile);
+    EXPECT_EQ(3u, at[0].nRevision);
+    EXPECT_EQ(7u, at[0].nChange);
+    EXPECT_EQ("purge", at[0].strAction);
+    EXPECT_EQ("//depot/main/old.bin", at[1].strDepotFile);
+    EXPECT_EQ(1u, at[1].nRevision);
+    EXPECT_EQ("archive", at[1].strAction);
+}
