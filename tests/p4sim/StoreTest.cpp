@@ -81,6 +81,7 @@ const std::map<TQuery, std::vector<std::string>> kPlans = {
     {ORVANE::P4SIM::eQueryOpenedUnder,
      {"SEARCH opened USING COVERING INDEX opened_by_file (depot_file>? AND depot_file<?)"}},
     {ORVANE::P4SIM::eQueryOpenedDeleteChange, {"SEARCH opened USING PRIMARY KEY (change=?)"}},
+    {ORVANE::P4SIM::eQueryRevSetAction, {"SEARCH revs USING PRIMARY KEY (depot_file=? AND rev=?)"}},
 };
 
 class StoreTest : public ::testing::Test
