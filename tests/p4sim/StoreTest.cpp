@@ -128,3 +128,16 @@ TEST_F(StoreTest, TheLogIsEmptyAfterEveryWrite)
     ASSERT_EQ(r.out, "Client ws deleted.\n");
     EXPECT_EQ(WalSize(), 0);
 }
+
+TEST(StoreCaseTest, AnInsensitiveServerAnswersEveryQueryThroughAnIndexToo)
+{
+    SimServer sim;
+    sim.Load(R"({"caseHandling": "insensitive", "changes": [{"files": [
+        {"path": "//depot/Main/a.c", "action": "add", "content": "a\n"}]}]})");
+    CStore store(sim.ServerDir());
+    for (int n = 0; n < ORVANE::P4SIM::eQueryCount; ++n)
+    {
+        TQuery query = TQuery(n);
+        EXPECT_EQ(store.QueryPlan(query), kPlans.at(query)) << ORVANE::P4SIM::QueryText(query);
+    }
+}
