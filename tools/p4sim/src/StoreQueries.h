@@ -61,6 +61,7 @@ enum TQuery
     eQueryOpenedOfChange,
     eQueryOpenedUnder,
     eQueryOpenedDeleteChange,
+    eQueryRevSetAction,
     eQueryCount
 };
 
@@ -76,6 +77,10 @@ extern const char* const g_pszLabelsSchema;
 // The files opened in pending and shelved changes, for servers made before
 // they existed.
 extern const char* const g_pszOpenedSchema;
+// The tables with file paths again, empty, their paths compared without
+// ASCII case (SQLite's NOCASE): for a server whose case handling is
+// insensitive, made so before it has any revision.
+extern const char* const g_pszCaseInsensitiveSchema;
 
 } // namespace P4SIM
 } // namespace ORVANE
