@@ -3,6 +3,8 @@
 // limits, expired tickets, a file and a folder of one name. Each run is
 // checked end to end: git's history, the exit status and what the user is
 // told.
+#include <sys/stat.h>
+
 #include <fstream>
 
 #include "EngineHarness.h"
@@ -296,6 +298,34 @@ TEST_F(CRealServerTest, AFileAndAFolderOfOneNameAreNamed)
                   "the folder of 'main/lib/passwd': " +
                       strWorkspace + "/depot/main/lib is not a directory (a file of the synced files)"}),
               MessageLines(r.strErr));
+    ExpectCleanedUp(strWorkspace);
+}
+
+// The same with lib a symbolic link to a folder outside the workspace:
+// nothing is written there, and the run stops naming the sync.
+TEST_F(CRealServerTest, AFileBelowASymbolicLinkOfTheDepotIsNeverWrittenThroughIt)
+{
+    const std::string strVictim = m_strTemp + "/victim";
+    ASSERT_EQ(0, mkdir(strVictim.c_str(), 0755));
+    nlohmann::json jLink = File("//depot/main/lib", "add", strVictim.c_str());
+    jLink["type"] = "symlink";
+    Load({{"users", s_jUsers},
+          {"changes", nlohmann::json::array(
+                          {Change(1200000000, "Add", {File("//depot/main/a.txt", "add", "a\n")}),
+                           Change(1200000100, "Both", {jLink, File("//depot/main/lib/passwd", "add", "root\n")})})}});
+    const std::string strWorkspace = m_strTemp + "/ws";
+    const TResult r = Import({"--git", m_strGit, "--quiet", "--retry-wait", "0", "--workspace", strWorkspace});
+    EXPECT_EQ(1, r.nStatus);
+    EXPECT_EQ((std::vector<std::string>{"orvane-import: error: change 2 of stream depot cannot be synced: '" +
+                                            std::string(ENGINETEST_P4SIM) + " sync " + strWorkspace +
+                                            "/depot/...@2' failed: " + strWorkspace +
+                                            "/depot/main/lib/passwd: cannot be written through the symbolic link " +
+                                            strWorkspace + "/depot/main/lib",
+                                        "Nothing was written for this change; the changes before it are in git. Run "
+                                        "again to continue from there, or give --keep-going to import without what "
+                                        "failed."}),
+              MessageLines(r.strErr));
+    EXPECT_EQ(std::set<std::string>(), Tree(strVictim));
     ExpectCleanedUp(strWorkspace);
 }
 

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace p4simtest;
@@ -156,6 +157,26 @@ TEST_F(FileTypesTest, ASymlinkIsSyncedAsASymbolicLinkToItsContent)
     r = m_sim.P4({"sync", "//...#none"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_FALSE(Exists(m_ws + "/f"));
+}
+
+// A link "lib" to a folder outside the workspace, and a file "lib/passwd"
+// in the same change: the file is not written through the link.
+TEST_F(FileTypesTest, NoFileIsWrittenThroughASymbolicLinkOfTheDepot)
+{
+    const std::string victim = m_sim.Root() + "/victim";
+    ASSERT_EQ(0, mkdir(victim.c_str(), 0755));
+    m_sim.Load(R"JSON({"changes": [
+      {"user": "jo", "time": 1200000000, "description": "A link and a file below it",
+       "files": [{"path": "//depot/main/lib", "action": "add", "type": "symlink", "content": ")JSON" +
+               victim + R"JSON("},
+                 {"path": "//depot/main/lib/passwd", "action": "add", "content": "root\n"}]}
+    ]})JSON");
+    Client();
+    const Result r = m_sim.P4({"sync", "//...@1"});
+    EXPECT_EQ(1, r.status);
+    EXPECT_EQ(m_ws + "/lib/passwd: cannot be written through the symbolic link " + m_ws + "/lib\n", r.err);
+    EXPECT_EQ(ReadLink(m_ws + "/lib"), victim);
+    EXPECT_FALSE(Exists(victim + "/passwd"));
 }
 
 TEST_F(FileTypesTest, Utf16AndUtf8FilesAreStoredAsUtf8AndWrittenWithAByteOrderMark)

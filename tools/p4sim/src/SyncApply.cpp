@@ -199,6 +199,28 @@ std::string PutLocal(TContext& tContext, const TSyncSettings& tSettings, const T
     return WriteLocal(tAction.strLocal, strData, nMode & ~nUmask, bModTime ? tRev.nModTime : 0);
 }
 
+// The first folder of the local path below the client root that is a
+// symbolic link ("" when there is none): a file of the depot written through
+// it would land outside the workspace (a link "lib" to /etc, then a file
+// "lib/passwd").
+std::string LinkOnTheWay(const std::string& strRoot, const std::string& strLocal)
+{
+    const std::string strPrefix = strRoot.empty() || strRoot.back() == '/' ? strRoot : strRoot + "/";
+    if (strLocal.compare(0, strPrefix.size(), strPrefix) != 0)
+        return std::string();
+    for (size_t nSlash = strLocal.find('/', strPrefix.size()); nSlash != std::string::npos;
+         nSlash = strLocal.find('/', nSlash + 1))
+    {
+        const std::string strFolder = strLocal.substr(0, nSlash);
+        struct stat tStat;
+        if (lstat(strFolder.c_str(), &tStat) != 0)
+            return std::string();
+        if (S_ISLNK(tStat.st_mode))
+            return strFolder;
+    }
+    return std::string();
+}
+
 // Does one action on disk and in the have list; false (after its error
 // message) when it failed.
 bool Carry(TContext& tContext, const TClientView& tView, const TSyncSettings& tSettings, const TSyncAction& tAction,
@@ -207,8 +229,11 @@ bool Carry(TContext& tContext, const TClientView& tView, const TSyncSettings& tS
     bool bDelete = tAction.eKind == eSyncDelete;
     if (!tSettings.bKeep)
     {
-        std::string strError =
-            bDelete ? RemoveLocal(tView, tSettings, tAction) : PutLocal(tContext, tSettings, tAction);
+        const std::string strLink = LinkOnTheWay(tView.tSpec.strRoot, tAction.strLocal);
+        std::string strError = !strLink.empty()
+                                   ? tAction.strLocal + ": cannot be written through the symbolic link " + strLink
+                               : bDelete ? RemoveLocal(tView, tSettings, tAction)
+                                         : PutLocal(tContext, tSettings, tAction);
         if (!strError.empty())
         {
             tContext.pOutput->Message(strError, eSeverityFailed, eGenericClient);
