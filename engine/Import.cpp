@@ -16,6 +16,7 @@
 #include "HistoryWriter.h"
 #include "Labels.h"
 #include "Leftovers.h"
+#include "LfsImport.h"
 #include "LogFile.h"
 #include "Module.h"
 #include "P4Query.h"
@@ -114,6 +115,8 @@ private:
     std::map<std::string, std::string> m_mapSettings;
     CEscapedNames m_cNames;
     CAuthors m_cAuthors;
+    TLfsSettings m_tLfs;
+    std::unique_ptr<CLfsImport> m_pLfs;
 };
 
 void CImport::Say(const std::string& str)
@@ -182,6 +185,9 @@ std::string CImport::Migrate()
     std::string strUnusable;
     if (!m_tOptions.strGit.empty() && !CGitRepository::IsUsable(m_tOptions.strGit, strUnusable))
         throw EStop(eExitUsage, strUnusable);
+    // Before the server is asked anything: settings a continued repository
+    // cannot take end the run here.
+    m_tLfs = ChooseLfsSettings(m_tOptions.strGit, LfsSettings(m_tOptions.strLfsThreshold, m_tOptions.astrLfsPatterns));
     if (!m_tOptions.strAuthors.empty())
         m_cAuthors.ReadFile(m_tOptions.strAuthors);
     m_cHistory.SetAuthors(m_cAuthors);
@@ -307,6 +313,12 @@ void CImport::OpenRepository()
         Say("an earlier run was killed: removed what it left in " + m_tOptions.strGit + " (" +
             std::to_string(m_pGit->Recovered().size()) + " lock and crash files)");
     m_cHistory.SetRepository(m_pGit.get());
+    if (m_tLfs.Any())
+    {
+        m_pLfs.reset(new CLfsImport(m_tLfs, m_tOptions.strGit));
+        m_pLfs->Open(!m_pGit->Continued());
+        m_cHistory.SetLfs(m_pLfs.get());
+    }
 }
 
 void CImport::ReadEarlierRuns()

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "RunStats.h"
 #include "Settings.h"
@@ -33,6 +34,10 @@ struct TOptions
     std::string strAuthors;       // the authors file
     bool bAuthorsMissing = false; // list the users without a mapping, import nothing
     bool bLabels = false;         // Perforce labels become tags
+    // Large files in Git LFS: from this size (main() has checked it; ""
+    // none), and those that these patterns match.
+    std::string strLfsThreshold;
+    std::vector<std::string> astrLfsPatterns;
 };
 
 // Exit status: 0 done, 1 the migration failed, 2 usage, 128 + N stopped by
