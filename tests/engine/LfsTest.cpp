@@ -13,6 +13,7 @@
 #include "Digest.h"
 #include "EngineHarness.h"
 #include "Lfs.h"
+#include "LfsImport.h"
 #include "LfsStore.h"
 #include "UnitSupport.h"
 
@@ -42,6 +43,15 @@ void Drop(TTree& tTree, TTreeDelta& tDelta, const std::string& strPath)
 {
     tTree.erase(strPath);
     tDelta.Removed(strPath);
+}
+
+// The paths of the tree.
+std::set<std::string> Keys(const TTree& tTree)
+{
+    std::set<std::string> set;
+    for (const auto& kv : tTree)
+        set.insert(kv.first);
+    return set;
 }
 
 TLfsSettings Settings(uint64_t nThreshold, const std::vector<std::string>& astrPatterns)
@@ -418,4 +428,82 @@ TEST_F(CLfsStoreTest, ATreeHoldsThePointersOfTheFilesInLfs)
     EXPECT_EQ(strPointer, mapSent[GitBlobName(strPointer)]);
     EXPECT_EQ("abc", mapSent[GitBlobName("abc")]);
     EXPECT_TRUE(cStore.Holds(s_pszHelloOid, 6));
+}
+
+TEST_F(CLfsStoreTest, ACommitTreeCarriesTheRootGitattributes)
+{
+    ASSERT_EQ(0, enginetest::RunProgram({"git", "init", "-q", "--bare", m_strGit}).nStatus);
+    CLfsImport cLfs(Settings(4, {}), m_strGit);
+    cLfs.Open(true);
+    const std::string strRoot = m_cScratch.File("tree");
+    ASSERT_EQ(0, ::mkdir(strRoot.c_str(), 0755));
+    std::map<std::string, std::string> mapSent;
+    const TBlobSink fnSink = [&mapSent](const std::string& strBlob, const std::string& strText) {
+        mapSent[strBlob] = strText;
+    };
+    const std::string strLine = "/big.bin filter=lfs diff=lfs merge=lfs -text\n";
+    // The first commit: the whole tree, the file in LFS named.
+    TTree tFolder = {{"big.bin", File(LfsPointer(s_pszHelloOid, 6), true)}, {"a.txt", File("a")}};
+    TTree tTree;
+    TTreeDelta tDelta;
+    cLfs.CommitTree(strRoot, tFolder, TTreeDelta(), true, fnSink, tTree, tDelta);
+    EXPECT_EQ(3u, tTree.size());
+    EXPECT_TRUE(tTree[".gitattributes"] == File(strLine));
+    EXPECT_EQ(strLine, mapSent[GitBlobName(strLine)]);
+    // A change that leaves the lines alone: the delta's paths only.
+    tFolder["a.txt"] = File("b");
+    TTreeDelta tChange;
+    tChange.Changed("a.txt");
+    cLfs.CommitTree(strRoot, tFolder, tChange, false, fnSink, tTree, tDelta);
+    EXPECT_EQ(std::set<std::string>({"a.txt"}), tDelta.setChanged);
+    EXPECT_TRUE(tDelta.setRemoved.empty());
+    EXPECT_EQ(std::set<std::string>({".gitattributes", "a.txt"}), Keys(tTree));
+    // The file leaves LFS: nothing to name, the .gitattributes goes.
+    tFolder["big.bin"] = File("small");
+    TTreeDelta tSmall;
+    tSmall.Changed("big.bin");
+    cLfs.CommitTree(strRoot, tFolder, tSmall, false, fnSink, tTree, tDelta);
+    EXPECT_EQ(std::set<std::string>({"big.bin"}), tDelta.setChanged);
+    EXPECT_EQ(std::set<std::string>({".gitattributes"}), tDelta.setRemoved);
+    EXPECT_EQ(0u, tTree.count(".gitattributes"));
+    // The depot's own comes: it is read from the folder, and extended once
+    // a file is in LFS again.
+    std::ofstream(strRoot + "/.gitattributes", std::ios::binary) << "*.c text\n";
+    tFolder[".gitattributes"] = File("*.c text\n");
+    tFolder["big.bin"] = File(LfsPointer(s_pszHelloOid, 6), true);
+    TTreeDelta tBoth;
+    tBoth.Changed(".gitattributes");
+    tBoth.Changed("big.bin");
+    cLfs.CommitTree(strRoot, tFolder, tBoth, false, fnSink, tTree, tDelta);
+    EXPECT_EQ(std::set<std::string>({".gitattributes", "big.bin"}), tDelta.setChanged);
+    EXPECT_TRUE(tTree[".gitattributes"] == File("*.c text\n" + strLine));
+    EXPECT_EQ("*.c text\n" + strLine, mapSent[GitBlobName("*.c text\n" + strLine)]);
+}
+
+TEST_F(CLfsStoreTest, AScanForVerifyFindsAnObjectTheStoreLacks)
+{
+    ASSERT_EQ(0, enginetest::RunProgram({"git", "init", "-q", "--bare", m_strGit}).nStatus);
+    CLfsImport cLfs(Settings(4, {}), m_strGit);
+    cLfs.Open(true);
+    const std::string strRoot = m_cScratch.File("tree");
+    ASSERT_EQ(0, ::mkdir(strRoot.c_str(), 0755));
+    std::ofstream(strRoot + "/big.bin", std::ios::binary) << s_pszHello;
+    std::ofstream(strRoot + "/a", std::ios::binary) << "a";
+    TTree tTree;
+    EXPECT_EQ("the Git LFS object of 'big.bin' (sha256:" + std::string(s_pszHelloOid) + ", 6 bytes) is not in " +
+                  m_strGit + "/lfs/objects",
+              cLfs.ScanFolder(strRoot, tTree));
+    // Stored, it is found; the tree is what a commit holds.
+    TTree tStored;
+    ScanTree(strRoot, tStored, TBlobSink(), nullptr, cLfs.Filter());
+    EXPECT_EQ("", cLfs.ScanFolder(strRoot, tTree));
+    const std::string strLine = "/big.bin filter=lfs diff=lfs merge=lfs -text\n";
+    EXPECT_EQ(3u, tTree.size());
+    EXPECT_TRUE(tTree["big.bin"] == File(LfsPointer(s_pszHelloOid, 6)));
+    EXPECT_TRUE(tTree[".gitattributes"] == File(strLine));
+    // The settings went into the new repository's configuration.
+    TLfsSettings tRead;
+    std::string strError;
+    ASSERT_TRUE(ReadLfsSettings(m_strGit, tRead, strError)) << strError;
+    EXPECT_TRUE(tRead == Settings(4, {}));
 }
