@@ -48,7 +48,7 @@ bool ReadFile(int fdBase, const char* pszPath, size_t nSize, std::string& strCon
 
 // Reads through the filter the regular file at pszPath (below fdBase), of
 // the size seen; strPath is its path in the tree.
-bool ReadFiltered(int fdBase, const char* pszPath, size_t nSize, const std::string& strPath, CContentFilter& cFilter,
+bool ReadFiltered(int fdBase, const char* pszPath, uint64_t nSize, const std::string& strPath, CContentFilter& cFilter,
                   std::string& strContent)
 {
     const int fd = openat(fdBase, pszPath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
@@ -78,8 +78,10 @@ bool ReadEntryAs(int fdBase, const char* pszPath, const struct stat& st, TEntry&
     }
     else if (S_ISREG(st.st_mode))
     {
-        tEntry.bLfs = pFilter && pFilter->Takes(strPath, nSize);
-        if (tEntry.bLfs ? !ReadFiltered(fdBase, pszPath, nSize, strPath, *pFilter, strContent)
+        // The filter gets the whole size, also where size_t is narrower.
+        const uint64_t nFileSize = uint64_t(st.st_size > 0 ? st.st_size : 0);
+        tEntry.bLfs = pFilter && pFilter->Takes(strPath, nFileSize);
+        if (tEntry.bLfs ? !ReadFiltered(fdBase, pszPath, nFileSize, strPath, *pFilter, strContent)
                         : !ReadFile(fdBase, pszPath, nSize, strContent))
             return false;
         tEntry.nMode = (st.st_mode & S_IXUSR) ? 0100755 : 0100644;
