@@ -218,7 +218,8 @@ TEST_F(CLfsImportTest, ARepositoryWithoutLfsIsNotContinuedWithLfs)
 
 TEST_F(CLfsImportTest, AFileOfSixteenMegabytesIsStreamedIntoLfs)
 {
-    // The smaller sibling of the scale test's 300 MB file.
+    // Two large revisions, each compared whole (the 300 MB file of
+    // LfsLargeFileTest.cpp is compared in pieces).
     LoadChanges({Change(1200000000, {Generated("media/big.bin", "add", 16 << 20, 1), Text("a.txt", "add", "a\n")}),
                  Change(1200000100, {Generated("media/big.bin", "edit", 16 << 20, 2)})});
     const std::string strStats = m_strTemp + "/stats.json";
