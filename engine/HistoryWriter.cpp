@@ -172,6 +172,8 @@ void CHistoryWriter::OnChangeDone(const TChangeInfo& tChange)
     for (const TItem& t : m_atItems)
         setItems.insert(t.strLocal);
     m_cTracker.Recheck(setItems, m_tDelta, BlobSink());
+    if (m_pLfs)
+        m_pLfs->CheckStore();
     const std::string strMissing = FirstMissing();
     if (!strMissing.empty())
         throw EStop(eExitFailure, "change " + std::to_string(tChange.nID) + " of stream " + m_pStream->strName +
@@ -205,7 +207,22 @@ unsigned CHistoryWriter::Commit(const TChangeInfo& tChange)
         tCommit.strFrom = m_pStream->atEarlier.empty() ? ParentCommit(m_atStreams, *m_pStream, tChange.tTime)
                                                        : m_pStream->atEarlier.back().second;
     }
-    const unsigned nMark = m_pGit->Writer().Commit(tCommit, m_cTracker.Tree(), m_tDelta);
+    if (m_pLfs)
+    {
+        // The tree with the root .gitattributes that names the files in Git
+        // LFS.
+        TTree tTree;
+        TTreeDelta tDelta;
+        m_pLfs->CommitTree(m_pStream->strFolder, m_cTracker.Tree(), m_tDelta, tCommit.bFullTree, BlobSink(), tTree,
+                           tDelta);
+        return Write(tCommit, tTree, tDelta);
+    }
+    return Write(tCommit, m_cTracker.Tree(), m_tDelta);
+}
+
+unsigned CHistoryWriter::Write(const CFastImportWriter::TCommit& tCommit, const TTree& tTree, const TTreeDelta& tDelta)
+{
+    const unsigned nMark = m_pGit->Writer().Commit(tCommit, tTree, tDelta);
     if (!m_pGit->CommitWritten())
         throw EStop(eExitFailure, m_pGit->StopMessage());
     return nMark;
@@ -214,9 +231,17 @@ unsigned CHistoryWriter::Commit(const TChangeInfo& tChange)
 void CHistoryWriter::Verify(const TChangeInfo& tChange, unsigned nMark)
 {
     TTree tFolder;
-    ScanTree(m_pStream->strFolder, tFolder);
-    TTree tGit;
     std::string strWhere = "change " + std::to_string(tChange.nID) + " of stream " + m_pStream->strName;
+    if (m_pLfs)
+    {
+        // Large files as their pointers, hashed again; each in the store.
+        const std::string strProblem = m_pLfs->ScanFolder(m_pStream->strFolder, tFolder);
+        if (!strProblem.empty())
+            throw EStop(eExitFailure, "verify: " + strWhere + ": " + strProblem);
+    }
+    else
+        ScanTree(m_pStream->strFolder, tFolder);
+    TTree tGit;
     if (m_pGit)
     {
         std::string strCommit, strError;

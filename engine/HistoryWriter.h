@@ -12,6 +12,7 @@
 #include "Driver.h"
 #include "Dump.h"
 #include "GitRepository.h"
+#include "LfsImport.h"
 #include "Progress.h"
 #include "RunStats.h"
 #include "SourceSystem.h"
@@ -47,6 +48,12 @@ public:
     void SetRunStats(CRunStats* pStats) { m_pStats = pStats; }
     // Who the commits are by (none given: "user <user@client>" each).
     void SetAuthors(const CAuthors& cAuthors) { m_pAuthors = &cAuthors; }
+    // Puts large files into Git LFS (null: none).
+    void SetLfs(CLfsImport* pLfs)
+    {
+        m_pLfs = pLfs;
+        m_cTracker.SetFilter(pLfs ? pLfs->Filter() : nullptr);
+    }
 
     void BeforeCall(const char* pszCall) override;
     void OnStreamOpening() override;
@@ -62,6 +69,7 @@ public:
 private:
     TBlobSink BlobSink();
     unsigned Commit(const TChangeInfo& tChange);
+    unsigned Write(const CFastImportWriter::TCommit& tCommit, const TTree& tTree, const TTreeDelta& tDelta);
     void Verify(const TChangeInfo& tChange, unsigned nMark);
     // The first item whose file is not as the change says ("" when none).
     std::string FirstMissing() const;
@@ -78,6 +86,7 @@ private:
     CRunStats* m_pStats = nullptr;
     const CAuthors* m_pAuthors = &s_cNoAuthors;
     static const CAuthors s_cNoAuthors;
+    CLfsImport* m_pLfs = nullptr;
     CTreeTracker m_cTracker;
     // The phase last told to the supervisor, and when.
     std::string m_strPhaseCall;

@@ -15,6 +15,7 @@
 #include "Graph.h"
 #include "HistoryWriter.h"
 #include "Leftovers.h"
+#include "LfsImport.h"
 #include "LogFile.h"
 #include "Module.h"
 #include "Progress.h"
@@ -102,6 +103,8 @@ private:
     CHistoryWriter m_cHistory;
     std::map<std::string, std::string> m_mapSettings;
     CAuthors m_cAuthors;
+    TLfsSettings m_tLfs;
+    std::unique_ptr<CLfsImport> m_pLfs;
     std::unique_ptr<CSourceSystem> m_pSource;
 };
 
@@ -187,6 +190,9 @@ std::string CImport::Migrate()
     std::string strUnusable;
     if (!m_tOptions.strGit.empty() && !CGitRepository::IsUsable(m_tOptions.strGit, strUnusable))
         throw EStop(eExitUsage, strUnusable);
+    // Before the server is asked anything: settings a continued repository
+    // cannot take end the run here.
+    m_tLfs = ChooseLfsSettings(m_tOptions.strGit, LfsSettings(m_tOptions.strLfsThreshold, m_tOptions.astrLfsPatterns));
     if (!m_tOptions.strAuthors.empty())
         m_cAuthors.ReadFile(m_tOptions.strAuthors);
     m_cHistory.SetAuthors(m_cAuthors);
@@ -290,6 +296,12 @@ void CImport::OpenRepository()
         Say("an earlier run was killed: removed what it left in " + m_tOptions.strGit + " (" +
             std::to_string(m_pGit->Recovered().size()) + " lock and crash files)");
     m_cHistory.SetRepository(m_pGit.get());
+    if (m_tLfs.Any())
+    {
+        m_pLfs.reset(new CLfsImport(m_tLfs, m_tOptions.strGit));
+        m_pLfs->Open(!m_pGit->Continued());
+        m_cHistory.SetLfs(m_pLfs.get());
+    }
 }
 
 void CImport::ReadEarlierRuns()

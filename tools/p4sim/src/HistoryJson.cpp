@@ -50,6 +50,30 @@ std::vector<std::string> Lines(const json& jObject, const char* pszKey)
     return astrOut;
 }
 
+// Bytes that look random, the same for the same size and seed: a large file
+// of a history without its bytes in the JSON.
+std::string GeneratedContent(const json& jGenerated)
+{
+    if (!jGenerated.is_object())
+        throw std::runtime_error("'generated' must be an object with 'size' and 'seed'");
+    const long long nSize = Int(jGenerated, "size", -1);
+    if (nSize < 0)
+        throw std::runtime_error("'generated' needs a 'size' of 0 or more bytes");
+    unsigned long long nState = static_cast<unsigned long long>(Int(jGenerated, "seed", 0));
+    std::string str(static_cast<size_t>(nSize), '\0');
+    for (size_t i = 0; i < str.size(); i += 8)
+    {
+        // splitmix64
+        unsigned long long n = (nState += 0x9e3779b97f4a7c15ULL);
+        n = (n ^ (n >> 30)) * 0xbf58476d1ce4e5b9ULL;
+        n = (n ^ (n >> 27)) * 0x94d049bb133111ebULL;
+        n ^= n >> 31;
+        for (size_t j = 0; j < 8 && i + j < str.size(); ++j, n >>= 8)
+            str[i + j] = static_cast<char>(n & 0xff);
+    }
+    return str;
+}
+
 // A server keeps form and change descriptions with a final line end.
 std::string WithNewline(const std::string& str)
 {
@@ -228,6 +252,8 @@ TFileAction ParseFileAction(const json& jFile)
         tAction.pContent = std::make_shared<const std::string>(Str(jFile, "content"));
     else if (jFile.contains("base64"))
         tAction.pContent = std::make_shared<const std::string>(Base64Decode(Str(jFile, "base64")));
+    else if (jFile.contains("generated"))
+        tAction.pContent = std::make_shared<const std::string>(GeneratedContent(jFile["generated"]));
     tAction.strFrom = TextValue(jFile, "from");
     if (!tAction.strFrom.empty())
         CheckDepotPath(tAction.strFrom);
