@@ -118,6 +118,84 @@ bool CHistoryWriter::OnChangeListed(const TChangeInfo& /*tChange*/, unsigned int
     return true;
 }
 
+void CHistoryWriter::UpdateFilter()
+{
+    CContentFilter* pFilter = m_pLfs ? m_pLfs->Filter() : nullptr;
+    m_cTracker.SetFilter(m_pSource ? m_pSource->WrapFilter(pFilter) : pFilter);
+}
+
+void CHistoryWriter::SourceView(bool bWhole, const TTree*& pTree, const TTreeDelta*& pDelta)
+{
+    if (!m_pSource)
+        return;
+    if (m_pSource->FoldsCase())
+    {
+        if (bWhole)
+        {
+            m_cSpelling = CFolderSpelling();
+            // The spellings of what an earlier run wrote stay.
+            TTree tEarlier;
+            std::string strError;
+            if (m_pGit && !m_pStream->atEarlier.empty() &&
+                m_pGit->ReadTree(m_pStream->atEarlier.back().second, tEarlier, strError))
+                m_cSpelling.Seed(tEarlier);
+            m_tFolded.clear();
+        }
+        TTreeDelta tFoldedDelta;
+        TTree tChanged;
+        for (const std::string& str : pDelta->setChanged)
+        {
+            auto it = pTree->find(str);
+            if (it != pTree->end())
+                tChanged[str] = it->second;
+        }
+        if (bWhole)
+            tChanged = *pTree;
+        TTree tFoldedChanged;
+        m_cSpelling.Apply(tChanged, *pDelta, tFoldedChanged, tFoldedDelta);
+        for (const std::string& str : tFoldedDelta.setRemoved)
+            m_tFolded.erase(str);
+        for (const auto& kv : tFoldedChanged)
+            m_tFolded[kv.first] = kv.second;
+        m_tAdjustedDelta = tFoldedDelta;
+        pTree = &m_tFolded;
+        pDelta = &m_tAdjustedDelta;
+    }
+    // A path that a change brings again is there again.
+    for (const std::string& str : pDelta->setChanged)
+        m_setGone.erase(str);
+    const std::vector<std::string> astrGone = m_pSource->GonePaths(*m_pStream, m_nNumber);
+    if (astrGone.empty())
+        return;
+    m_tAdjusted = *pTree;
+    if (pDelta != &m_tAdjustedDelta)
+        m_tAdjustedDelta = *pDelta;
+    for (const std::string& strGone : astrGone)
+    {
+        const std::string str = m_pSource->FoldsCase() ? m_cSpelling.Fold(strGone) : strGone;
+        m_setGone.insert(str);
+        if (m_tAdjusted.erase(str) != 0 || !bWhole)
+            m_tAdjustedDelta.Removed(str);
+    }
+    pTree = &m_tAdjusted;
+    pDelta = &m_tAdjustedDelta;
+}
+
+void CHistoryWriter::SourceView(TTree& tFolder)
+{
+    if (!m_pSource)
+        return;
+    if (m_pSource->FoldsCase())
+    {
+        TTree tFolded;
+        for (const auto& kv : tFolder)
+            tFolded[m_cSpelling.Fold(kv.first)] = kv.second;
+        tFolder.swap(tFolded);
+    }
+    for (const std::string& str : m_setGone)
+        tFolder.erase(str);
+}
+
 TBlobSink CHistoryWriter::BlobSink()
 {
     if (!m_pGit)
@@ -207,17 +285,19 @@ unsigned CHistoryWriter::Commit(const TChangeInfo& tChange)
         tCommit.strFrom = m_pStream->atEarlier.empty() ? ParentCommit(m_atStreams, *m_pStream, tChange.tTime)
                                                        : m_pStream->atEarlier.back().second;
     }
+    const TTree* pTree = &m_cTracker.Tree();
+    const TTreeDelta* pDelta = &m_tDelta;
+    SourceView(tCommit.bFullTree, pTree, pDelta);
     if (m_pLfs)
     {
         // The tree with the root .gitattributes that names the files in Git
         // LFS.
         TTree tTree;
         TTreeDelta tDelta;
-        m_pLfs->CommitTree(m_pStream->strFolder, m_cTracker.Tree(), m_tDelta, tCommit.bFullTree, BlobSink(), tTree,
-                           tDelta);
+        m_pLfs->CommitTree(m_pStream->strFolder, *pTree, *pDelta, tCommit.bFullTree, BlobSink(), tTree, tDelta);
         return Write(tCommit, tTree, tDelta);
     }
-    return Write(tCommit, m_cTracker.Tree(), m_tDelta);
+    return Write(tCommit, *pTree, *pDelta);
 }
 
 unsigned CHistoryWriter::Write(const CFastImportWriter::TCommit& tCommit, const TTree& tTree, const TTreeDelta& tDelta)
@@ -235,12 +315,16 @@ void CHistoryWriter::Verify(const TChangeInfo& tChange, unsigned nMark)
     if (m_pLfs)
     {
         // Large files as their pointers, hashed again; each in the store.
-        const std::string strProblem = m_pLfs->ScanFolder(m_pStream->strFolder, tFolder);
+        const std::string strProblem = m_pLfs->ScanFolder(m_pStream->strFolder, tFolder, [this](CContentFilter* pNext) {
+            return m_pSource ? m_pSource->WrapFilter(pNext) : pNext;
+        });
         if (!strProblem.empty())
             throw EStop(eExitFailure, "verify: " + strWhere + ": " + strProblem);
     }
     else
-        ScanTree(m_pStream->strFolder, tFolder);
+        ScanTree(m_pStream->strFolder, tFolder, TBlobSink(), nullptr,
+                 m_pSource ? m_pSource->WrapFilter(nullptr) : nullptr);
+    SourceView(tFolder);
     TTree tGit;
     if (m_pGit)
     {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Authors.h"
+#include "CaseFolding.h"
 #include "Driver.h"
 #include "Dump.h"
 #include "GitRepository.h"
@@ -43,7 +44,11 @@ public:
 
     // The source system's part, told of each call and sync and asked where
     // the synced files are (none: null).
-    void SetSource(CSourceSystem* pSource) { m_pSource = pSource; }
+    void SetSource(CSourceSystem* pSource)
+    {
+        m_pSource = pSource;
+        UpdateFilter();
+    }
     // Samples the staging files once the changes are known (none: null).
     void SetRunStats(CRunStats* pStats) { m_pStats = pStats; }
     // Who the commits are by (none given: "user <user@client>" each).
@@ -52,7 +57,7 @@ public:
     void SetLfs(CLfsImport* pLfs)
     {
         m_pLfs = pLfs;
-        m_cTracker.SetFilter(pLfs ? pLfs->Filter() : nullptr);
+        UpdateFilter();
     }
 
     void BeforeCall(const char* pszCall) override;
@@ -67,7 +72,14 @@ public:
     std::string WhyItemFailed(const TChangeItemInfo& tItem) const override;
 
 private:
+    // The files are read through the source's filter and then Git LFS's.
+    void UpdateFilter();
     TBlobSink BlobSink();
+    // The tree and delta the commit writes, as the source wants them: its
+    // folders spelt one way, what it no longer has left out.
+    void SourceView(bool bWhole, const TTree*& pTree, const TTreeDelta*& pDelta);
+    // The same for a tree read afresh from the folder.
+    void SourceView(TTree& tFolder);
     unsigned Commit(const TChangeInfo& tChange);
     unsigned Write(const CFastImportWriter::TCommit& tCommit, const TTree& tTree, const TTreeDelta& tDelta);
     void Verify(const TChangeInfo& tChange, unsigned nMark);
@@ -105,6 +117,15 @@ private:
         bool bDelete;
     };
     std::vector<TItem> m_atItems;
+    // On a source that compares paths without case: the spellings of the
+    // stream's folders, and its tree spelt so.
+    CFolderSpelling m_cSpelling;
+    TTree m_tFolded;
+    TTree m_tAdjusted;
+    TTreeDelta m_tAdjustedDelta;
+    // The paths left out because the source no longer has their content,
+    // until a change brings them again.
+    std::set<std::string> m_setGone;
 };
 
 } // namespace IMP

@@ -116,6 +116,7 @@ TSourceOptions CImport::SourceOptions(const TOptions& tOptions)
     t.fRetryWait = tOptions.fRetryWait;
     t.bQuiet = tOptions.bQuiet;
     t.strMetadataEncoding = tOptions.strMetadataEncoding;
+    t.bKeepKeywords = tOptions.bKeepKeywords;
     for (const auto& kv : tOptions.atSettings)
         t.setGivenSettings.insert(kv.first);
     return t;

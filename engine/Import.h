@@ -43,6 +43,8 @@ struct TOptions
     double fRetryWait = 1;
     // The code page of descriptions and names that are not UTF-8.
     std::string strMetadataEncoding = "cp1252";
+    // Files of a +k type keep the keywords that sync expanded.
+    bool bKeepKeywords = false;
     // Large files in Git LFS: from this size (main() has checked it; ""
     // none), and those that these patterns match.
     std::string strLfsThreshold;

@@ -181,10 +181,11 @@ void CLfsImport::CommitTree(const std::string& strFolder, const TTree& tTree, co
     m_tLastAttributes = tAttributes;
 }
 
-std::string CLfsImport::ScanFolder(const std::string& strFolder, TTree& tTree)
+std::string CLfsImport::ScanFolder(const std::string& strFolder, TTree& tTree,
+                                   const std::function<CContentFilter*(CContentFilter*)>& fnWrap)
 {
     m_cChecker.TakeObjects();
-    ScanTree(strFolder, tTree, TBlobSink(), nullptr, &m_cChecker);
+    ScanTree(strFolder, tTree, TBlobSink(), nullptr, fnWrap ? fnWrap(&m_cChecker) : &m_cChecker);
     if (!m_cChecker.Error().empty())
         return m_cChecker.Error();
     CLfsAttributes cAttributes(m_cRules);

@@ -4,6 +4,8 @@
 // what is in Git LFS.
 #pragma once
 
+#include <functional>
+
 #include <string>
 #include <vector>
 
@@ -53,8 +55,10 @@ public:
     // What a commit of the folder must hold, read afresh: the large files
     // hashed again (not stored) to their pointers, the root .gitattributes
     // made anew. Returns a problem of the store ("" when none): an object
-    // of the folder's that the store lacks.
-    std::string ScanFolder(const std::string& strFolder, TTree& tTree);
+    // of the folder's that the store lacks. fnWrap puts the filter of the
+    // source in front of the one that hashes large files.
+    std::string ScanFolder(const std::string& strFolder, TTree& tTree,
+                           const std::function<CContentFilter*(CContentFilter*)>& fnWrap = nullptr);
 
 private:
     // The root .gitattributes of the commit of the tree (no blob: none).

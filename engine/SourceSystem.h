@@ -15,6 +15,7 @@
 
 #include "Authors.h"
 #include "Streams.h"
+#include "Tree.h"
 #include "mce/Provider.h"
 
 namespace ORVANE {
@@ -31,6 +32,8 @@ struct TSourceOptions
     unsigned nRetries = 3;
     double fRetryWait = 1;
     bool bQuiet = false;
+    // Files are kept as the source wrote them (keywords left expanded).
+    bool bKeepKeywords = false;
     // The code page of texts that the source keeps as other bytes than
     // UTF-8 ("": they pass as they are).
     std::string strMetadataEncoding = "cp1252";
@@ -88,6 +91,21 @@ public:
     {
         (void)strStreamPath;
         return strItemPath;
+    }
+
+    // The filter through which the files of the stream are read: the
+    // source's own in front of pNext (none: pNext itself). It stays the
+    // source's.
+    virtual CContentFilter* WrapFilter(CContentFilter* pNext) { return pNext; }
+    // Whether the source compares paths without case (its folders are
+    // then one folder in git whatever their spelling).
+    virtual bool FoldsCase() const { return false; }
+    // The paths (relative to the stream's folder) whose content at this
+    // change the source no longer has: they are left out of its commit.
+    virtual std::vector<std::string> GonePaths(const TStream& tStream, unsigned int nNumber) const
+    {
+        (void)tStream, (void)nNumber;
+        return std::vector<std::string>();
     }
 
     // Whether the source has labels that can become tags.

@@ -80,10 +80,11 @@ bool ReadEntryAs(int fdBase, const char* pszPath, const struct stat& st, TEntry&
     {
         // The filter gets the whole size, also where size_t is narrower.
         const uint64_t nFileSize = uint64_t(st.st_size > 0 ? st.st_size : 0);
-        tEntry.bLfs = pFilter && pFilter->Takes(strPath, nFileSize);
-        if (tEntry.bLfs ? !ReadFiltered(fdBase, pszPath, nFileSize, strPath, *pFilter, strContent)
-                        : !ReadFile(fdBase, pszPath, nSize, strContent))
+        const bool bFiltered = pFilter && pFilter->Takes(strPath, nFileSize);
+        if (bFiltered ? !ReadFiltered(fdBase, pszPath, nFileSize, strPath, *pFilter, strContent)
+                      : !ReadFile(fdBase, pszPath, nSize, strContent))
             return false;
+        tEntry.bLfs = bFiltered && pFilter->LastReadKeptElsewhere();
         tEntry.nMode = (st.st_mode & S_IXUSR) ? 0100755 : 0100644;
     }
     else

@@ -40,6 +40,9 @@ public:
     // ends first) and gives the text that stands for them. False when that
     // failed (the filter keeps the reason).
     virtual bool Read(const std::string& strPath, int fd, uint64_t nSize, std::string& strText) = 0;
+    // Whether the text the last Read gave stands for content kept
+    // elsewhere (a pointer to Git LFS), not the content itself.
+    virtual bool LastReadKeptElsewhere() const { return true; }
 };
 
 // Reads one file or symbolic link. False when the path is neither.

@@ -153,6 +153,9 @@ void AddOptions(CLI::App& app, TOptions& tOptions, std::vector<std::string>& ast
         ->type_name("SECONDS")
         ->check(CLI::Range(0.0, 3600.0))
         ->default_val(1);
+    app.add_flag("--keep-keywords", tOptions.bKeepKeywords,
+                 "keep RCS keywords of +k files as sync expanded them ($Id: //depot/a.c#3 $); by default git gets "
+                 "them unexpanded ($Id$), so that revisions and branches differ only where the files do");
     app.add_option("--metadata-encoding", tOptions.strMetadataEncoding,
                    "the code page of change descriptions, user and full names that are not UTF-8 (a server "
                    "without unicode keeps the bytes its clients sent): they are decoded from it, never dropped")

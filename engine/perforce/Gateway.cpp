@@ -347,6 +347,14 @@ int CP4Gateway::CheckDescription(VCM::IChildRun& rRun, std::string& strOutput, i
                 if (m_cNames.GetNeverEnding().size() != nBefore)
                     astrNever.push_back(kv.second);
             }
+            else if (strName == "type")
+            {
+                const std::string strFile = RecordValue(t, ("depotFile" + strNumber).c_str());
+                const TKeywordMode eMode = KeywordMode(kv.second);
+                auto it = m_mapKeywordTypes.find(strFile);
+                if (eMode != eKeywordsNone || it != m_mapKeywordTypes.end())
+                    m_mapKeywordTypes[strFile].emplace_back(nChange, eMode);
+            }
             else if (strName == "action" && (kv.second == "purge" || kv.second == "archive"))
             {
                 setGone.insert(strNumber);
@@ -384,6 +392,19 @@ int CP4Gateway::CheckDescription(VCM::IChildRun& rRun, std::string& strOutput, i
         rRun.SetOutput(strOutput);
     }
     return nStatus;
+}
+
+TKeywordMode CP4Gateway::KeywordModeAt(const std::string& strDepotFile, unsigned int nChange) const
+{
+    auto it = m_mapKeywordTypes.find(strDepotFile);
+    if (it == m_mapKeywordTypes.end())
+        return eKeywordsNone;
+    unsigned int nBest = 0;
+    TKeywordMode eMode = eKeywordsNone;
+    for (const auto& t : it->second)
+        if (t.first <= nChange && t.first >= nBest)
+            nBest = t.first, eMode = t.second;
+    return eMode;
 }
 
 std::vector<TLostCommand> CP4Gateway::TakeLost()

@@ -13,12 +13,14 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "host/ProcessCapture.h"
 #include "perforce/EscapedNames.h"
+#include "perforce/Keywords.h"
 #include "perforce/MetadataText.h"
 
 namespace ORVANE {
@@ -121,6 +123,10 @@ public:
     // left out of what it read so that it reads the rest of the change.
     const std::vector<TGoneRevision>& GoneRevisions() const { return m_atGone; }
 
+    // The keyword mode of the depot file (as the server writes its path)
+    // in its newest revision at the change, as the descriptions said.
+    TKeywordMode KeywordModeAt(const std::string& strDepotFile, unsigned int nChange) const;
+
     unsigned Retried() const { return m_nRetried; }
     unsigned Recovered() const { return m_nRecovered; }
     unsigned PendingLeftOut() const { return m_nPendingLeftOut; }
@@ -148,6 +154,9 @@ private:
     std::vector<std::pair<std::string, std::string>> m_atUnreadBranches;
     std::vector<std::string> m_astrRefused;
     std::vector<TGoneRevision> m_atGone;
+    // The files ever of a type that expands keywords: each change that
+    // gave one a type, with its mode.
+    std::map<std::string, std::vector<std::pair<unsigned int, TKeywordMode>>> m_mapKeywordTypes;
     std::string m_strLastFailure;
     // The path whose changes the module lists now: its descriptions
     // belong to it.

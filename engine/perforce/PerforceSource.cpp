@@ -92,6 +92,7 @@ void CPerforceSource::CheckSource(CAuthors& cAuthors)
     // The module compares paths without case unless told otherwise; the
     // server says how it compares them.
     const std::string strCase = RecordValue(tInfo, "caseHandling");
+    m_bServerSaysCase = strCase == "insensitive";
     if (!strCase.empty() && m_tOptions.setGivenSettings.count("CaseInsensitive") == 0)
     {
         m_bCaseInsensitive = strCase == "insensitive";
@@ -250,9 +251,69 @@ void CPerforceSource::OnChangesEstablished(unsigned int nCount)
                                         "what failed.");
 }
 
-void CPerforceSource::OnChangeSynced(const TStream& tStream, unsigned int /*nNumber*/)
+void CPerforceSource::OnChangeSynced(const TStream& tStream, unsigned int nNumber)
 {
     ActOn(m_pGateway->TakeLost(), &tStream);
+    m_pSyncedStream = &tStream;
+    m_nSyncedNumber = nNumber;
+}
+
+namespace {
+
+// A name as the server writes it in a depot path: '%' '@' '#' '*' escaped.
+std::string ServerEscaped(const std::string& strName)
+{
+    std::string str;
+    for (char c : strName)
+    {
+        switch (c)
+        {
+        case '%':
+            str += "%25";
+            break;
+        case '@':
+            str += "%40";
+            break;
+        case '#':
+            str += "%23";
+            break;
+        case '*':
+            str += "%2A";
+            break;
+        default:
+            str += c;
+        }
+    }
+    return str;
+}
+
+} // namespace
+
+CContentFilter* CPerforceSource::WrapFilter(CContentFilter* pNext)
+{
+    if (m_tOptions.bKeepKeywords)
+        return pNext;
+    std::unique_ptr<CKeywordFilter>& pFilter = m_mapKeywordFilters[pNext];
+    if (!pFilter)
+        pFilter.reset(new CKeywordFilter(
+            [this](const std::string& strPath) {
+                if (!m_pSyncedStream)
+                    return eKeywordsNone;
+                return m_pGateway->KeywordModeAt(
+                    PathText(m_pSyncedStream->tInfo.cDstPath) + "/" + ServerEscaped(strPath), m_nSyncedNumber);
+            },
+            pNext));
+    return pFilter.get();
+}
+
+std::vector<std::string> CPerforceSource::GonePaths(const TStream& tStream, unsigned int nNumber) const
+{
+    std::vector<std::string> astr;
+    const std::string strPrefix = PathText(tStream.tInfo.cDstPath) + "/";
+    for (const TGoneRevision& t : m_pGateway->GoneRevisions())
+        if (t.nChange == nNumber && t.strDepotFile.compare(0, strPrefix.size(), strPrefix) == 0)
+            astr.push_back(Utf8(wxString(DecodeOnce(Wide(t.strDepotFile.substr(strPrefix.size())).ToStdWstring()))));
+    return astr;
 }
 
 void CPerforceSource::ActOn(const std::vector<TLostCommand>& atLost, const TStream* pSynced)

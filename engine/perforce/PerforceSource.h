@@ -4,12 +4,14 @@
 // sees there.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <string>
 
 #include "SourceSystem.h"
 #include "perforce/EscapedNames.h"
 #include "perforce/Gateway.h"
+#include "perforce/KeywordFilter.h"
 
 namespace ORVANE {
 namespace IMP {
@@ -37,6 +39,10 @@ public:
     void OnChangeSynced(const TStream& tStream, unsigned int nNumber) override;
     std::string SyncedPath(const std::string& strStreamPath, const std::string& strItemPath) const override;
 
+    CContentFilter* WrapFilter(CContentFilter* pNext) override;
+    bool FoldsCase() const override { return m_bCaseInsensitive && m_bServerSaysCase; }
+    std::vector<std::string> GonePaths(const TStream& tStream, unsigned int nNumber) const override;
+
     bool HasLabels() const override { return true; }
     std::string ImportLabels(const TStreams& atStreams, const std::string& strGitDir, const CAuthors& cAuthors,
                              std::FILE* pOut) override;
@@ -61,8 +67,13 @@ private:
     std::string m_strRootPath;
     std::string m_strIgnoredBranches;
     MCE::CProvider* m_pProvider = nullptr;
-    // Whether the server compares paths without case.
+    // Whether the server compares paths without case (and said so).
     bool m_bCaseInsensitive = true;
+    bool m_bServerSaysCase = false;
+    // The stream and change being imported, for the keyword filter.
+    const TStream* m_pSyncedStream = nullptr;
+    unsigned int m_nSyncedNumber = 0;
+    std::map<CContentFilter*, std::unique_ptr<CKeywordFilter>> m_mapKeywordFilters;
     const TStreams* m_pStreams = nullptr;
     CEscapedNames m_cNames;
     std::unique_ptr<CP4Gateway> m_pGateway;

@@ -68,20 +68,19 @@ TP4Record CServerChecks::CheckConnection() const
                                       " cannot be reached: " + strProblem);
     // A real server answers "'login' not necessary, no password set for
     // this user." as an informational record when there is no password.
-    const TP4Result tLogin = cQuery.Run({"login", "-s"});
+    // A server with unicode enabled answers its information to any client,
+    // and refuses everything else to one without a character set.
+    for (const TP4Record& t : tInfo.atRecords)
+        if (RecordValue(t, "code") == "stat" && RecordValue(t, "unicode") == "enabled" && !CharsetChosen())
+            ::setenv("P4CHARSET", "utf8", 1);
+    const TP4Result tLogin = RunWithCharset(cQuery, {"login", "-s"});
     strProblem = tLogin.Problem();
     if (!strProblem.empty())
         throw EStop(eExitFailure, "the Perforce server does not accept the user " + Variable("P4USER", "(unset)") +
                                       ": " + strProblem + " (log in with 'p4 login' first)");
     for (const TP4Record& t : tInfo.atRecords)
         if (RecordValue(t, "code") == "stat")
-        {
-            // A server that answers without asking for a character set may
-            // still send its texts as UTF-8 only if the client asks so.
-            if (RecordValue(t, "unicode") == "enabled" && !CharsetChosen())
-                ::setenv("P4CHARSET", "utf8", 1);
             return t;
-        }
     return TP4Record();
 }
 
