@@ -229,6 +229,23 @@ int CP4Gateway::Pass(VCM::IChildRun& rRun)
     if (astrArgs.empty() || astrArgs[0] != m_strP4)
         return rRun.Run();
     const TP4Command tCommand = ParseP4Command(astrArgs);
+    if (IsModuleSync(tCommand) && m_fnSyncGuard)
+    {
+        // Refused before it runs: the sync would write through a link.
+        std::string strFolder = tCommand.astrArgs[0].substr(0, tCommand.astrArgs[0].rfind('@'));
+        if (strFolder.size() >= 4 && strFolder.compare(strFolder.size() - 4, 4, "/...") == 0)
+            strFolder.resize(strFolder.size() - 4);
+        const std::string strRefusal = m_fnSyncGuard(strFolder, SyncedChange(tCommand));
+        if (!strRefusal.empty())
+        {
+            rRun.SetOutput(std::string());
+            rRun.SetError(strRefusal + "\n");
+            m_strLastFailure = "'" + CommandText(astrArgs) + "' was not run: " + strRefusal;
+            m_atLost.push_back(TLostCommand{TLostCommand::eSync, CommandText(astrArgs), strRefusal, std::string(),
+                                            SyncedChange(tCommand), true});
+            return 1;
+        }
+    }
     std::string strOutput, strProblem;
     int nStatus = RunWithRetries(rRun, tCommand, strOutput, strProblem);
     if (!strProblem.empty())
@@ -350,6 +367,12 @@ int CP4Gateway::CheckDescription(VCM::IChildRun& rRun, std::string& strOutput, i
             else if (strName == "type")
             {
                 const std::string strFile = RecordValue(t, ("depotFile" + strNumber).c_str());
+                const std::string strAction = RecordValue(t, ("action" + strNumber).c_str());
+                const bool bLink =
+                    kv.second.compare(0, 7, "symlink") == 0 && strAction.find("delete") == std::string::npos;
+                auto itLink = m_mapLinks.find(strFile);
+                if (bLink || itLink != m_mapLinks.end())
+                    m_mapLinks[strFile].emplace_back(nChange, bLink);
                 const TKeywordMode eMode = KeywordMode(kv.second);
                 auto it = m_mapKeywordTypes.find(strFile);
                 if (eMode != eKeywordsNone || it != m_mapKeywordTypes.end())
@@ -392,6 +415,23 @@ int CP4Gateway::CheckDescription(VCM::IChildRun& rRun, std::string& strOutput, i
         rRun.SetOutput(strOutput);
     }
     return nStatus;
+}
+
+std::vector<std::string> CP4Gateway::LinksAt(const std::string& strPrefix, unsigned int nChange) const
+{
+    std::vector<std::string> astr;
+    for (auto it = m_mapLinks.lower_bound(strPrefix);
+         it != m_mapLinks.end() && it->first.compare(0, strPrefix.size(), strPrefix) == 0; ++it)
+    {
+        unsigned int nBest = 0;
+        bool bLink = false;
+        for (const auto& t : it->second)
+            if (t.first <= nChange && t.first >= nBest)
+                nBest = t.first, bLink = t.second;
+        if (bLink)
+            astr.push_back(it->first);
+    }
+    return astr;
 }
 
 TKeywordMode CP4Gateway::KeywordModeAt(const std::string& strDepotFile, unsigned int nChange) const

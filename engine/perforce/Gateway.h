@@ -59,6 +59,7 @@ struct TLostCommand
     std::string strProblem; // the server's message
     std::string strPath;    // the depot path being listed ("//depot/main/...")
     unsigned int nChange = 0;
+    bool bNotRun = false; // refused before it ran (strProblem says why)
 };
 
 // A revision that a description names but the server no longer has the
@@ -95,6 +96,15 @@ public:
 
     // Told of each retry (one line).
     void SetNotice(std::function<void(const std::string&)> fnNotice) { m_fnNotice = std::move(fnNotice); }
+    // Looks at the module's sync of a folder to a change before it runs:
+    // returns why it must not run ("" when it may).
+    void SetSyncGuard(std::function<std::string(const std::string& strFolder, unsigned int nChange)> fnGuard)
+    {
+        m_fnSyncGuard = std::move(fnGuard);
+    }
+    // The depot files below the prefix ("//depot/main/") that are symbolic
+    // links at the change, as the descriptions said.
+    std::vector<std::string> LinksAt(const std::string& strPrefix, unsigned int nChange) const;
     // Whether the waits between retries are cut short (a stop was asked).
     void SetStopCheck(std::function<bool()> fnStop) { m_fnStop = std::move(fnStop); }
 
@@ -150,6 +160,10 @@ private:
     CEscapedNames& m_cNames;
     std::function<void(const std::string&)> m_fnNotice;
     std::function<bool()> m_fnStop;
+    std::function<std::string(const std::string&, unsigned int)> m_fnSyncGuard;
+    // The files ever a symbolic link: each change that made one a link or
+    // something else (or deleted it).
+    std::map<std::string, std::vector<std::pair<unsigned int, bool>>> m_mapLinks;
     std::vector<TLostCommand> m_atLost;
     std::vector<std::pair<std::string, std::string>> m_atUnreadBranches;
     std::vector<std::string> m_astrRefused;

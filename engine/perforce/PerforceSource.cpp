@@ -72,6 +72,8 @@ void CPerforceSource::Start(MCE::CProvider& cProvider, const std::map<std::strin
     if (!m_tOptions.bQuiet)
         m_pGateway->SetNotice([this](const std::string& str) { Say("warning: " + str); });
     m_pGateway->SetStopCheck([]() { return g_nStopSignal != 0; });
+    m_pGateway->SetSyncGuard(
+        [this](const std::string& strFolder, unsigned int nChange) { return GuardSync(strFolder, nChange); });
     VCM::CProcessCapture::SetGateway(m_pGateway.get());
     WorkerChannel().Send(EVENT::pszP4, m_strP4);
 }
@@ -217,6 +219,32 @@ std::string CPerforceSource::LastFailure() const
     return m_pGateway ? m_pGateway->LastFailure() : std::string();
 }
 
+std::string CPerforceSource::GuardSync(const std::string& strFolder, unsigned int nChange) const
+{
+    if (!m_pStreams)
+        return std::string();
+    for (const TStream& t : *m_pStreams)
+    {
+        if (t.strFolder != strFolder)
+            continue;
+        for (const std::string& strLink : m_pGateway->LinksAt(PathText(t.tInfo.cDstPath) + "/", nChange))
+        {
+            // Rare: a link of the depot. Is anything below it at the change?
+            std::string strBelow;
+            CP4Query(m_strP4).Run({"files", "-e", strLink + "/...@" + std::to_string(nChange)},
+                                  [&strBelow](const TP4Record& tRecord) {
+                                      if (RecordValue(tRecord, "code") == "stat" && strBelow.empty())
+                                          strBelow = RecordValue(tRecord, "depotFile");
+                                      return strBelow.empty();
+                                  });
+            if (!strBelow.empty())
+                return "the depot file " + strBelow + " lies below the symbolic link " + strLink +
+                       ": a sync would write it wherever the link points";
+        }
+    }
+    return std::string();
+}
+
 std::string CPerforceSource::StreamOfPath(const std::string& strListed) const
 {
     if (m_pStreams)
@@ -337,7 +365,7 @@ void CPerforceSource::ActOn(const std::vector<TLostCommand>& atLost, const TStre
                   " cannot be synced";
             break;
         }
-        astr.push_back(str + ": '" + t.strCommand + "' failed: " + t.strProblem);
+        astr.push_back(str + ": '" + t.strCommand + (t.bNotRun ? "' was not run: " : "' failed: ") + t.strProblem);
     }
     if (m_tOptions.bKeepGoing)
     {

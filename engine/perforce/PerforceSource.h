@@ -53,6 +53,10 @@ private:
     // Ends the run for commands of the module that lost history, or (with
     // --keep-going) warns of each.
     void ActOn(const std::vector<TLostCommand>& atLost, const TStream* pSynced);
+    // Why the module's sync of the stream folder to the change must not
+    // run ("" when it may): a file of the stream at the change lies below a
+    // symbolic link of the stream, and would be written through it.
+    std::string GuardSync(const std::string& strFolder, unsigned int nChange) const;
     // "stream NAME" of a listed depot path ("//depot/main/..."), or the path.
     std::string StreamOfPath(const std::string& strListed) const;
 

@@ -388,3 +388,51 @@ TEST_F(CGatewayTest, PurgedAndArchivedRevisionsLeaveTheDescription)
     EXPECT_EQ(1u, at[1].nRevision);
     EXPECT_EQ("archive", at[1].strAction);
 }
+
+TEST_F(CGatewayTest, LinksOfTheDescriptionsAreKnownAndASyncCanBeRefusedBeforeItRuns)
+{
+    Answer("describe", MarshalRecord({{"code", "stat"},
+                                      {"change", "7"},
+                                      {"desc", "Links\n"},
+                                      {"depotFile0", "//depot/main/lib"},
+                                      {"action0", "add"},
+                                      {"type0", "symlink"},
+                                      {"rev0", "1"},
+                                      {"depotFile1", "//depot/rel1/lib"},
+                                      {"action1", "add"},
+                                      {"type1", "symlink+x"},
+                                      {"rev1", "1"}}));
+    Run({s_pszP4, "-G", "describe", "7"});
+    Answer("describe", MarshalRecord({{"code", "stat"},
+                                      {"change", "9"},
+                                      {"desc", "A file again\n"},
+                                      {"depotFile0", "//depot/main/lib"},
+                                      {"action0", "edit"},
+                                      {"type0", "text"},
+                                      {"rev0", "2"}}));
+    Run({s_pszP4, "-G", "describe", "9"});
+    EXPECT_EQ(std::vector<std::string>{}, m_cGateway.LinksAt("//depot/main/", 6));
+    EXPECT_EQ(std::vector<std::string>{"//depot/main/lib"}, m_cGateway.LinksAt("//depot/main/", 8));
+    EXPECT_EQ(std::vector<std::string>{}, m_cGateway.LinksAt("//depot/main/", 9));
+    EXPECT_EQ(std::vector<std::string>{"//depot/rel1/lib"}, m_cGateway.LinksAt("//depot/rel1/", 9));
+
+    std::vector<std::pair<std::string, unsigned>> atAsked;
+    m_cGateway.SetSyncGuard([&atAsked](const std::string& strFolder, unsigned int nChange) {
+        atAsked.emplace_back(strFolder, nChange);
+        return nChange == 8 ? std::string("a link is in the way") : std::string();
+    });
+    Answer("sync", "ran\n");
+    TRun t = Run({s_pszP4, "sync", "/ws/main/...@8"});
+    EXPECT_EQ(1, t.nStatus);
+    EXPECT_EQ("", t.strOut); // the stand-in did not run
+    EXPECT_EQ("a link is in the way\n", t.strErr);
+    const std::vector<TLostCommand> at = m_cGateway.TakeLost();
+    ASSERT_EQ(1u, at.size());
+    EXPECT_TRUE(at[0].bNotRun);
+    EXPECT_EQ(8u, at[0].nChange);
+    EXPECT_EQ("a link is in the way", at[0].strProblem);
+    t = Run({s_pszP4, "sync", "/ws/main/...@9"});
+    EXPECT_EQ(0, t.nStatus);
+    EXPECT_EQ("ran\n", t.strOut);
+    EXPECT_EQ((std::vector<std::pair<std::string, unsigned>>{{"/ws/main", 8}, {"/ws/main", 9}}), atAsked);
+}
