@@ -118,6 +118,84 @@ bool CHistoryWriter::OnChangeListed(const TChangeInfo& /*tChange*/, unsigned int
     return true;
 }
 
+void CHistoryWriter::UpdateFilter()
+{
+    CContentFilter* pFilter = m_pLfs ? m_pLfs->Filter() : nullptr;
+    m_cTracker.SetFilter(m_pSource ? m_pSource->WrapFilter(pFilter) : pFilter);
+}
+
+void CHistoryWriter::SourceView(bool bWhole, const TTree*& pTree, const TTreeDelta*& pDelta)
+{
+    if (!m_pSource)
+        return;
+    if (m_pSource->FoldsCase())
+    {
+        if (bWhole)
+        {
+            m_cSpelling = CFolderSpelling();
+            // The spellings of what an earlier run wrote stay.
+            TTree tEarlier;
+            std::string strError;
+            if (m_pGit && !m_pStream->atEarlier.empty() &&
+                m_pGit->ReadTree(m_pStream->atEarlier.back().second, tEarlier, strError))
+                m_cSpelling.Seed(tEarlier);
+            m_tFolded.clear();
+        }
+        TTreeDelta tFoldedDelta;
+        TTree tChanged;
+        for (const std::string& str : pDelta->setChanged)
+        {
+            auto it = pTree->find(str);
+            if (it != pTree->end())
+                tChanged[str] = it->second;
+        }
+        if (bWhole)
+            tChanged = *pTree;
+        TTree tFoldedChanged;
+        m_cSpelling.Apply(tChanged, *pDelta, tFoldedChanged, tFoldedDelta);
+        for (const std::string& str : tFoldedDelta.setRemoved)
+            m_tFolded.erase(str);
+        for (const auto& kv : tFoldedChanged)
+            m_tFolded[kv.first] = kv.second;
+        m_tAdjustedDelta = tFoldedDelta;
+        pTree = &m_tFolded;
+        pDelta = &m_tAdjustedDelta;
+    }
+    // A path that a change brings again is there again.
+    for (const std::string& str : pDelta->setChanged)
+        m_setGone.erase(str);
+    const std::vector<std::string> astrGone = m_pSource->GonePaths(*m_pStream, m_nNumber);
+    if (astrGone.empty())
+        return;
+    m_tAdjusted = *pTree;
+    if (pDelta != &m_tAdjustedDelta)
+        m_tAdjustedDelta = *pDelta;
+    for (const std::string& strGone : astrGone)
+    {
+        const std::string str = m_pSource->FoldsCase() ? m_cSpelling.Fold(strGone) : strGone;
+        m_setGone.insert(str);
+        if (m_tAdjusted.erase(str) != 0 || !bWhole)
+            m_tAdjustedDelta.Removed(str);
+    }
+    pTree = &m_tAdjusted;
+    pDelta = &m_tAdjustedDelta;
+}
+
+void CHistoryWriter::SourceView(TTree& tFolder)
+{
+    if (!m_pSource)
+        return;
+    if (m_pSource->FoldsCase())
+    {
+        TTree tFolded;
+        for (const auto& kv : tFolder)
+            tFolded[m_cSpelling.Fold(kv.first)] = kv.second;
+        tFolder.swap(tFolded);
+    }
+    for (const std::string& str : m_setGone)
+        tFolder.erase(str);
+}
+
 TBlobSink CHistoryWriter::BlobSink()
 {
     if (!m_pGit)
@@ -172,6 +250,8 @@ void CHistoryWriter::OnChangeDone(const TChangeInfo& tChange)
     for (const TItem& t : m_atItems)
         setItems.insert(t.strLocal);
     m_cTracker.Recheck(setItems, m_tDelta, BlobSink());
+    if (m_pLfs)
+        m_pLfs->CheckStore();
     const std::string strMissing = FirstMissing();
     if (!strMissing.empty())
         throw EStop(eExitFailure, "change " + std::to_string(tChange.nID) + " of stream " + m_pStream->strName +
@@ -206,12 +286,13 @@ unsigned CHistoryWriter::Commit(const TChangeInfo& tChange)
     TWaiting tWaiting;
     tWaiting.bVerify = m_bVerify;
     tWaiting.strWhere = strWhere;
-    if (m_bVerify)
-        ScanTree(m_pStream->strFolder, tWaiting.tFolder);
     if (!m_pGit)
     {
         if (m_bVerify)
+        {
+            ScanForVerify(strWhere, tWaiting.tFolder);
             Verify(strWhere, 0, tWaiting.tFolder);
+        }
         return 0;
     }
     CFastImportWriter::TCommit& tCommit = tWaiting.tCommit;
@@ -241,9 +322,29 @@ unsigned CHistoryWriter::Commit(const TChangeInfo& tChange)
     }
     else
         tWaiting.nAfter = m_pStream->atCommits.back().second;
+    const TTree* pTree = &m_cTracker.Tree();
+    const TTreeDelta* pDelta = &m_tDelta;
+    SourceView(tCommit.bFullTree, pTree, pDelta);
     CFastImportWriter& cWriter = m_pGit->Writer();
-    tWaiting.nMark = cWriter.ReserveMark();
-    tWaiting.strFiles = cWriter.FileCommands(tCommit, m_cTracker.Tree(), m_tDelta);
+    if (m_pLfs)
+    {
+        // The tree with the root .gitattributes that names the files in Git
+        // LFS.
+        TTree tTree;
+        TTreeDelta tDelta;
+        m_pLfs->CommitTree(m_pStream->strFolder, *pTree, *pDelta, tCommit.bFullTree, BlobSink(), tTree, tDelta);
+        tWaiting.nMark = cWriter.ReserveMark();
+        tWaiting.strFiles = cWriter.FileCommands(tCommit, tTree, tDelta);
+    }
+    else
+    {
+        tWaiting.nMark = cWriter.ReserveMark();
+        tWaiting.strFiles = cWriter.FileCommands(tCommit, *pTree, *pDelta);
+    }
+    // The folder changes with the next change: what the commit is compared
+    // with is read now, as the source sees it at this change.
+    if (m_bVerify)
+        ScanForVerify(strWhere, tWaiting.tFolder);
     const unsigned nMark = tWaiting.nMark;
     m_mapWaiting[m_pStream->tInfo.nID].push_back(std::move(tWaiting));
     return nMark;
@@ -330,6 +431,23 @@ std::vector<std::string> CHistoryWriter::WriteWaitingCommits()
         if (!kv.second.empty())
             throw EStop(eExitFailure, "internal error: " + kv.second.front().strWhere + " cannot be written");
     return m_astrLeftOut;
+}
+
+void CHistoryWriter::ScanForVerify(const std::string& strWhere, TTree& tFolder)
+{
+    if (m_pLfs)
+    {
+        // Large files as their pointers, hashed again; each in the store.
+        const std::string strProblem = m_pLfs->ScanFolder(m_pStream->strFolder, tFolder, [this](CContentFilter* pNext) {
+            return m_pSource ? m_pSource->WrapFilter(pNext) : pNext;
+        });
+        if (!strProblem.empty())
+            throw EStop(eExitFailure, "verify: " + strWhere + ": " + strProblem);
+    }
+    else
+        ScanTree(m_pStream->strFolder, tFolder, TBlobSink(), nullptr,
+                 m_pSource ? m_pSource->WrapFilter(nullptr) : nullptr);
+    SourceView(tFolder);
 }
 
 void CHistoryWriter::Verify(const std::string& strWhere, unsigned nMark, const TTree& tFolder)

@@ -12,9 +12,11 @@
 #include <vector>
 
 #include "Authors.h"
+#include "CaseFolding.h"
 #include "Driver.h"
 #include "Dump.h"
 #include "GitRepository.h"
+#include "LfsImport.h"
 #include "Merges.h"
 #include "Progress.h"
 #include "RunStats.h"
@@ -46,7 +48,11 @@ public:
 
     // The source system's part, told of each call and sync and asked where
     // the synced files are (none: null).
-    void SetSource(CSourceSystem* pSource) { m_pSource = pSource; }
+    void SetSource(CSourceSystem* pSource)
+    {
+        m_pSource = pSource;
+        UpdateFilter();
+    }
     // Samples the staging files once the changes are known (none: null).
     void SetRunStats(CRunStats* pStats) { m_pStats = pStats; }
     // Who the commits are by (none given: "user <user@client>" each).
@@ -58,6 +64,12 @@ public:
     // that no stream made is left out: each such is named in the list
     // returned.
     std::vector<std::string> WriteWaitingCommits();
+    // Puts large files into Git LFS (null: none).
+    void SetLfs(CLfsImport* pLfs)
+    {
+        m_pLfs = pLfs;
+        UpdateFilter();
+    }
 
     void BeforeCall(const char* pszCall) override;
     void OnStreamOpening() override;
@@ -71,8 +83,18 @@ public:
     std::string WhyItemFailed(const TChangeItemInfo& tItem) const override;
 
 private:
+    // The files are read through the source's filter and then Git LFS's.
+    void UpdateFilter();
     TBlobSink BlobSink();
+    // The tree and delta the commit writes, as the source wants them: its
+    // folders spelt one way, what it no longer has left out.
+    void SourceView(bool bWhole, const TTree*& pTree, const TTreeDelta*& pDelta);
+    // The same for a tree read afresh from the folder.
+    void SourceView(TTree& tFolder);
     unsigned Commit(const TChangeInfo& tChange);
+    // Reads the folder's files as --verify compares them: through the
+    // source's filter (and Git LFS's pointers), as the source sees them.
+    void ScanForVerify(const std::string& strWhere, TTree& tFolder);
     // Compares the commit with the folder's files.
     void Verify(const std::string& strWhere, unsigned nMark, const TTree& tFolder);
 
@@ -115,6 +137,7 @@ private:
     std::map<unsigned, std::deque<TWaiting>> m_mapWaiting;
     std::set<unsigned> m_setWritten; // marks of the commits written
     std::vector<std::string> m_astrLeftOut;
+    CLfsImport* m_pLfs = nullptr;
     CTreeTracker m_cTracker;
     // The phase last told to the supervisor, and when.
     std::string m_strPhaseCall;
@@ -133,6 +156,15 @@ private:
         bool bDelete;
     };
     std::vector<TItem> m_atItems;
+    // On a source that compares paths without case: the spellings of the
+    // stream's folders, and its tree spelt so.
+    CFolderSpelling m_cSpelling;
+    TTree m_tFolded;
+    TTree m_tAdjusted;
+    TTreeDelta m_tAdjustedDelta;
+    // The paths left out because the source no longer has their content,
+    // until a change brings them again.
+    std::set<std::string> m_setGone;
 };
 
 } // namespace IMP

@@ -15,6 +15,7 @@
 #include "Graph.h"
 #include "HistoryWriter.h"
 #include "Leftovers.h"
+#include "LfsImport.h"
 #include "LogFile.h"
 #include "Merges.h"
 #include "Module.h"
@@ -105,6 +106,8 @@ private:
     CHistoryWriter m_cHistory;
     std::map<std::string, std::string> m_mapSettings;
     CAuthors m_cAuthors;
+    TLfsSettings m_tLfs;
+    std::unique_ptr<CLfsImport> m_pLfs;
     std::unique_ptr<CSourceSystem> m_pSource;
     CMergePlan m_cPlan;
     bool m_bPlanned = false;
@@ -117,6 +120,10 @@ TSourceOptions CImport::SourceOptions(const TOptions& tOptions)
     t.nRetries = tOptions.nRetries;
     t.fRetryWait = tOptions.fRetryWait;
     t.bQuiet = tOptions.bQuiet;
+    t.strMetadataEncoding = tOptions.strMetadataEncoding;
+    t.bKeepKeywords = tOptions.bKeepKeywords;
+    for (const auto& kv : tOptions.atSettings)
+        t.setGivenSettings.insert(kv.first);
     return t;
 }
 
@@ -189,6 +196,9 @@ std::string CImport::Migrate()
     std::string strUnusable;
     if (!m_tOptions.strGit.empty() && !CGitRepository::IsUsable(m_tOptions.strGit, strUnusable))
         throw EStop(eExitUsage, strUnusable);
+    // Before the server is asked anything: settings a continued repository
+    // cannot take end the run here.
+    m_tLfs = ChooseLfsSettings(m_tOptions.strGit, LfsSettings(m_tOptions.strLfsThreshold, m_tOptions.astrLfsPatterns));
     if (!m_tOptions.strAuthors.empty())
         m_cAuthors.ReadFile(m_tOptions.strAuthors);
     m_cHistory.SetAuthors(m_cAuthors);
@@ -315,6 +325,12 @@ void CImport::OpenRepository()
         Say("an earlier run was killed: removed what it left in " + m_tOptions.strGit + " (" +
             std::to_string(m_pGit->Recovered().size()) + " lock and crash files)");
     m_cHistory.SetRepository(m_pGit.get());
+    if (m_tLfs.Any())
+    {
+        m_pLfs.reset(new CLfsImport(m_tLfs, m_tOptions.strGit));
+        m_pLfs->Open(!m_pGit->Continued());
+        m_cHistory.SetLfs(m_pLfs.get());
+    }
 }
 
 void CImport::ReadEarlierRuns()
@@ -380,9 +396,8 @@ std::string CImport::Finish()
         WorkerChannel().Send(EVENT::pszPhase, "labels");
         strLabels = m_pSource->ImportLabels(m_atStreams, m_tOptions.strGit, m_cAuthors, Report());
     }
-    const std::string strSummary = m_pSource->Summary();
-    if (!strSummary.empty() && !m_tOptions.bQuiet)
-        Say(strSummary);
+    for (const std::string& str : m_pSource->Summary(m_tOptions.bQuiet))
+        Say(str);
     if (m_pGit && m_pGit->Continued() && m_cProgress.Done() == 0)
         return "nothing new: the branches in " + m_tOptions.strGit + " hold every change of the " +
                std::to_string(m_atStreams.size()) + " streams" + strLabels;
@@ -427,6 +442,7 @@ void CImport::ReleaseProvider(int nStatus)
     const std::string strLog = Utf8(pProvider->GetLogPath());
     if (!strLog.empty())
     {
+        AppendToLog(strLog, m_pSource->LogLines());
         if (!m_tOptions.strLog.empty())
         {
             if (!MoveLog(strLog, m_tOptions.strLog))

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "RunStats.h"
 #include "Settings.h"
@@ -43,6 +44,14 @@ struct TOptions
     // often, after a wait that starts here and doubles.
     unsigned nRetries = 3;
     double fRetryWait = 1;
+    // The code page of descriptions and names that are not UTF-8.
+    std::string strMetadataEncoding = "cp1252";
+    // Files of a +k type keep the keywords that sync expanded.
+    bool bKeepKeywords = false;
+    // Large files in Git LFS: from this size (main() has checked it; ""
+    // none), and those that these patterns match.
+    std::string strLfsThreshold;
+    std::vector<std::string> astrLfsPatterns;
 };
 
 // Exit status: 0 done, 1 the migration failed, 2 usage, 128 + N stopped by

@@ -1,5 +1,8 @@
 #include "ProviderHost.h"
 
+#include <cstdio>
+#include <ctime>
+
 #include <unistd.h>
 
 #include <fstream>
@@ -30,6 +33,19 @@ void CProviderHost::Destroy()
     if (m_pProvider)
         m_pProvider->Destroy();
     m_pProvider = nullptr;
+}
+
+void AppendToLog(const std::string& strLog, const std::vector<std::string>& astrLines)
+{
+    if (astrLines.empty())
+        return;
+    std::FILE* pFile = std::fopen(strLog.c_str(), "a");
+    if (!pFile)
+        return;
+    const std::time_t tNow = std::time(nullptr);
+    for (const std::string& str : astrLines)
+        std::fprintf(pFile, "%d: %s\n", static_cast<int>(tNow % 3600), str.c_str());
+    std::fclose(pFile);
 }
 
 bool MoveLog(const std::string& strLog, const std::string& strTarget)

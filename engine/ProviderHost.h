@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "host/Connection.h"
 #include "mce/Provider.h"
@@ -53,6 +54,10 @@ private:
 // removes the original. False, with the original left, when the copy could
 // not be written.
 bool MoveLog(const std::string& strLog, const std::string& strTarget);
+
+// Adds lines of the engine's own at the end of the provider's log, in its
+// form ("SECONDS: TEXT", the seconds within the hour).
+void AppendToLog(const std::string& strLog, const std::vector<std::string>& astrLines);
 
 } // namespace IMP
 } // namespace ORVANE

@@ -9,11 +9,13 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "Authors.h"
 #include "Streams.h"
+#include "Tree.h"
 #include "mce/Provider.h"
 
 namespace ORVANE {
@@ -30,6 +32,14 @@ struct TSourceOptions
     unsigned nRetries = 3;
     double fRetryWait = 1;
     bool bQuiet = false;
+    // Files are kept as the source wrote them (keywords left expanded).
+    bool bKeepKeywords = false;
+    // The code page of texts that the source keeps as other bytes than
+    // UTF-8 ("": they pass as they are).
+    std::string strMetadataEncoding = "cp1252";
+    // The provider settings the user gave (the others keep their
+    // defaults, which the source's part may set from what the source says).
+    std::set<std::string> setGivenSettings;
 };
 
 // What one change of a stream brought from another stream.
@@ -120,6 +130,20 @@ public:
         (void)nStreamID, (void)nChange, (void)mapHeld;
         return std::vector<TIntegration>();
     }
+    // The filter through which the files of the stream are read: the
+    // source's own in front of pNext (none: pNext itself). It stays the
+    // source's.
+    virtual CContentFilter* WrapFilter(CContentFilter* pNext) { return pNext; }
+    // Whether the source compares paths without case (its folders are
+    // then one folder in git whatever their spelling).
+    virtual bool FoldsCase() const { return false; }
+    // The paths (relative to the stream's folder) whose content at this
+    // change the source no longer has: they are left out of its commit.
+    virtual std::vector<std::string> GonePaths(const TStream& tStream, unsigned int nNumber) const
+    {
+        (void)tStream, (void)nNumber;
+        return std::vector<std::string>();
+    }
 
     // Whether the source has labels that can become tags.
     virtual bool HasLabels() const { return false; }
@@ -131,8 +155,15 @@ public:
         (void)atStreams, (void)strGitDir, (void)cAuthors, (void)pOut;
         return std::string();
     }
-    // What the user should know at the end ("" when nothing).
-    virtual std::string Summary() const { return std::string(); }
+    // What the user should know at the end, one line each (with bQuiet
+    // only what is missing from git).
+    virtual std::vector<std::string> Summary(bool bQuiet) const
+    {
+        (void)bQuiet;
+        return std::vector<std::string>();
+    }
+    // Lines for the end of the import log.
+    virtual std::vector<std::string> LogLines() const { return std::vector<std::string>(); }
 
 protected:
     void Say(const std::string& str) const

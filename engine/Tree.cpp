@@ -46,9 +46,24 @@ bool ReadFile(int fdBase, const char* pszPath, size_t nSize, std::string& strCon
     return true;
 }
 
+// Reads through the filter the regular file at pszPath (below fdBase), of
+// the size seen; strPath is its path in the tree.
+bool ReadFiltered(int fdBase, const char* pszPath, uint64_t nSize, const std::string& strPath, CContentFilter& cFilter,
+                  std::string& strContent)
+{
+    const int fd = openat(fdBase, pszPath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (fd < 0)
+        return false;
+    const bool bRead = cFilter.Read(strPath, fd, nSize, strContent);
+    close(fd);
+    return bRead;
+}
+
 // ReadEntry for a path whose lstat the caller has (below fdBase, or
-// absolute).
-bool ReadEntryAs(int fdBase, const char* pszPath, const struct stat& st, TEntry& tEntry, std::string* pstrContent)
+// absolute). The filter, when there is one, is asked about the file by
+// strPath, its path in the tree.
+bool ReadEntryAs(int fdBase, const char* pszPath, const struct stat& st, TEntry& tEntry, std::string* pstrContent,
+                 const std::string& strPath = std::string(), CContentFilter* pFilter = nullptr)
 {
     const size_t nSize = size_t(st.st_size > 0 ? st.st_size : 0);
     std::string strContent;
@@ -63,8 +78,13 @@ bool ReadEntryAs(int fdBase, const char* pszPath, const struct stat& st, TEntry&
     }
     else if (S_ISREG(st.st_mode))
     {
-        if (!ReadFile(fdBase, pszPath, nSize, strContent))
+        // The filter gets the whole size, also where size_t is narrower.
+        const uint64_t nFileSize = uint64_t(st.st_size > 0 ? st.st_size : 0);
+        const bool bFiltered = pFilter && pFilter->Takes(strPath, nFileSize);
+        if (bFiltered ? !ReadFiltered(fdBase, pszPath, nFileSize, strPath, *pFilter, strContent)
+                      : !ReadFile(fdBase, pszPath, nSize, strContent))
             return false;
+        tEntry.bLfs = bFiltered && pFilter->LastReadKeptElsewhere();
         tEntry.nMode = (st.st_mode & S_IXUSR) ? 0100755 : 0100644;
     }
     else
@@ -78,7 +98,8 @@ bool ReadEntryAs(int fdBase, const char* pszPath, const struct stat& st, TEntry&
 // Everything below a folder (strRelative in the tree) that fdFolder is open
 // on; the descriptor is closed at the end. Each entry is looked at by its
 // name in the folder, so that no look walks the folders above again.
-void ScanFolder(int fdFolder, const std::string& strRelative, TTree& tTree, const TBlobSink& fnSink, const TTree* pOld)
+void ScanFolder(int fdFolder, const std::string& strRelative, TTree& tTree, const TBlobSink& fnSink, const TTree* pOld,
+                CContentFilter* pFilter)
 {
     DIR* pDir = fdopendir(fdFolder);
     if (!pDir)
@@ -104,12 +125,12 @@ void ScanFolder(int fdFolder, const std::string& strRelative, TTree& tTree, cons
         {
             const int fdSub = openat(fd, strName.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
             if (fdSub >= 0)
-                ScanFolder(fdSub, strPath, tTree, fnSink, pOld);
+                ScanFolder(fdSub, strPath, tTree, fnSink, pOld, pFilter);
             continue;
         }
         TEntry tEntry;
         std::string strContent;
-        if (!ReadEntryAs(fd, strName.c_str(), st, tEntry, &strContent))
+        if (!ReadEntryAs(fd, strName.c_str(), st, tEntry, &strContent, strPath, pFilter))
             continue;
         if (fnSink)
         {
@@ -129,11 +150,11 @@ void ScanFolder(int fdFolder, const std::string& strRelative, TTree& tTree, cons
 
 // ScanFolder for the folder at pszPath (below fdBase, or absolute).
 void ScanInto(int fdBase, const char* pszPath, const std::string& strRelative, TTree& tTree, const TBlobSink& fnSink,
-              const TTree* pOld)
+              const TTree* pOld, CContentFilter* pFilter)
 {
     const int fd = openat(fdBase, pszPath, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd >= 0)
-        ScanFolder(fd, strRelative, tTree, fnSink, pOld);
+        ScanFolder(fd, strRelative, tTree, fnSink, pOld, pFilter);
 }
 
 // The root folder of an update, open while it lasts: the paths below it are
@@ -184,10 +205,10 @@ void Apply(TTree& tTree, const std::string& strPath, const TEntry& tEntry, TTree
 
 // A folder that came, or changed below: everything under it.
 void UpdateFolder(const CRoot& cRoot, const std::string& strPath, TTree& tTree, TTreeDelta& tDelta,
-                  const TBlobSink& fnSink)
+                  const TBlobSink& fnSink, CContentFilter* pFilter)
 {
     TTree tSub;
-    ScanInto(cRoot.Fd(), strPath.c_str(), strPath, tSub, fnSink, &tTree);
+    ScanInto(cRoot.Fd(), strPath.c_str(), strPath, tSub, fnSink, &tTree, pFilter);
     if (tTree.erase(strPath))
         tDelta.Removed(strPath); // a file became a folder
     const std::string strPrefix = strPath + "/";
@@ -208,11 +229,11 @@ void UpdateFolder(const CRoot& cRoot, const std::string& strPath, TTree& tTree, 
 // A file or symbolic link that came or changed (st: what lstat saw), or
 // that went between that look and the reading.
 void UpdateFile(const CRoot& cRoot, const std::string& strPath, const struct stat& st, TTree& tTree, TTreeDelta& tDelta,
-                const TBlobSink& fnSink)
+                const TBlobSink& fnSink, CContentFilter* pFilter)
 {
     TEntry tEntry;
     std::string strContent;
-    if (!ReadEntryAs(cRoot.Fd(), strPath.c_str(), st, tEntry, &strContent))
+    if (!ReadEntryAs(cRoot.Fd(), strPath.c_str(), st, tEntry, &strContent, strPath, pFilter))
     {
         RemoveBelow(tTree, strPath, tDelta, true);
         return;
@@ -228,26 +249,29 @@ void UpdateFile(const CRoot& cRoot, const std::string& strPath, const struct sta
 
 } // namespace
 
+CContentFilter::~CContentFilter() = default;
+
 bool ReadEntry(const std::string& strPath, TEntry& tEntry, std::string* pstrContent)
 {
     struct stat st;
     return lstat(strPath.c_str(), &st) == 0 && ReadEntryAs(AT_FDCWD, strPath.c_str(), st, tEntry, pstrContent);
 }
 
-void ScanTree(const std::string& strRoot, TTree& tTree, const TBlobSink& fnSink, const TTree* pOld)
+void ScanTree(const std::string& strRoot, TTree& tTree, const TBlobSink& fnSink, const TTree* pOld,
+              CContentFilter* pFilter)
 {
     tTree.clear();
-    ScanInto(AT_FDCWD, strRoot.c_str(), std::string(), tTree, fnSink, pOld);
+    ScanInto(AT_FDCWD, strRoot.c_str(), std::string(), tTree, fnSink, pOld, pFilter);
 }
 
-void UpdateTree(const std::string& strRoot, const std::set<std::string>& setDirty, TTree& tTree,
-                TTreeDelta& tDelta, const TBlobSink& fnSink)
+void UpdateTree(const std::string& strRoot, const std::set<std::string>& setDirty, TTree& tTree, TTreeDelta& tDelta,
+                const TBlobSink& fnSink, CContentFilter* pFilter)
 {
     if (setDirty.empty())
         return;
     if (setDirty.count(std::string()))
     {
-        RescanTree(strRoot, tTree, tDelta, fnSink);
+        RescanTree(strRoot, tTree, tDelta, fnSink, pFilter);
         return;
     }
     const CRoot cRoot(strRoot);
@@ -258,16 +282,17 @@ void UpdateTree(const std::string& strRoot, const std::set<std::string>& setDirt
             !(S_ISDIR(st.st_mode) || S_ISREG(st.st_mode) || S_ISLNK(st.st_mode)))
             RemoveBelow(tTree, strPath, tDelta, true);
         else if (S_ISDIR(st.st_mode))
-            UpdateFolder(cRoot, strPath, tTree, tDelta, fnSink);
+            UpdateFolder(cRoot, strPath, tTree, tDelta, fnSink, pFilter);
         else
-            UpdateFile(cRoot, strPath, st, tTree, tDelta, fnSink);
+            UpdateFile(cRoot, strPath, st, tTree, tDelta, fnSink, pFilter);
     }
 }
 
-void RescanTree(const std::string& strRoot, TTree& tTree, TTreeDelta& tDelta, const TBlobSink& fnSink)
+void RescanTree(const std::string& strRoot, TTree& tTree, TTreeDelta& tDelta, const TBlobSink& fnSink,
+                CContentFilter* pFilter)
 {
     TTree tNew;
-    ScanTree(strRoot, tNew, fnSink, &tTree);
+    ScanTree(strRoot, tNew, fnSink, &tTree, pFilter);
     for (const auto& kv : tTree)
         if (!tNew.count(kv.first))
             tDelta.Removed(kv.first);

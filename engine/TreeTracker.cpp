@@ -7,7 +7,7 @@ void CTreeTracker::Begin(const std::string& strFolder)
 {
     m_strFolder = strFolder;
     m_tTree.clear();
-    ScanTree(m_strFolder, m_tTree);
+    ScanTree(m_strFolder, m_tTree, TBlobSink(), nullptr, m_pFilter);
     m_bWatching = m_cWatch.Start(m_strFolder);
 }
 
@@ -23,13 +23,13 @@ void CTreeTracker::CollectMore(TTreeDelta& tDelta, const TBlobSink& fnSink)
     std::set<std::string> setDirty;
     if (m_bWatching && m_cWatch.Collect(setDirty))
     {
-        UpdateTree(m_strFolder, setDirty, m_tTree, tDelta, fnSink);
+        UpdateTree(m_strFolder, setDirty, m_tTree, tDelta, fnSink, m_pFilter);
         m_bAllFresh = m_bAllFresh || setDirty.count(std::string()) != 0; // the root: a full scan
         m_setFresh.insert(setDirty.begin(), setDirty.end());
     }
     else
     {
-        RescanTree(m_strFolder, m_tTree, tDelta, fnSink);
+        RescanTree(m_strFolder, m_tTree, tDelta, fnSink, m_pFilter);
         m_bAllFresh = true;
     }
 }
@@ -50,7 +50,7 @@ void CTreeTracker::Recheck(const std::set<std::string>& setPaths, TTreeDelta& tD
     // is read again.
     if (!m_bWatching)
     {
-        UpdateTree(m_strFolder, setPaths, m_tTree, tDelta, fnSink);
+        UpdateTree(m_strFolder, setPaths, m_tTree, tDelta, fnSink, m_pFilter);
         return;
     }
     // Whatever was touched since the collection first; then the paths that
@@ -60,7 +60,7 @@ void CTreeTracker::Recheck(const std::set<std::string>& setPaths, TTreeDelta& tD
     for (const std::string& strPath : setPaths)
         if (!IsFresh(strPath))
             setStale.insert(strPath);
-    UpdateTree(m_strFolder, setStale, m_tTree, tDelta, fnSink);
+    UpdateTree(m_strFolder, setStale, m_tTree, tDelta, fnSink, m_pFilter);
 }
 
 void CTreeTracker::End()

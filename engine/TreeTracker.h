@@ -27,6 +27,8 @@ public:
     // is as it was read then: it is not read again.
     void Recheck(const std::set<std::string>& setPaths, TTreeDelta& tDelta, const TBlobSink& fnSink);
     void End();
+    // Reads the files the filter takes through it from now on (null: none).
+    void SetFilter(CContentFilter* pFilter) { m_pFilter = pFilter; }
 
     const TTree& Tree() const { return m_tTree; }
     const std::string& Folder() const { return m_strFolder; }
@@ -46,6 +48,7 @@ private:
     // (a folder stands for everything below it), or everything after a scan.
     std::set<std::string> m_setFresh;
     bool m_bAllFresh = false;
+    CContentFilter* m_pFilter = nullptr;
 };
 
 } // namespace IMP

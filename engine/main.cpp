@@ -17,12 +17,14 @@
 #include <CLI/CLI.hpp>
 
 #include "Import.h"
+#include "Lfs.h"
 #include "Process.h"
 #include "RunStats.h"
 #include "Stop.h"
 #include "Supervisor.h"
 #include "WorkerChannel.h"
 #include "host/ProcessCapture.h"
+#include "perforce/MetadataText.h"
 
 #ifndef ORVANE_IMPORT_VERSION
 #define ORVANE_IMPORT_VERSION "0"
@@ -60,6 +62,27 @@ void SetLocale()
         return;
     if (!std::setlocale(LC_ALL, "C.UTF-8"))
         std::fprintf(stderr, "orvane-import: warning: no UTF-8 locale; names beyond ASCII may be lost\n");
+}
+
+// Large files into Git LFS; the values are checked here, so that a wrong
+// one is a usage error before anything starts.
+void AddLfsOptions(CLI::App& app, TOptions& tOptions)
+{
+    app.add_option("--lfs-threshold", tOptions.strLfsThreshold,
+                   "put files of this size or more into Git LFS (with --git): bytes, or with K, M, G or T (powers "
+                   "of 1024): 500K, 50M, 1G")
+        ->type_name("SIZE")
+        ->check([](const std::string& str) {
+            uint64_t n = 0;
+            return ORVANE::IMP::ParseSize(str, n)
+                       ? std::string()
+                       : "'" + str + "' is not a size: bytes, or a whole number with K, M, G or T (500K, 50M, 1G)";
+        });
+    app.add_option("--lfs-pattern", tOptions.astrLfsPatterns,
+                   "put the files that the pattern matches into Git LFS (repeatable; with --git): a .gitattributes "
+                   "pattern, one without '/' matches the name in any folder ('*.psd', 'assets/**')")
+        ->type_name("GLOB")
+        ->check([](const std::string& str) { return ORVANE::IMP::PatternProblem(str); });
 }
 
 void AddOptions(CLI::App& app, TOptions& tOptions, std::vector<std::string>& astrSettings, TLimits& tLimits)
@@ -137,9 +160,22 @@ void AddOptions(CLI::App& app, TOptions& tOptions, std::vector<std::string>& ast
         ->type_name("SECONDS")
         ->check(CLI::Range(0.0, 3600.0))
         ->default_val(1);
+    app.add_flag("--keep-keywords", tOptions.bKeepKeywords,
+                 "keep RCS keywords of +k files as sync expanded them ($Id: //depot/a.c#3 $); by default git gets "
+                 "them unexpanded ($Id$), so that revisions and branches differ only where the files do");
+    app.add_option("--metadata-encoding", tOptions.strMetadataEncoding,
+                   "the code page of change descriptions, user and full names that are not UTF-8 (a server "
+                   "without unicode keeps the bytes its clients sent): they are decoded from it, never dropped")
+        ->type_name("ENCODING")
+        ->check([](const std::string& str) {
+            return ORVANE::IMP::CMetadataDecoder::IsKnown(str) ? std::string()
+                                                               : "unknown encoding '" + str + "' (see iconv -l)";
+        })
+        ->default_val("cp1252");
     app.add_option("--stats", tOptions.strStats,
                    "write figures of the run (time in p4 commands and in the engine, CPU, memory) as JSON")
         ->type_name("FILE");
+    AddLfsOptions(app, tOptions);
 }
 
 // The settings as KEY and VALUE; false (with the message given) for one
@@ -164,6 +200,12 @@ bool HasSomethingToDo(const TOptions& tOptions)
     if (tOptions.bLabels && tOptions.strGit.empty() && !tOptions.bAuthorsMissing)
     {
         std::fprintf(stderr, "orvane-import: error: --labels makes tags in the repository of --git DIR (see --help)\n");
+        return false;
+    }
+    if ((!tOptions.strLfsThreshold.empty() || !tOptions.astrLfsPatterns.empty()) && tOptions.strGit.empty())
+    {
+        std::fprintf(stderr, "orvane-import: error: --lfs-threshold and --lfs-pattern put files into the Git LFS "
+                             "store of the repository of --git DIR (see --help)\n");
         return false;
     }
     if (!tOptions.strGit.empty() || !tOptions.strDump.empty() || tOptions.bStreamsOnly || tOptions.bListSettings ||

@@ -5,6 +5,7 @@ set -euo pipefail
 
 packages=(
     build-essential cmake pkg-config git
+    git-lfs                    # large files of an import with --lfs-threshold/--lfs-pattern, and their tests
     libwxgtk3.2-dev            # wxWidgets 3.2 (we link wxBase only)
     libsqlite3-dev sqlite3
     nettle-dev                 # SHA-1, SHA-256, MD5 and base64

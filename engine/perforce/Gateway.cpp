@@ -2,11 +2,13 @@
 
 #include <time.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <limits>
+#include <set>
 
 #include "Text.h"
 #include "WorkerChannel.h"
@@ -227,10 +229,29 @@ int CP4Gateway::Pass(VCM::IChildRun& rRun)
     if (astrArgs.empty() || astrArgs[0] != m_strP4)
         return rRun.Run();
     const TP4Command tCommand = ParseP4Command(astrArgs);
+    if (IsModuleSync(tCommand) && m_fnSyncGuard)
+    {
+        // Refused before it runs: the sync would write through a link.
+        std::string strFolder = tCommand.astrArgs[0].substr(0, tCommand.astrArgs[0].rfind('@'));
+        if (strFolder.size() >= 4 && strFolder.compare(strFolder.size() - 4, 4, "/...") == 0)
+            strFolder.resize(strFolder.size() - 4);
+        const std::string strRefusal = m_fnSyncGuard(strFolder, SyncedChange(tCommand));
+        if (!strRefusal.empty())
+        {
+            rRun.SetOutput(std::string());
+            rRun.SetError(strRefusal + "\n");
+            m_strLastFailure = "'" + CommandText(astrArgs) + "' was not run: " + strRefusal;
+            m_atLost.push_back(TLostCommand{TLostCommand::eSync, CommandText(astrArgs), strRefusal, std::string(),
+                                            SyncedChange(tCommand), true});
+            return 1;
+        }
+    }
     std::string strOutput, strProblem;
     int nStatus = RunWithRetries(rRun, tCommand, strOutput, strProblem);
     if (!strProblem.empty())
         m_strLastFailure = "'" + CommandText(astrArgs) + "' failed: " + strProblem;
+    else if (tCommand.bMarshalled && !m_bUnicodeServer)
+        DecodeMetadata(rRun, strOutput);
 
     if (IsModuleListing(tCommand))
     {
@@ -249,7 +270,7 @@ int CP4Gateway::Pass(VCM::IChildRun& rRun)
     {
         const unsigned int nChange = ChangeNumber(tCommand.astrArgs[0]);
         if (strProblem.empty())
-            nStatus = CheckDescription(rRun, strOutput, nStatus);
+            nStatus = CheckDescription(rRun, strOutput, nStatus, nChange);
         else
             m_atLost.push_back(
                 TLostCommand{TLostCommand::eDescribe, CommandText(astrArgs), strProblem, m_strListing, nChange});
@@ -262,6 +283,29 @@ int CP4Gateway::Pass(VCM::IChildRun& rRun)
     else if (tCommand.bMarshalled && tCommand.strName == "branches" && !strProblem.empty())
         m_atUnreadBranches.emplace_back(std::string(), m_strLastFailure);
     return nStatus;
+}
+
+void CP4Gateway::DecodeMetadata(VCM::IChildRun& rRun, std::string& strOutput)
+{
+    // Output of ASCII alone (nearly all) holds nothing to decode.
+    bool bHigh = false;
+    for (char c : strOutput)
+        bHigh = bHigh || (static_cast<unsigned char>(c) & 0x80) != 0;
+    if (!bHigh)
+        return;
+    unsigned nDecoded = 0;
+    std::string strNew;
+    const bool bRead = RewriteMarshalled(strOutput, strNew, [&](const std::string& strKey, std::string& strValue) {
+        if (!CMetadataDecoder::IsMetadataKey(strKey) || !m_cDecoder.ToUtf8(strValue))
+            return false;
+        ++nDecoded;
+        return true;
+    });
+    if (!bRead || nDecoded == 0)
+        return;
+    m_nDecoded += nDecoded;
+    strOutput.swap(strNew);
+    rRun.SetOutput(strOutput);
 }
 
 void CP4Gateway::FilterListing(VCM::IChildRun& rRun, const std::string& strOutput)
@@ -285,37 +329,122 @@ void CP4Gateway::FilterListing(VCM::IChildRun& rRun, const std::string& strOutpu
     rRun.SetOutput(strKept);
 }
 
-int CP4Gateway::CheckDescription(VCM::IChildRun& rRun, const std::string& strOutput, int nStatus)
+namespace {
+
+// "action12" -> "action" and "12"; false for a key without a number.
+bool SplitNumberedKey(const std::string& strKey, std::string& strName, std::string& strNumber)
+{
+    size_t n = strKey.size();
+    while (n > 0 && strKey[n - 1] >= '0' && strKey[n - 1] <= '9')
+        --n;
+    if (n == strKey.size() || n == 0)
+        return false;
+    strName = strKey.substr(0, n);
+    strNumber = strKey.substr(n);
+    return true;
+}
+
+} // namespace
+
+int CP4Gateway::CheckDescription(VCM::IChildRun& rRun, std::string& strOutput, int nStatus, unsigned int nChange)
 {
     std::vector<std::string> astrNever;
+    std::set<std::string> setGone; // the numbers of the file entries left out
     CMarshalDecoder cDecoder;
     cDecoder.Feed(strOutput.data(), strOutput.size(), [&](const TP4Record& t) {
         for (const auto& kv : t)
         {
-            if (kv.first.compare(0, 9, "depotFile") != 0)
+            std::string strName, strNumber;
+            if (!SplitNumberedKey(kv.first, strName, strNumber))
                 continue;
-            const size_t nBefore = m_cNames.GetNeverEnding().size();
-            m_cNames.Add(kv.second);
-            if (m_cNames.GetNeverEnding().size() != nBefore)
-                astrNever.push_back(kv.second);
+            if (strName == "depotFile")
+            {
+                const size_t nBefore = m_cNames.GetNeverEnding().size();
+                m_cNames.Add(kv.second);
+                if (m_cNames.GetNeverEnding().size() != nBefore)
+                    astrNever.push_back(kv.second);
+            }
+            else if (strName == "type")
+            {
+                const std::string strFile = RecordValue(t, ("depotFile" + strNumber).c_str());
+                const std::string strAction = RecordValue(t, ("action" + strNumber).c_str());
+                const bool bLink =
+                    kv.second.compare(0, 7, "symlink") == 0 && strAction.find("delete") == std::string::npos;
+                auto itLink = m_mapLinks.find(strFile);
+                if (bLink || itLink != m_mapLinks.end())
+                    m_mapLinks[strFile].emplace_back(nChange, bLink);
+                const TKeywordMode eMode = KeywordMode(kv.second);
+                auto it = m_mapKeywordTypes.find(strFile);
+                if (eMode != eKeywordsNone || it != m_mapKeywordTypes.end())
+                    m_mapKeywordTypes[strFile].emplace_back(nChange, eMode);
+            }
+            else if (strName == "action" && (kv.second == "purge" || kv.second == "archive"))
+            {
+                setGone.insert(strNumber);
+                m_atGone.push_back(TGoneRevision{RecordValue(t, ("depotFile" + strNumber).c_str()),
+                                                 ChangeNumber(RecordValue(t, ("rev" + strNumber).c_str())), nChange,
+                                                 kv.second});
+            }
         }
         return true;
     });
-    if (astrNever.empty())
-        return nStatus;
-    // The module would spin for ever on the name: it must not see it.
-    for (const std::string& str : astrNever)
+    if (!astrNever.empty())
     {
-        bool bKnown = false;
-        for (const std::string& strRefused : m_astrRefused)
-            bKnown = bKnown || strRefused == str;
-        if (!bKnown)
-            m_astrRefused.push_back(str);
+        // The module would spin for ever on the name: it must not see it.
+        for (const std::string& str : astrNever)
+            if (std::find(m_astrRefused.begin(), m_astrRefused.end(), str) == m_astrRefused.end())
+                m_astrRefused.push_back(str);
+        rRun.SetOutput(std::string());
+        rRun.SetError("orvane-import: the migration module cannot read the depot file name '" + astrNever[0] + "'\n");
+        m_strLastFailure.clear();
+        return 1;
     }
-    rRun.SetOutput(std::string());
-    rRun.SetError("orvane-import: the migration module cannot read the depot file name '" + astrNever[0] + "'\n");
-    m_strLastFailure.clear();
-    return 1;
+    if (setGone.empty())
+        return nStatus;
+    // The module stops reading a description at the first action it does
+    // not know: without these entries it reads every other file.
+    std::string strNew;
+    if (DropMarshalledPairs(strOutput, strNew, [&setGone](const std::string& strKey) {
+            std::string strName, strNumber;
+            return SplitNumberedKey(strKey, strName, strNumber) && setGone.count(strNumber) != 0 &&
+                   (strName == "depotFile" || strName == "action" || strName == "type" || strName == "rev" ||
+                    strName == "fileSize" || strName == "digest");
+        }))
+    {
+        strOutput.swap(strNew);
+        rRun.SetOutput(strOutput);
+    }
+    return nStatus;
+}
+
+std::vector<std::string> CP4Gateway::LinksAt(const std::string& strPrefix, unsigned int nChange) const
+{
+    std::vector<std::string> astr;
+    for (auto it = m_mapLinks.lower_bound(strPrefix);
+         it != m_mapLinks.end() && it->first.compare(0, strPrefix.size(), strPrefix) == 0; ++it)
+    {
+        unsigned int nBest = 0;
+        bool bLink = false;
+        for (const auto& t : it->second)
+            if (t.first <= nChange && t.first >= nBest)
+                nBest = t.first, bLink = t.second;
+        if (bLink)
+            astr.push_back(it->first);
+    }
+    return astr;
+}
+
+TKeywordMode CP4Gateway::KeywordModeAt(const std::string& strDepotFile, unsigned int nChange) const
+{
+    auto it = m_mapKeywordTypes.find(strDepotFile);
+    if (it == m_mapKeywordTypes.end())
+        return eKeywordsNone;
+    unsigned int nBest = 0;
+    TKeywordMode eMode = eKeywordsNone;
+    for (const auto& t : it->second)
+        if (t.first <= nChange && t.first >= nBest)
+            nBest = t.first, eMode = t.second;
+    return eMode;
 }
 
 std::vector<TLostCommand> CP4Gateway::TakeLost()

@@ -13,12 +13,15 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "host/ProcessCapture.h"
 #include "perforce/EscapedNames.h"
+#include "perforce/Keywords.h"
+#include "perforce/MetadataText.h"
 
 namespace ORVANE {
 namespace IMP {
@@ -56,6 +59,17 @@ struct TLostCommand
     std::string strProblem; // the server's message
     std::string strPath;    // the depot path being listed ("//depot/main/...")
     unsigned int nChange = 0;
+    bool bNotRun = false; // refused before it ran (strProblem says why)
+};
+
+// A revision that a description names but the server no longer has the
+// content of (purged, or archived to other storage).
+struct TGoneRevision
+{
+    std::string strDepotFile; // as the server writes it
+    unsigned int nRevision = 0;
+    unsigned int nChange = 0;
+    std::string strAction; // "purge" or "archive"
 };
 
 class CP4Gateway : public VCM::IProcessGateway
@@ -65,6 +79,9 @@ public:
     {
         unsigned nRetries = 3;
         double fFirstWait = 1; // seconds; doubled for each further try
+        // The code page of texts that are not UTF-8 ("": they pass as
+        // they are).
+        std::string strMetadataEncoding;
     };
 
     // strP4: the p4 client the module and the engine run (its commands are
@@ -79,6 +96,15 @@ public:
 
     // Told of each retry (one line).
     void SetNotice(std::function<void(const std::string&)> fnNotice) { m_fnNotice = std::move(fnNotice); }
+    // Looks at the module's sync of a folder to a change before it runs:
+    // returns why it must not run ("" when it may).
+    void SetSyncGuard(std::function<std::string(const std::string& strFolder, unsigned int nChange)> fnGuard)
+    {
+        m_fnSyncGuard = std::move(fnGuard);
+    }
+    // The depot files below the prefix ("//depot/main/") that are symbolic
+    // links at the change, as the descriptions said.
+    std::vector<std::string> LinksAt(const std::string& strPrefix, unsigned int nChange) const;
     // Whether the waits between retries are cut short (a stop was asked).
     void SetStopCheck(std::function<bool()> fnStop) { m_fnStop = std::move(fnStop); }
 
@@ -98,6 +124,19 @@ public:
     // far (in the order met, each once).
     const std::vector<std::string>& RefusedNames() const { return m_astrRefused; }
 
+    // A server with unicode enabled sends UTF-8 only: nothing to decode.
+    void SetUnicodeServer(bool bUnicode) { m_bUnicodeServer = bUnicode; }
+    // How many texts were decoded from the code page.
+    unsigned DecodedTexts() const { return m_nDecoded; }
+
+    // The purged and archived revisions the module's descriptions named,
+    // left out of what it read so that it reads the rest of the change.
+    const std::vector<TGoneRevision>& GoneRevisions() const { return m_atGone; }
+
+    // The keyword mode of the depot file (as the server writes its path)
+    // in its newest revision at the change, as the descriptions said.
+    TKeywordMode KeywordModeAt(const std::string& strDepotFile, unsigned int nChange) const;
+
     unsigned Retried() const { return m_nRetried; }
     unsigned Recovered() const { return m_nRecovered; }
     unsigned PendingLeftOut() const { return m_nPendingLeftOut; }
@@ -110,17 +149,28 @@ private:
     bool Wait(unsigned nTry) const;
     // Leaves pending and shelved changes out of a listing.
     void FilterListing(VCM::IChildRun& rRun, const std::string& strOutput);
-    // Refuses a description that names a file the module cannot read.
-    int CheckDescription(VCM::IChildRun& rRun, const std::string& strOutput, int nStatus);
+    // Hands texts that are not UTF-8 on as UTF-8.
+    void DecodeMetadata(VCM::IChildRun& rRun, std::string& strOutput);
+    // Refuses a description that names a file the module cannot read, and
+    // leaves out the revisions whose content is gone.
+    int CheckDescription(VCM::IChildRun& rRun, std::string& strOutput, int nStatus, unsigned int nChange);
 
     std::string m_strP4;
     TPolicy m_tPolicy;
     CEscapedNames& m_cNames;
     std::function<void(const std::string&)> m_fnNotice;
     std::function<bool()> m_fnStop;
+    std::function<std::string(const std::string&, unsigned int)> m_fnSyncGuard;
+    // The files ever a symbolic link: each change that made one a link or
+    // something else (or deleted it).
+    std::map<std::string, std::vector<std::pair<unsigned int, bool>>> m_mapLinks;
     std::vector<TLostCommand> m_atLost;
     std::vector<std::pair<std::string, std::string>> m_atUnreadBranches;
     std::vector<std::string> m_astrRefused;
+    std::vector<TGoneRevision> m_atGone;
+    // The files ever of a type that expands keywords: each change that
+    // gave one a type, with its mode.
+    std::map<std::string, std::vector<std::pair<unsigned int, TKeywordMode>>> m_mapKeywordTypes;
     std::string m_strLastFailure;
     // The path whose changes the module lists now: its descriptions
     // belong to it.
@@ -128,6 +178,9 @@ private:
     // Whether the server has answered a command of this run: a connection
     // that could never be made is no dropped one, and is not tried again.
     bool m_bServerAnswered = false;
+    bool m_bUnicodeServer = false;
+    CMetadataDecoder m_cDecoder{m_tPolicy.strMetadataEncoding};
+    unsigned m_nDecoded = 0;
     unsigned m_nRetried = 0;
     unsigned m_nRecovered = 0;
     unsigned m_nPendingLeftOut = 0;

@@ -159,6 +159,86 @@ bool CMarshalDecoder::Feed(const char* pData, size_t nSize, const TRangeCallback
     return true;
 }
 
+namespace {
+
+enum TPairFate
+{
+    ePairKept,
+    ePairReplaced,
+    ePairDropped
+};
+
+// Copies a stream of marshalled dictionaries; fnPair decides of each pair
+// whose value is a string.
+bool CopyMarshalled(const std::string& strIn, std::string& strOut,
+                    const std::function<TPairFate(const std::string& strKey, std::string& strValue)>& fnPair)
+{
+    strOut.clear();
+    strOut.reserve(strIn.size());
+    std::string strError;
+    size_t nPos = 0;
+    while (nPos < strIn.size())
+    {
+        if (strIn[nPos] != '{')
+            return false;
+        strOut += '{';
+        ++nPos;
+        for (;;)
+        {
+            if (nPos >= strIn.size())
+                return false;
+            if (strIn[nPos] == '0')
+            {
+                strOut += '0';
+                ++nPos;
+                break;
+            }
+            std::string strKey, strValue;
+            const size_t nKey = nPos;
+            if (ReadValue(strIn, nPos, strKey, strError) <= 0)
+                return false;
+            const size_t nValue = nPos;
+            const char cType = strIn[nValue];
+            if (ReadValue(strIn, nPos, strValue, strError) <= 0)
+                return false;
+            const bool bString = cType == 's' || cType == 't' || cType == 'u';
+            const TPairFate eFate = bString ? fnPair(strKey, strValue) : ePairKept;
+            if (eFate == ePairDropped)
+                continue;
+            strOut.append(strIn, nKey, nValue - nKey);
+            if (eFate == ePairReplaced)
+            {
+                const uint32_t n = static_cast<uint32_t>(strValue.size());
+                strOut += cType;
+                for (int i = 0; i < 4; ++i)
+                    strOut += static_cast<char>((n >> (8 * i)) & 0xFF);
+                strOut += strValue;
+            }
+            else
+                strOut.append(strIn, nValue, nPos - nValue);
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+bool RewriteMarshalled(const std::string& strIn, std::string& strOut,
+                       const std::function<bool(const std::string& strKey, std::string& strValue)>& fnValue)
+{
+    return CopyMarshalled(strIn, strOut, [&fnValue](const std::string& strKey, std::string& strValue) {
+        return fnValue(strKey, strValue) ? ePairReplaced : ePairKept;
+    });
+}
+
+bool DropMarshalledPairs(const std::string& strIn, std::string& strOut,
+                         const std::function<bool(const std::string& strKey)>& fnDrop)
+{
+    return CopyMarshalled(strIn, strOut, [&fnDrop](const std::string& strKey, std::string&) {
+        return fnDrop(strKey) ? ePairDropped : ePairKept;
+    });
+}
+
 std::string RecordValue(const TP4Record& tRecord, const char* pszKey)
 {
     auto it = tRecord.find(pszKey);

@@ -48,6 +48,18 @@ private:
     bool m_bStopped = false;
 };
 
+// Copies a stream of marshalled dictionaries, letting fnValue replace the
+// string values it wants to (it returns true when it did); every other
+// byte is copied as it is, in its order. False when the bytes are not
+// dictionaries this decoder knows (strOut then holds what was copied).
+bool RewriteMarshalled(const std::string& strIn, std::string& strOut,
+                       const std::function<bool(const std::string& strKey, std::string& strValue)>& fnValue);
+
+// The same, leaving out the pairs (with string values) whose key fnDrop
+// names.
+bool DropMarshalledPairs(const std::string& strIn, std::string& strOut,
+                         const std::function<bool(const std::string& strKey)>& fnDrop);
+
 // An "error" record of severity 3 or more (or of none): a failure, not a
 // warning.
 bool IsFailureRecord(const TP4Record& tRecord);

@@ -60,16 +60,20 @@ CPerforceSource::~CPerforceSource()
 void CPerforceSource::Start(MCE::CProvider& cProvider, const std::map<std::string, std::string>& mapSettings)
 {
     m_pProvider = &cProvider;
+    m_bCaseInsensitive = Setting(mapSettings, "CaseInsensitive") == "1";
     m_strP4 = Setting(mapSettings, "P4Path");
     m_strRootPath = Setting(mapSettings, "RootPath");
     m_strIgnoredBranches = Setting(mapSettings, "IgnoredBranches");
     CP4Gateway::TPolicy tPolicy;
     tPolicy.nRetries = m_tOptions.nRetries;
     tPolicy.fFirstWait = m_tOptions.fRetryWait;
+    tPolicy.strMetadataEncoding = m_tOptions.strMetadataEncoding;
     m_pGateway.reset(new CP4Gateway(m_strP4, tPolicy, m_cNames));
     if (!m_tOptions.bQuiet)
         m_pGateway->SetNotice([this](const std::string& str) { Say("warning: " + str); });
     m_pGateway->SetStopCheck([]() { return g_nStopSignal != 0; });
+    m_pGateway->SetSyncGuard(
+        [this](const std::string& strFolder, unsigned int nChange) { return GuardSync(strFolder, nChange); });
     VCM::CProcessCapture::SetGateway(m_pGateway.get());
     WorkerChannel().Send(EVENT::pszP4, m_strP4);
 }
@@ -85,7 +89,17 @@ std::function<unsigned int()> CPerforceSource::ChangeNumbers() const
 void CPerforceSource::CheckSource(CAuthors& cAuthors)
 {
     const CServerChecks cChecks(m_strP4);
-    cChecks.CheckConnection();
+    const TP4Record tInfo = cChecks.CheckConnection();
+    m_pGateway->SetUnicodeServer(RecordValue(tInfo, "unicode") == "enabled");
+    // The module compares paths without case unless told otherwise; the
+    // server says how it compares them.
+    const std::string strCase = RecordValue(tInfo, "caseHandling");
+    m_bServerSaysCase = strCase == "insensitive";
+    if (!strCase.empty() && m_tOptions.setGivenSettings.count("CaseInsensitive") == 0)
+    {
+        m_bCaseInsensitive = strCase == "insensitive";
+        m_pProvider->SetProperty(L"CaseInsensitive", m_bCaseInsensitive ? L"1" : L"0");
+    }
     cChecks.ReadUsers(cAuthors);
 }
 
@@ -205,6 +219,32 @@ std::string CPerforceSource::LastFailure() const
     return m_pGateway ? m_pGateway->LastFailure() : std::string();
 }
 
+std::string CPerforceSource::GuardSync(const std::string& strFolder, unsigned int nChange) const
+{
+    if (!m_pStreams)
+        return std::string();
+    for (const TStream& t : *m_pStreams)
+    {
+        if (t.strFolder != strFolder)
+            continue;
+        for (const std::string& strLink : m_pGateway->LinksAt(PathText(t.tInfo.cDstPath) + "/", nChange))
+        {
+            // Rare: a link of the depot. Is anything below it at the change?
+            std::string strBelow;
+            CP4Query(m_strP4).Run({"files", "-e", strLink + "/...@" + std::to_string(nChange)},
+                                  [&strBelow](const TP4Record& tRecord) {
+                                      if (RecordValue(tRecord, "code") == "stat" && strBelow.empty())
+                                          strBelow = RecordValue(tRecord, "depotFile");
+                                      return strBelow.empty();
+                                  });
+            if (!strBelow.empty())
+                return "the depot file " + strBelow + " lies below the symbolic link " + strLink +
+                       ": a sync would write it wherever the link points";
+        }
+    }
+    return std::string();
+}
+
 std::string CPerforceSource::StreamOfPath(const std::string& strListed) const
 {
     if (m_pStreams)
@@ -239,9 +279,69 @@ void CPerforceSource::OnChangesEstablished(unsigned int nCount)
                                         "what failed.");
 }
 
-void CPerforceSource::OnChangeSynced(const TStream& tStream, unsigned int /*nNumber*/)
+void CPerforceSource::OnChangeSynced(const TStream& tStream, unsigned int nNumber)
 {
     ActOn(m_pGateway->TakeLost(), &tStream);
+    m_pSyncedStream = &tStream;
+    m_nSyncedNumber = nNumber;
+}
+
+namespace {
+
+// A name as the server writes it in a depot path: '%' '@' '#' '*' escaped.
+std::string ServerEscaped(const std::string& strName)
+{
+    std::string str;
+    for (char c : strName)
+    {
+        switch (c)
+        {
+        case '%':
+            str += "%25";
+            break;
+        case '@':
+            str += "%40";
+            break;
+        case '#':
+            str += "%23";
+            break;
+        case '*':
+            str += "%2A";
+            break;
+        default:
+            str += c;
+        }
+    }
+    return str;
+}
+
+} // namespace
+
+CContentFilter* CPerforceSource::WrapFilter(CContentFilter* pNext)
+{
+    if (m_tOptions.bKeepKeywords)
+        return pNext;
+    std::unique_ptr<CKeywordFilter>& pFilter = m_mapKeywordFilters[pNext];
+    if (!pFilter)
+        pFilter.reset(new CKeywordFilter(
+            [this](const std::string& strPath) {
+                if (!m_pSyncedStream)
+                    return eKeywordsNone;
+                return m_pGateway->KeywordModeAt(
+                    PathText(m_pSyncedStream->tInfo.cDstPath) + "/" + ServerEscaped(strPath), m_nSyncedNumber);
+            },
+            pNext));
+    return pFilter.get();
+}
+
+std::vector<std::string> CPerforceSource::GonePaths(const TStream& tStream, unsigned int nNumber) const
+{
+    std::vector<std::string> astr;
+    const std::string strPrefix = PathText(tStream.tInfo.cDstPath) + "/";
+    for (const TGoneRevision& t : m_pGateway->GoneRevisions())
+        if (t.nChange == nNumber && t.strDepotFile.compare(0, strPrefix.size(), strPrefix) == 0)
+            astr.push_back(Utf8(wxString(DecodeOnce(Wide(t.strDepotFile.substr(strPrefix.size())).ToStdWstring()))));
+    return astr;
 }
 
 void CPerforceSource::ActOn(const std::vector<TLostCommand>& atLost, const TStream* pSynced)
@@ -265,7 +365,7 @@ void CPerforceSource::ActOn(const std::vector<TLostCommand>& atLost, const TStre
                   " cannot be synced";
             break;
         }
-        astr.push_back(str + ": '" + t.strCommand + "' failed: " + t.strProblem);
+        astr.push_back(str + ": '" + t.strCommand + (t.bNotRun ? "' was not run: " : "' failed: ") + t.strProblem);
     }
     if (m_tOptions.bKeepGoing)
     {
@@ -361,13 +461,45 @@ std::string CPerforceSource::ImportLabels(const TStreams& atStreams, const std::
     return ", " + std::to_string(nTags) + " of " + std::to_string(atOutcomes.size()) + " labels as tags";
 }
 
-std::string CPerforceSource::Summary() const
+namespace {
+
+std::string GoneText(const TGoneRevision& t)
 {
-    if (!m_pGateway || m_pGateway->Recovered() == 0)
-        return std::string();
-    const unsigned n = m_pGateway->Recovered();
-    return std::to_string(n) + (n == 1 ? " p4 command" : " p4 commands") +
-           " failed on the way to the server and succeeded when tried again";
+    return t.strDepotFile + "#" + std::to_string(t.nRevision) + " of change " + std::to_string(t.nChange);
+}
+
+} // namespace
+
+std::vector<std::string> CPerforceSource::Summary(bool bQuiet) const
+{
+    std::vector<std::string> astr;
+    if (!m_pGateway)
+        return astr;
+    const unsigned nRecovered = m_pGateway->Recovered();
+    if (nRecovered != 0 && !bQuiet)
+        astr.push_back(std::to_string(nRecovered) + (nRecovered == 1 ? " p4 command" : " p4 commands") +
+                       " failed on the way to the server and succeeded when tried again");
+    // What git lacks is told even to a quiet run.
+    const std::vector<TGoneRevision>& atGone = m_pGateway->GoneRevisions();
+    if (!atGone.empty())
+    {
+        std::string str = std::to_string(atGone.size()) + (atGone.size() == 1 ? " revision is" : " revisions are") +
+                          " purged or archived on the server and left out of the commits: ";
+        for (size_t i = 0; i < atGone.size() && i < 3; ++i)
+            str += (i ? ", " : "") + GoneText(atGone[i]);
+        astr.push_back(str + (atGone.size() > 3 ? ", ... (each in the import log)" : " (each in the import log)"));
+    }
+    return astr;
+}
+
+std::vector<std::string> CPerforceSource::LogLines() const
+{
+    std::vector<std::string> astr;
+    if (m_pGateway)
+        for (const TGoneRevision& t : m_pGateway->GoneRevisions())
+            astr.push_back("orvane-import: left out of its commit: " + GoneText(t) + " (" +
+                           (t.strAction == "purge" ? "purged" : "archived") + " on the server)");
+    return astr;
 }
 
 } // namespace IMP

@@ -4,6 +4,7 @@
 // sees there.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <string>
 
@@ -11,6 +12,7 @@
 #include "perforce/EscapedNames.h"
 #include "perforce/Gateway.h"
 #include "perforce/Integrations.h"
+#include "perforce/KeywordFilter.h"
 
 namespace ORVANE {
 namespace IMP {
@@ -42,16 +44,24 @@ public:
     std::vector<unsigned int> StreamChanges(unsigned int nStreamID) const override;
     std::vector<TIntegration> Integrations(unsigned int nStreamID, unsigned int nChange,
                                            const std::map<unsigned int, unsigned int>& mapHeld) const override;
+    CContentFilter* WrapFilter(CContentFilter* pNext) override;
+    bool FoldsCase() const override { return m_bCaseInsensitive && m_bServerSaysCase; }
+    std::vector<std::string> GonePaths(const TStream& tStream, unsigned int nNumber) const override;
 
     bool HasLabels() const override { return true; }
     std::string ImportLabels(const TStreams& atStreams, const std::string& strGitDir, const CAuthors& cAuthors,
                              std::FILE* pOut) override;
-    std::string Summary() const override;
+    std::vector<std::string> Summary(bool bQuiet) const override;
+    std::vector<std::string> LogLines() const override;
 
 private:
     // Ends the run for commands of the module that lost history, or (with
     // --keep-going) warns of each.
     void ActOn(const std::vector<TLostCommand>& atLost, const TStream* pSynced);
+    // Why the module's sync of the stream folder to the change must not
+    // run ("" when it may): a file of the stream at the change lies below a
+    // symbolic link of the stream, and would be written through it.
+    std::string GuardSync(const std::string& strFolder, unsigned int nChange) const;
     // "stream NAME" of a listed depot path ("//depot/main/..."), or the path.
     std::string StreamOfPath(const std::string& strListed) const;
 
@@ -65,7 +75,14 @@ private:
     std::string m_strP4;
     std::string m_strRootPath;
     std::string m_strIgnoredBranches;
-    const MCE::CProvider* m_pProvider = nullptr;
+    MCE::CProvider* m_pProvider = nullptr;
+    // Whether the server compares paths without case (and said so).
+    bool m_bCaseInsensitive = true;
+    bool m_bServerSaysCase = false;
+    // The stream and change being imported, for the keyword filter.
+    const TStream* m_pSyncedStream = nullptr;
+    unsigned int m_nSyncedNumber = 0;
+    std::map<CContentFilter*, std::unique_ptr<CKeywordFilter>> m_mapKeywordFilters;
     const TStreams* m_pStreams = nullptr;
     CEscapedNames m_cNames;
     std::unique_ptr<CP4Gateway> m_pGateway;

@@ -29,10 +29,36 @@ bool NotStarted(const TP4Result& tResult)
 
 } // namespace
 
-void CServerChecks::CheckConnection() const
+namespace {
+
+const char* const s_pszUnicodeOnly = "Unicode server permits only unicode enabled clients.";
+
+// Whether the user chose a character set for p4 (none counts as none).
+bool CharsetChosen()
+{
+    const char* psz = std::getenv("P4CHARSET");
+    return psz && *psz && std::string(psz) != "none";
+}
+
+// Runs the query; a refusal for want of a character set makes every later
+// p4 of this process use UTF-8, and the query runs once more.
+TP4Result RunWithCharset(const CP4Query& cQuery, const std::vector<std::string>& astrArgs)
+{
+    TP4Result t = cQuery.Run(astrArgs);
+    if (t.AllMessages().find(s_pszUnicodeOnly) != std::string::npos && !CharsetChosen())
+    {
+        ::setenv("P4CHARSET", "utf8", 1);
+        t = cQuery.Run(astrArgs);
+    }
+    return t;
+}
+
+} // namespace
+
+TP4Record CServerChecks::CheckConnection() const
 {
     const CP4Query cQuery(m_strP4);
-    const TP4Result tInfo = cQuery.Run({"info"});
+    const TP4Result tInfo = RunWithCharset(cQuery, {"info"});
     if (NotStarted(tInfo))
         throw EStop(eExitFailure, "the Perforce client cannot be run: " + tInfo.Problem() +
                                       " (the setting P4Path names the p4 executable)");
@@ -42,16 +68,25 @@ void CServerChecks::CheckConnection() const
                                       " cannot be reached: " + strProblem);
     // A real server answers "'login' not necessary, no password set for
     // this user." as an informational record when there is no password.
-    const TP4Result tLogin = cQuery.Run({"login", "-s"});
+    // A server with unicode enabled answers its information to any client,
+    // and refuses everything else to one without a character set.
+    for (const TP4Record& t : tInfo.atRecords)
+        if (RecordValue(t, "code") == "stat" && RecordValue(t, "unicode") == "enabled" && !CharsetChosen())
+            ::setenv("P4CHARSET", "utf8", 1);
+    const TP4Result tLogin = RunWithCharset(cQuery, {"login", "-s"});
     strProblem = tLogin.Problem();
     if (!strProblem.empty())
         throw EStop(eExitFailure, "the Perforce server does not accept the user " + Variable("P4USER", "(unset)") +
                                       ": " + strProblem + " (log in with 'p4 login' first)");
+    for (const TP4Record& t : tInfo.atRecords)
+        if (RecordValue(t, "code") == "stat")
+            return t;
+    return TP4Record();
 }
 
 std::string DeleteServerClient(const std::string& strP4, const std::string& strClient)
 {
-    return CP4Query(strP4).Run({"client", "-d", strClient}).Problem();
+    return RunWithCharset(CP4Query(strP4), {"client", "-d", strClient}).Problem();
 }
 
 std::string NeverEndingMessage(const std::vector<std::string>& astrFiles)

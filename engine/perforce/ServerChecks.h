@@ -11,6 +11,7 @@
 
 #include "Authors.h"
 #include "perforce/EscapedNames.h"
+#include "perforce/P4Query.h"
 
 namespace ORVANE {
 namespace IMP {
@@ -22,8 +23,11 @@ public:
 
     // Throws EStop (failure) with one line that says what is wrong: the
     // client cannot be run, the server cannot be reached, or it does not
-    // take the user.
-    void CheckConnection() const;
+    // take the user. Returns the server's `p4 info` record. A server with
+    // unicode enabled refuses a client without a character set: unless the
+    // user chose one, every p4 of this process then runs with
+    // P4CHARSET=utf8.
+    TP4Record CheckConnection() const;
 
     // Reads the names of every depot file under the path (deleted and
     // moved-away ones included) into cNames. Throws EStop (failure) when they

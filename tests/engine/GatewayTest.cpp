@@ -292,3 +292,147 @@ TEST_F(CGatewayTest, AFailureRecordOfASuccessfulCommandCounts)
     m_cGateway.ForgetFailure();
     EXPECT_EQ("", m_cGateway.LastFailure());
 }
+
+TEST(MetadataText, Utf8IsRecognised)
+{
+    EXPECT_TRUE(IsUtf8("plain"));
+    EXPECT_TRUE(IsUtf8("caf\xC3\xA9 \xE6\x97\xA5 \xF0\x9F\x98\x80"));
+    EXPECT_FALSE(IsUtf8("caf\xE9"));
+    EXPECT_FALSE(IsUtf8("\xC0\xAF"));         // overlong '/'
+    EXPECT_FALSE(IsUtf8("\xED\xA0\x80"));     // a surrogate
+    EXPECT_FALSE(IsUtf8("\xF4\x90\x80\x80")); // beyond U+10FFFF
+    EXPECT_FALSE(IsUtf8("\xE6\x97"));         // cut short
+}
+
+TEST(MetadataText, TextsOfACodePageBecomeUtf8)
+{
+    const CMetadataDecoder cDecoder("cp1252");
+    std::string str = "Ren\xE9 M\xFCller \x80 \x93quoted\x94";
+    EXPECT_TRUE(cDecoder.ToUtf8(str));
+    EXPECT_EQ("Ren\xC3\xA9 M\xC3\xBCller \xE2\x82\xAC \xE2\x80\x9Cquoted\xE2\x80\x9D", str);
+    // 0x81 is not defined in Windows-1252: it is replaced, not dropped.
+    str = "a\x81z";
+    EXPECT_TRUE(cDecoder.ToUtf8(str));
+    EXPECT_EQ("a\xEF\xBF\xBDz", str);
+    // UTF-8 stays as it is.
+    str = "caf\xC3\xA9";
+    EXPECT_FALSE(cDecoder.ToUtf8(str));
+    EXPECT_EQ("caf\xC3\xA9", str);
+    // Without an encoding nothing is decoded.
+    str = "caf\xE9";
+    EXPECT_FALSE(CMetadataDecoder().ToUtf8(str));
+    EXPECT_EQ("caf\xE9", str);
+    EXPECT_TRUE(CMetadataDecoder::IsKnown("latin1"));
+    EXPECT_FALSE(CMetadataDecoder::IsKnown("no-such-encoding"));
+    EXPECT_FALSE(CMetadataDecoder::IsKnown(""));
+}
+
+TEST_F(CGatewayTest, DescriptionsAndNamesInACodePageReachTheModuleAsUtf8)
+{
+    const auto fnDescribe = [](const char* pszDesc, const char* pszUser) {
+        return MarshalRecord({{"code", "stat"},
+                              {"change", "7"},
+                              {"user", pszUser},
+                              {"desc", pszDesc},
+                              {"depotFile0", "//depot/main/caf\xE9.txt"},
+                              {"action0", "add"},
+                              {"type0", "text"},
+                              {"rev0", "1"}});
+    };
+    CEscapedNames cNames;
+    CP4Gateway::TPolicy tPolicy = Policy();
+    tPolicy.strMetadataEncoding = "cp1252";
+    CP4Gateway cDecoding(s_pszP4, tPolicy, cNames);
+    ORVANE::VCM::CProcessCapture::SetGateway(&cDecoding);
+    Answer("describe", fnDescribe("Caf\xE9 cr\xE8me\n", "ren\xE9"));
+    const TRun t = Run({s_pszP4, "-G", "describe", "7"});
+    EXPECT_EQ(0, t.nStatus);
+    // The file name keeps its bytes: git gets it as the server has it.
+    EXPECT_EQ(fnDescribe("Caf\xC3\xA9 cr\xC3\xA8me\n", "ren\xC3\xA9"), t.strOut);
+    EXPECT_EQ(2u, cDecoding.DecodedTexts());
+    // A server with unicode enabled sends UTF-8: nothing is touched.
+    cDecoding.SetUnicodeServer(true);
+    EXPECT_EQ(fnDescribe("Caf\xE9 cr\xE8me\n", "ren\xE9"), Run({s_pszP4, "-G", "describe", "7"}).strOut);
+}
+
+TEST_F(CGatewayTest, PurgedAndArchivedRevisionsLeaveTheDescription)
+{
+    const auto fnItem = [](const char* pszNumber, const char* pszFile, const char* pszAction, const char* pszRev) {
+        const std::string strNumber = pszNumber;
+        return std::vector<std::pair<std::string, std::string>>{{"depotFile" + strNumber, pszFile},
+                                                                {"action" + strNumber, pszAction},
+                                                                {"type" + strNumber, "binary+S"},
+                                                                {"rev" + strNumber, pszRev}};
+    };
+    std::vector<std::pair<std::string, std::string>> atAll = {{"code", "stat"}, {"change", "7"}, {"desc", "Mixed\n"}};
+    std::vector<std::pair<std::string, std::string>> atKept = atAll;
+    for (const auto& at :
+         {fnItem("0", "//depot/main/a.txt", "edit", "2"), fnItem("1", "//depot/main/big.bin", "purge", "3"),
+          fnItem("2", "//depot/main/old.bin", "archive", "1"), fnItem("3", "//depot/main/c.txt", "add", "1")})
+    {
+        atAll.insert(atAll.end(), at.begin(), at.end());
+        if (at[1].second != "purge" && at[1].second != "archive")
+            atKept.insert(atKept.end(), at.begin(), at.end());
+    }
+    Answer("describe", MarshalRecord(atAll));
+    const TRun t = Run({s_pszP4, "-G", "describe", "7"});
+    EXPECT_EQ(0, t.nStatus);
+    EXPECT_EQ(MarshalRecord(atKept), t.strOut);
+    const std::vector<TGoneRevision>& at = m_cGateway.GoneRevisions();
+    ASSERT_EQ(2u, at.size());
+    EXPECT_EQ("//depot/main/big.bin", at[0].strDepotFile);
+    EXPECT_EQ(3u, at[0].nRevision);
+    EXPECT_EQ(7u, at[0].nChange);
+    EXPECT_EQ("purge", at[0].strAction);
+    EXPECT_EQ("//depot/main/old.bin", at[1].strDepotFile);
+    EXPECT_EQ(1u, at[1].nRevision);
+    EXPECT_EQ("archive", at[1].strAction);
+}
+
+TEST_F(CGatewayTest, LinksOfTheDescriptionsAreKnownAndASyncCanBeRefusedBeforeItRuns)
+{
+    Answer("describe", MarshalRecord({{"code", "stat"},
+                                      {"change", "7"},
+                                      {"desc", "Links\n"},
+                                      {"depotFile0", "//depot/main/lib"},
+                                      {"action0", "add"},
+                                      {"type0", "symlink"},
+                                      {"rev0", "1"},
+                                      {"depotFile1", "//depot/rel1/lib"},
+                                      {"action1", "add"},
+                                      {"type1", "symlink+x"},
+                                      {"rev1", "1"}}));
+    Run({s_pszP4, "-G", "describe", "7"});
+    Answer("describe", MarshalRecord({{"code", "stat"},
+                                      {"change", "9"},
+                                      {"desc", "A file again\n"},
+                                      {"depotFile0", "//depot/main/lib"},
+                                      {"action0", "edit"},
+                                      {"type0", "text"},
+                                      {"rev0", "2"}}));
+    Run({s_pszP4, "-G", "describe", "9"});
+    EXPECT_EQ(std::vector<std::string>{}, m_cGateway.LinksAt("//depot/main/", 6));
+    EXPECT_EQ(std::vector<std::string>{"//depot/main/lib"}, m_cGateway.LinksAt("//depot/main/", 8));
+    EXPECT_EQ(std::vector<std::string>{}, m_cGateway.LinksAt("//depot/main/", 9));
+    EXPECT_EQ(std::vector<std::string>{"//depot/rel1/lib"}, m_cGateway.LinksAt("//depot/rel1/", 9));
+
+    std::vector<std::pair<std::string, unsigned>> atAsked;
+    m_cGateway.SetSyncGuard([&atAsked](const std::string& strFolder, unsigned int nChange) {
+        atAsked.emplace_back(strFolder, nChange);
+        return nChange == 8 ? std::string("a link is in the way") : std::string();
+    });
+    Answer("sync", "ran\n");
+    TRun t = Run({s_pszP4, "sync", "/ws/main/...@8"});
+    EXPECT_EQ(1, t.nStatus);
+    EXPECT_EQ("", t.strOut); // the stand-in did not run
+    EXPECT_EQ("a link is in the way\n", t.strErr);
+    const std::vector<TLostCommand> at = m_cGateway.TakeLost();
+    ASSERT_EQ(1u, at.size());
+    EXPECT_TRUE(at[0].bNotRun);
+    EXPECT_EQ(8u, at[0].nChange);
+    EXPECT_EQ("a link is in the way", at[0].strProblem);
+    t = Run({s_pszP4, "sync", "/ws/main/...@9"});
+    EXPECT_EQ(0, t.nStatus);
+    EXPECT_EQ("ran\n", t.strOut);
+    EXPECT_EQ((std::vector<std::pair<std::string, unsigned>>{{"/ws/main", 8}, {"/ws/main", 9}}), atAsked);
+}

@@ -118,3 +118,26 @@ TEST(P4Result, WarningsAreNoProblem)
     EXPECT_TRUE(IsFailureRecord({{"code", "error"}}));
     EXPECT_FALSE(IsFailureRecord({{"code", "stat"}}));
 }
+
+TEST(RewriteMarshalled, OnlyTheValuesReplacedChangeAndTheOrderStays)
+{
+    const std::string strIn = "{" + S("code") + S("stat") + S("rev0") + S("3") + S("desc") + S("old") + S("n") + "i" +
+                              Le32(7) + "0" + "{" + S("desc") + S("x") + "0";
+    std::string strOut;
+    ASSERT_TRUE(RewriteMarshalled(strIn, strOut, [](const std::string& strKey, std::string& strValue) {
+        if (strKey != "desc")
+            return false;
+        strValue = "new " + strValue;
+        return true;
+    }));
+    EXPECT_EQ("{" + S("code") + S("stat") + S("rev0") + S("3") + S("desc") + S("new old") + S("n") + "i" + Le32(7) +
+                  "0" + "{" + S("desc") + S("new x") + "0",
+              strOut);
+    // Nothing replaced: the same bytes.
+    ASSERT_TRUE(RewriteMarshalled(strIn, strOut, [](const std::string&, std::string&) { return false; }));
+    EXPECT_EQ(strIn, strOut);
+    // Bytes cut short, or no dictionary: false.
+    EXPECT_FALSE(
+        RewriteMarshalled(strIn.substr(0, 10), strOut, [](const std::string&, std::string&) { return false; }));
+    EXPECT_FALSE(RewriteMarshalled("plain text", strOut, [](const std::string&, std::string&) { return false; }));
+}

@@ -122,3 +122,43 @@ TEST(AdminTest, EscapedPathsCarryNamesThatAreNotUtf8)
         EXPECT_EQ(r.err, tBad.second);
     }
 }
+
+namespace {
+
+// splitmix64's bytes, least significant first: the reference for "generated".
+std::string SplitMix(unsigned long long nSeed, size_t nSize)
+{
+    std::string str;
+    while (str.size() < nSize)
+    {
+        unsigned long long n = (nSeed += 0x9e3779b97f4a7c15ULL);
+        n = (n ^ (n >> 30)) * 0xbf58476d1ce4e5b9ULL;
+        n = (n ^ (n >> 27)) * 0x94d049bb133111ebULL;
+        n ^= n >> 31;
+        for (int i = 0; i < 8 && str.size() < nSize; ++i, n >>= 8)
+            str += static_cast<char>(n & 0xff);
+    }
+    return str;
+}
+
+} // namespace
+
+TEST(AdminTest, GeneratedContentIsTheSameForTheSameSizeAndSeed)
+{
+    SimServer sim;
+    sim.Load(R"({"changes": [{"user": "jo", "time": 1200000000, "description": "Large",
+                 "files": [{"path": "//depot/a.bin", "action": "add", "type": "binary",
+                            "generated": {"size": 21, "seed": 7}},
+                           {"path": "//depot/b.bin", "action": "add", "type": "binary",
+                            "generated": {"size": 21, "seed": 8}},
+                           {"path": "//depot/empty.bin", "action": "add", "type": "binary",
+                            "generated": {"size": 0, "seed": 7}}]}]})");
+    EXPECT_EQ(sim.P4({"print", "-q", "//depot/a.bin"}).out, SplitMix(7, 21));
+    EXPECT_EQ(sim.P4({"print", "-q", "//depot/b.bin"}).out, SplitMix(8, 21));
+    EXPECT_EQ(sim.P4({"print", "-q", "//depot/empty.bin"}).out, "");
+    sim.WriteFile(sim.Root() + "/bad.json", R"({"changes": [{"user": "jo", "time": 1, "files": [
+                      {"path": "//depot/x", "action": "add", "generated": {"seed": 1}}]}]})");
+    const Result r = sim.Admin({"load", sim.ServerDir(), sim.Root() + "/bad.json"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "p4sim admin: 'generated' needs a 'size' of 0 or more bytes\n");
+}

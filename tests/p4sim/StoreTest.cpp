@@ -86,6 +86,7 @@ const std::map<TQuery, std::vector<std::string>> kPlans = {
     {ORVANE::P4SIM::eQueryIntegsFrom, {"SEARCH integs USING INDEX integs_by_from (from_file>? AND from_file<?)"}},
     {ORVANE::P4SIM::eQueryIntegLast, {"SEARCH integs USING COVERING INDEX integs_by_from (from_file=?)"}},
     {ORVANE::P4SIM::eQueryIntegLastBack, {"SEARCH integs USING PRIMARY KEY (to_file=?)"}},
+    {ORVANE::P4SIM::eQueryRevSetAction, {"SEARCH revs USING PRIMARY KEY (depot_file=? AND rev=?)"}},
 };
 
 class StoreTest : public ::testing::Test
@@ -131,4 +132,17 @@ TEST_F(StoreTest, TheLogIsEmptyAfterEveryWrite)
     r = m_sim.P4({"client", "-d", "ws"});
     ASSERT_EQ(r.out, "Client ws deleted.\n");
     EXPECT_EQ(WalSize(), 0);
+}
+
+TEST(StoreCaseTest, AnInsensitiveServerAnswersEveryQueryThroughAnIndexToo)
+{
+    SimServer sim;
+    sim.Load(R"({"caseHandling": "insensitive", "changes": [{"files": [
+        {"path": "//depot/Main/a.c", "action": "add", "content": "a\n"}]}]})");
+    CStore store(sim.ServerDir());
+    for (int n = 0; n < ORVANE::P4SIM::eQueryCount; ++n)
+    {
+        TQuery query = TQuery(n);
+        EXPECT_EQ(store.QueryPlan(query), kPlans.at(query)) << ORVANE::P4SIM::QueryText(query);
+    }
 }

@@ -137,6 +137,7 @@ int Submit(const std::string& strDir, const std::function<void(CStore&)>& fnSubm
     CStore cStore(strDir, !FileExists(CStore::DbPath(strDir)));
     cStore.SetBulkCache();
     cStore.Begin(true);
+    cStore.LoadSettings();
     try
     {
         fnSubmit(cStore);

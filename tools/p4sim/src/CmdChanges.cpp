@@ -251,8 +251,8 @@ std::vector<TDescribedFile> SubmittedFiles(const std::vector<TRevRec>& atRevs)
 {
     std::vector<TDescribedFile> atFiles;
     for (const TRevRec& tRev : atRevs)
-        atFiles.push_back({tRev.strDepotFile, tRev.strAction, tRev.strType, Num(tRev.nRev), !tRev.Deleted(), tRev.nSize,
-                           tRev.strDigest});
+        atFiles.push_back({tRev.strDepotFile, tRev.strAction, tRev.strType, Num(tRev.nRev),
+                           !tRev.Deleted() && !tRev.strDigest.empty(), tRev.nSize, tRev.strDigest});
     return atFiles;
 }
 

@@ -28,7 +28,7 @@ std::vector<TRevRec> RevisionsUnder(CStore& rStore, const std::string& strPrefix
     {
         std::vector<TRevRec> atRevs = rStore.RevsUnder(strPrefix, tBounds.nLow, tBounds.nHigh);
         std::sort(atRevs.begin(), atRevs.end(), [](const TRevRec& tA, const TRevRec& tB) {
-            return tA.strDepotFile != tB.strDepotFile ? tA.strDepotFile < tB.strDepotFile : tA.nRev > tB.nRev;
+            return tA.strDepotFile != tB.strDepotFile ? PathLess(tA.strDepotFile, tB.strDepotFile) : tA.nRev > tB.nRev;
         });
         return atRevs;
     }
@@ -144,9 +144,10 @@ void PrintRevision(TContext& tContext, const TOptions& tOptions, const TRevRec& 
     tContext.cLimits.AddResults(1);
     if (!tOptions.Has('q'))
         tContext.pOutput->Stat(aRecord, RevisionLine(tRev));
-    if (tRev.Deleted())
+    if (!tRev.HasContent())
         return;
-    std::string strData = tContext.pStore->Content(tRev.strDigest);
+    // -k prints the keywords as stored ("$Id$").
+    std::string strData = ClientContent(tContext, tRev, !tOptions.Has('k'), "\n");
     if (pstrToFile)
         *pstrToFile += strData;
     else
@@ -169,7 +170,7 @@ void CmdFiles(TContext& tContext, const TOptions& tOptions)
         for (const TResolvedFile& tFile : Resolve(tContext, tArg, pView.get(), tOptions.Has('a')))
         {
             const TRevRec& tRev = tFile.tRev;
-            if (tOptions.Has('e') && tRev.Deleted())
+            if (tOptions.Has('e') && !tRev.HasContent())
                 continue;
             if (nMax >= 0 && nListed >= nMax)
                 return;

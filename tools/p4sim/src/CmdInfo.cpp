@@ -49,6 +49,8 @@ void CmdInfo(TContext& tContext, const TOptions& /*tOptions*/)
     std::string strRoot = tClient ? tClient->strRoot : "*unknown*";
     std::string strClient = tClient ? tContext.strClient : "*unknown*";
     std::string strDate = FormatDateTime(tContext.nNow) + " " + FormatZone(tContext.nNow);
+    const std::string strCase = tContext.pStore->CaseInsensitive() ? "insensitive" : "sensitive";
+    const bool bUnicode = tContext.pStore->Unicode();
     TRecord aRecord = {{"userName", tContext.strUser},
                        {"clientName", strClient},
                        {"clientRoot", strRoot},
@@ -61,14 +63,16 @@ void CmdInfo(TContext& tContext, const TOptions& /*tOptions*/)
                        {"serverUptime", "00:00:00"},
                        {"serverVersion", s_pszServerVersion},
                        {"serverLicense", "none"},
-                       {"caseHandling", "sensitive"}};
+                       {"caseHandling", strCase}};
+    if (bUnicode)
+        aRecord.push_back({"unicode", "enabled"});
     std::string strPlain =
         "User name: " + tContext.strUser + "\nClient name: " + strClient + "\nClient host: " + tContext.strHost +
         "\nClient root: " + strRoot + "\nCurrent directory: " + tContext.strCwd +
         "\nPeer address: 127.0.0.1:0\nClient address: 127.0.0.1\nServer address: " + tContext.strPort +
         "\nServer root: " + tContext.ServerDir() + "\nServer date: " + strDate +
         "\nServer uptime: 00:00:00\nServer version: " + s_pszServerVersion +
-        "\nServer license: none\nCase Handling: sensitive\n";
+        "\nServer license: none\nCase Handling: " + strCase + "\n" + (bUnicode ? "Unicode: enabled\n" : "");
     tContext.pOutput->Stat(aRecord, strPlain);
 }
 

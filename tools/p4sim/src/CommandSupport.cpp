@@ -2,6 +2,7 @@
 #include "Commands.h"
 
 #include "FileSystem.h"
+#include "FileTypes.h"
 #include "Text.h"
 
 #include <algorithm>
@@ -101,10 +102,50 @@ TFileArg SplitFileArg(const std::string& strArg)
 
 bool IsTextType(const std::string& strType)
 {
-    // Everything but the binary kinds is text as far as line ends and
-    // print's record code go.
-    return !(StartsWith(strType, "binary") || StartsWith(strType, "ubinary") || StartsWith(strType, "apple") ||
-             StartsWith(strType, "resource") || StartsWith(strType, "utf16"));
+    // Everything but the binary kinds (and utf16, which a client gets as
+    // UTF-16) is text as far as print's record code goes.
+    const std::string strBase = ParseFileType(strType).strBase;
+    return strBase != "binary" && strBase != "apple" && strBase != "resource" && strBase != "utf16";
+}
+
+std::string ConvertLineEnds(const std::string& strData, const std::string& strLineEnd)
+{
+    if (strLineEnd == "\n")
+        return strData;
+    std::string strOut;
+    strOut.reserve(strData.size() + strData.size() / 16);
+    for (char c : strData)
+    {
+        if (c == '\n')
+            strOut += strLineEnd;
+        else
+            strOut += c;
+    }
+    return strOut;
+}
+
+std::string ClientContent(TContext& tContext, const TRevRec& tRev, bool bExpandKeywords, const std::string& strLineEnd)
+{
+    std::string strData = tContext.pStore->Content(tRev.strDigest);
+    const TFileType tType = ParseFileType(tRev.strType);
+    if (bExpandKeywords && tType.eKeywords != eKeywordsNone && !tType.IsSymlink())
+    {
+        TKeywordSource tSource;
+        tSource.strDepotFile = tRev.strDepotFile;
+        tSource.nRev = tRev.nRev;
+        tSource.nChange = tRev.nChange;
+        tSource.nTime = tRev.nTime;
+        std::optional<TChangeRec> tChange = tContext.pStore->Change(tRev.nChange);
+        tSource.strAuthor = tChange ? tChange->strUser : std::string();
+        strData = ExpandKeywords(strData, tType.eKeywords, tSource);
+    }
+    if (tType.IsText())
+        strData = ConvertLineEnds(strData, strLineEnd);
+    if (tType.IsUtf16())
+        return Utf8ToUtf16Le(strData);
+    if (tType.IsUtf8() || (tType.IsUnicode() && tContext.strCharset == "utf8-bom"))
+        return g_pszUtf8Bom + strData;
+    return strData;
 }
 
 namespace {

@@ -59,6 +59,9 @@ struct TContext
     std::function<std::string()> fnReadStdin;
     long long nNow = 0;
     CLimits cLimits;
+    // The client's character set on a unicode server (utf8 or utf8-bom),
+    // empty on any other.
+    std::string strCharset;
 
     std::string ServerDir() const { return strPort.substr(4); }
 };
@@ -165,6 +168,13 @@ bool PatternNames(const std::string& strPattern, bool bIsDepot, const TClientVie
                   const std::string& strDepotFile, std::string& strClientFile);
 
 bool IsTextType(const std::string& strType);
+
+// The bytes of a revision as a client writes them: RCS keywords expanded
+// for +k types (unless bExpandKeywords is false), line ends of text kinds
+// as strLineEnd, utf16 files as UTF-16 with a byte order mark, utf8 files
+// (and unicode files for a utf8-bom client) after a UTF-8 one.
+std::string ClientContent(TContext& tContext, const TRevRec& tRev, bool bExpandKeywords, const std::string& strLineEnd);
+std::string ConvertLineEnds(const std::string& strData, const std::string& strLineEnd);
 
 // The -u, -e and -E filters of the spec listings (branches, clients, labels).
 bool ListingSelects(const TOptions& tOptions, const std::string& strName, const std::string& strOwner);

@@ -32,6 +32,9 @@ struct TFileAction
     // The first source revision integrated; 0: the one after the last
     // integrated from that file into this one before (#1 for a move).
     long long nFromRevStart = 0;
+    // The revision's content was purged (p4 archive -p) or archived
+    // (p4 archive): its action becomes "purge" or "archive".
+    bool bPurged = false, bArchived = false;
 };
 
 // The integration a file action records with a source: strHow, or the
@@ -80,6 +83,10 @@ struct THistory
     // The server's MaxResults and MaxScanRows (0: unlimited; -1: not given,
     // the server's stay as they are).
     long long nMaxResults = -1, nMaxScanRows = -1;
+    // The server's unicode mode (-1: not given, 0 off, 1 on) and case
+    // handling ("sensitive", "insensitive", empty: not given).
+    int nUnicode = -1;
+    std::string strCaseHandling;
 };
 
 // Throws std::runtime_error with a readable message on a malformed history.
@@ -134,9 +141,11 @@ private:
     TIntegRec IntegrationOf(const TFileAction& tAction, const std::string& strHow, const TRevRec& tSource,
                             const TRevRec& tTarget);
     void AddUserOf(const TChangeSpec& tChange);
+    void PurgeOlderRevisions(const TRevRec& tRev);
 
     CStore& m_rStore;
     long long m_nNext;
+    bool m_bUnicode;
     long long m_nLastTime = 0;
     std::vector<std::string> m_astrMessages;
 };
@@ -159,6 +168,12 @@ private:
 
 // Returns what the submissions of pending changes said.
 std::vector<std::string> SubmitHistory(CStore& rStore, const THistory& tHistory);
+
+// Switches the server to unicode mode and to a case handling as the history
+// asks, before anything else of it goes in. Throws when the server cannot
+// be switched: non-UTF-8 text in it, case handling changed on a server with
+// revisions, or unicode mode switched off again.
+void ApplyServerSettings(CStore& rStore, const THistory& tHistory);
 
 struct TGenerateOptions
 {

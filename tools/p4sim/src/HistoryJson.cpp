@@ -50,6 +50,30 @@ std::vector<std::string> Lines(const json& jObject, const char* pszKey)
     return astrOut;
 }
 
+// Bytes that look random, the same for the same size and seed: a large file
+// of a history without its bytes in the JSON.
+std::string GeneratedContent(const json& jGenerated)
+{
+    if (!jGenerated.is_object())
+        throw std::runtime_error("'generated' must be an object with 'size' and 'seed'");
+    const long long nSize = Int(jGenerated, "size", -1);
+    if (nSize < 0)
+        throw std::runtime_error("'generated' needs a 'size' of 0 or more bytes");
+    unsigned long long nState = static_cast<unsigned long long>(Int(jGenerated, "seed", 0));
+    std::string str(static_cast<size_t>(nSize), '\0');
+    for (size_t i = 0; i < str.size(); i += 8)
+    {
+        // splitmix64
+        unsigned long long n = (nState += 0x9e3779b97f4a7c15ULL);
+        n = (n ^ (n >> 30)) * 0xbf58476d1ce4e5b9ULL;
+        n = (n ^ (n >> 27)) * 0x94d049bb133111ebULL;
+        n ^= n >> 31;
+        for (size_t j = 0; j < 8 && i + j < str.size(); ++j, n >>= 8)
+            str[i + j] = static_cast<char>(n & 0xff);
+    }
+    return str;
+}
+
 // A server keeps form and change descriptions with a final line end.
 std::string WithNewline(const std::string& str)
 {
@@ -64,10 +88,11 @@ bool IsBinaryType(const std::string& strType)
            StartsWith(strType, "resource");
 }
 
-// A path given as "pathEscaped"/"fromEscaped": \xNN is the byte NN (two
-// hexadecimal digits), \\ a backslash, anything else itself. It
-// carries names that are not UTF-8, which a JSON string cannot hold.
-std::string DecodeEscapedPath(const std::string& str)
+// A text given as "KEYEscaped" ("pathEscaped", "descriptionEscaped"...):
+// \xNN is the byte NN (two hexadecimal digits), \\ a backslash, anything
+// else itself. It carries bytes that are not UTF-8, which a JSON string
+// cannot hold.
+std::string DecodeEscaped(const std::string& str)
 {
     std::string strOut;
     for (size_t i = 0; i < str.size(); ++i)
@@ -93,9 +118,9 @@ std::string DecodeEscapedPath(const std::string& str)
     return strOut;
 }
 
-// The escaped form of a path that is not UTF-8: its bytes from 0x80 up as
+// The escaped form of a text that is not UTF-8: its bytes from 0x80 up as
 // \xNN, backslashes doubled.
-std::string EncodeEscapedPath(const std::string& str)
+std::string EncodeEscaped(const std::string& str)
 {
     static const char s_achHex[] = "0123456789abcdef";
     std::string strOut;
@@ -111,25 +136,36 @@ std::string EncodeEscapedPath(const std::string& str)
     return strOut;
 }
 
-// A path of the history: "KEY" as it is, or "KEYEscaped" in the form above.
-std::string PathValue(const json& jObject, const char* pszKey)
+// A path or text of the history: "KEY" as it is, or "KEYEscaped" in the
+// form above.
+std::string TextValue(const json& jObject, const char* pszKey, const std::string& strDefault = "")
 {
     const std::string strEscapedKey = std::string(pszKey) + "Escaped";
     if (!jObject.contains(strEscapedKey))
-        return Str(jObject, pszKey);
+        return Str(jObject, pszKey, strDefault);
     if (jObject.contains(pszKey))
         throw std::runtime_error(std::string("both '") + pszKey + "' and '" + strEscapedKey + "'");
-    return DecodeEscapedPath(Str(jObject, strEscapedKey.c_str()));
+    return DecodeEscaped(Str(jObject, strEscapedKey.c_str()));
 }
 
-// Puts a path into the history under "KEY", or "KEYEscaped" when it is not
-// UTF-8.
-void SetPath(json& jObject, const char* pszKey, const std::string& strPath)
+// Puts a path or text into the history under "KEY", or "KEYEscaped" when it
+// is not UTF-8.
+void SetText(json& jObject, const char* pszKey, const std::string& strText)
 {
-    if (IsUtf8(strPath))
-        jObject[pszKey] = strPath;
+    if (IsUtf8(strText))
+        jObject[pszKey] = strText;
     else
-        jObject[std::string(pszKey) + "Escaped"] = EncodeEscapedPath(strPath);
+        jObject[std::string(pszKey) + "Escaped"] = EncodeEscaped(strText);
+}
+
+bool Flag(const json& jObject, const char* pszKey)
+{
+    auto it = jObject.find(pszKey);
+    if (it == jObject.end() || it->is_null())
+        return false;
+    if (!it->is_boolean())
+        throw std::runtime_error(std::string("'") + pszKey + "' must be true or false");
+    return it->get<bool>();
 }
 
 void CheckDepotPath(const std::string& strPath)
@@ -142,11 +178,11 @@ void CheckDepotPath(const std::string& strPath)
 TUserRec ParseUser(const json& jUser)
 {
     TUserRec tUser;
-    tUser.strName = Str(jUser, "name");
+    tUser.strName = TextValue(jUser, "name");
     if (tUser.strName.empty())
         throw std::runtime_error("a user without a name");
-    tUser.strEmail = Str(jUser, "email", tUser.strName + "@p4sim");
-    tUser.strFullName = Str(jUser, "fullName", tUser.strName);
+    tUser.strEmail = TextValue(jUser, "email", tUser.strName + "@p4sim");
+    tUser.strFullName = TextValue(jUser, "fullName", tUser.strName);
     tUser.nUpdated = tUser.nAccessed = Int(jUser, "time", 0);
     return tUser;
 }
@@ -158,7 +194,7 @@ TBranchRec ParseBranch(const json& jBranch)
     if (tBranch.strName.empty())
         throw std::runtime_error("a branch spec without a name");
     tBranch.strOwner = Str(jBranch, "owner", "p4sim");
-    tBranch.strDescription = WithNewline(Str(jBranch, "description", "Created by " + tBranch.strOwner + "."));
+    tBranch.strDescription = WithNewline(TextValue(jBranch, "description", "Created by " + tBranch.strOwner + "."));
     tBranch.strOptions = Str(jBranch, "options", "unlocked");
     tBranch.astrView = Lines(jBranch, "view");
     tBranch.nUpdated = tBranch.nAccessed = Int(jBranch, "time", 0);
@@ -173,7 +209,7 @@ TClientRec ParseClient(const json& jClient)
         throw std::runtime_error("a client without a name");
     tClient.strOwner = Str(jClient, "owner", "p4sim");
     tClient.strHost = Str(jClient, "host");
-    tClient.strDescription = WithNewline(Str(jClient, "description", "Created by " + tClient.strOwner + "."));
+    tClient.strDescription = WithNewline(TextValue(jClient, "description", "Created by " + tClient.strOwner + "."));
     tClient.strRoot = Str(jClient, "root");
     tClient.strOptions = Str(jClient, "options", "noallwrite noclobber nocompress unlocked nomodtime normdir");
     tClient.strSubmitOptions = Str(jClient, "submitOptions", "submitunchanged");
@@ -191,7 +227,7 @@ TLabelSpec ParseLabel(const json& jLabel)
     if (tLabel.strName.empty())
         throw std::runtime_error("a label without a name");
     tLabel.strOwner = Str(jLabel, "owner", "p4sim");
-    tLabel.strDescription = WithNewline(Str(jLabel, "description", "Created by " + tLabel.strOwner + "."));
+    tLabel.strDescription = WithNewline(TextValue(jLabel, "description", "Created by " + tLabel.strOwner + "."));
     tLabel.strOptions = Str(jLabel, "options", "unlocked noautoreload");
     tLabel.astrView = Lines(jLabel, "view");
     if (tLabel.astrView.empty())
@@ -206,7 +242,7 @@ TFileAction ParseFileAction(const json& jFile)
     static const std::set<std::string> s_setActions = {"add",       "edit",     "delete",     "branch",
                                                        "integrate", "move/add", "move/delete"};
     TFileAction tAction;
-    tAction.strPath = PathValue(jFile, "path");
+    tAction.strPath = TextValue(jFile, "path");
     CheckDepotPath(tAction.strPath);
     tAction.strAction = Str(jFile, "action", "edit");
     if (!s_setActions.count(tAction.strAction))
@@ -216,7 +252,9 @@ TFileAction ParseFileAction(const json& jFile)
         tAction.pContent = std::make_shared<const std::string>(Str(jFile, "content"));
     else if (jFile.contains("base64"))
         tAction.pContent = std::make_shared<const std::string>(Base64Decode(Str(jFile, "base64")));
-    tAction.strFrom = PathValue(jFile, "from");
+    else if (jFile.contains("generated"))
+        tAction.pContent = std::make_shared<const std::string>(GeneratedContent(jFile["generated"]));
+    tAction.strFrom = TextValue(jFile, "from");
     if (!tAction.strFrom.empty())
         CheckDepotPath(tAction.strFrom);
     tAction.nFromRev = Int(jFile, "fromRev", 0);
@@ -226,6 +264,10 @@ TFileAction ParseFileAction(const json& jFile)
         throw std::runtime_error("'how' and 'fromRevStart' of " + tAction.strPath + " need 'from'");
     if (tAction.nFromRevStart < 0 || (tAction.nFromRev && tAction.nFromRevStart > tAction.nFromRev))
         throw std::runtime_error("'fromRevStart' of " + tAction.strPath + " must lie between 1 and 'fromRev'");
+    tAction.bPurged = Flag(jFile, "purged");
+    tAction.bArchived = Flag(jFile, "archived");
+    if (tAction.bPurged && tAction.bArchived)
+        throw std::runtime_error("both 'purged' and 'archived' for " + tAction.strPath);
     return tAction;
 }
 
@@ -238,7 +280,7 @@ TChangeSpec ParseSubmit(const json& jSubmit)
     if (tSubmit.nSubmit <= 0)
         throw std::runtime_error("'submit' must name a change");
     tSubmit.nTime = Int(jSubmit, "time", 0);
-    tSubmit.strDescription = WithNewline(Str(jSubmit, "description"));
+    tSubmit.strDescription = WithNewline(TextValue(jSubmit, "description"));
     for (const json& jFile : jSubmit.value("files", json::array()))
         tSubmit.atFiles.push_back(ParseFileAction(jFile));
     return tSubmit;
@@ -253,10 +295,10 @@ TChangeSpec ParseChange(const json& jChange)
     if (tChange.strStatus != "submitted" && tChange.strStatus != "pending" && tChange.strStatus != "shelved")
         throw std::runtime_error("unknown status '" + tChange.strStatus + "'");
     tChange.nChange = Int(jChange, "change", 0);
-    tChange.strUser = Str(jChange, "user", "p4sim");
-    tChange.strClient = Str(jChange, "client", tChange.strUser + "-ws");
+    tChange.strUser = TextValue(jChange, "user", "p4sim");
+    tChange.strClient = TextValue(jChange, "client", tChange.strUser + "-ws");
     tChange.nTime = Int(jChange, "time", 0);
-    tChange.strDescription = WithNewline(Str(jChange, "description", "change"));
+    tChange.strDescription = WithNewline(TextValue(jChange, "description", "change"));
     for (const json& jFile : jChange.value("files", json::array()))
         tChange.atFiles.push_back(ParseFileAction(jFile));
     return tChange;
@@ -265,25 +307,29 @@ TChangeSpec ParseChange(const json& jChange)
 json FileActionToJson(const TFileAction& tAction)
 {
     json jFile = json::object();
-    SetPath(jFile, "path", tAction.strPath);
+    SetText(jFile, "path", tAction.strPath);
     jFile["action"] = tAction.strAction;
     if (!tAction.strType.empty())
         jFile["type"] = tAction.strType;
     if (tAction.pContent)
     {
-        if (IsBinaryType(tAction.strType))
+        if (IsBinaryType(tAction.strType) || !IsUtf8(*tAction.pContent))
             jFile["base64"] = Base64Encode(*tAction.pContent);
         else
             jFile["content"] = *tAction.pContent;
     }
     if (!tAction.strFrom.empty())
-        SetPath(jFile, "from", tAction.strFrom);
+        SetText(jFile, "from", tAction.strFrom);
     if (tAction.nFromRev)
         jFile["fromRev"] = tAction.nFromRev;
     if (!tAction.strHow.empty())
         jFile["how"] = tAction.strHow;
     if (tAction.nFromRevStart)
         jFile["fromRevStart"] = tAction.nFromRevStart;
+    if (tAction.bPurged)
+        jFile["purged"] = true;
+    if (tAction.bArchived)
+        jFile["archived"] = true;
     return jFile;
 }
 
@@ -296,15 +342,16 @@ json ChangeToJson(const TChangeSpec& tChange)
     {
         json jSubmit = {{"submit", tChange.nSubmit}, {"time", tChange.nTime}};
         if (!tChange.strDescription.empty())
-            jSubmit["description"] = tChange.strDescription;
+            SetText(jSubmit, "description", tChange.strDescription);
         if (!tChange.atFiles.empty())
             jSubmit["files"] = jFiles;
         return jSubmit;
     }
-    json jChange = {{"user", tChange.strUser},
-                    {"client", tChange.strClient},
-                    {"time", tChange.nTime},
-                    {"description", tChange.strDescription}};
+    json jChange = json::object();
+    SetText(jChange, "user", tChange.strUser);
+    SetText(jChange, "client", tChange.strClient);
+    jChange["time"] = tChange.nTime;
+    SetText(jChange, "description", tChange.strDescription);
     if (tChange.nChange)
         jChange["change"] = tChange.nChange;
     if (tChange.strStatus != "submitted")
@@ -341,30 +388,42 @@ THistory ParseHistory(const json& jHistory)
         if (tHistory.nMaxResults < -1 || tHistory.nMaxScanRows < -1)
             throw std::runtime_error("a limit must be 0 (unlimited) or more");
     }
+    if (jHistory.contains("unicode"))
+        tHistory.nUnicode = Flag(jHistory, "unicode") ? 1 : 0;
+    tHistory.strCaseHandling = Str(jHistory, "caseHandling");
+    if (!tHistory.strCaseHandling.empty() && tHistory.strCaseHandling != "sensitive" &&
+        tHistory.strCaseHandling != "insensitive")
+        throw std::runtime_error("'caseHandling' must be \"sensitive\" or \"insensitive\"");
     return tHistory;
 }
 
 json HistoryToJson(const THistory& tHistory)
 {
     json jHistory = json::object();
+    if (tHistory.nUnicode >= 0)
+        jHistory["unicode"] = tHistory.nUnicode == 1;
+    if (!tHistory.strCaseHandling.empty())
+        jHistory["caseHandling"] = tHistory.strCaseHandling;
     json jUsers = json::array();
     for (const TUserRec& tUser : tHistory.atUsers)
     {
-        jUsers.push_back({{"name", tUser.strName},
-                          {"email", tUser.strEmail},
-                          {"fullName", tUser.strFullName},
-                          {"time", tUser.nUpdated}});
+        json jUser = json::object();
+        SetText(jUser, "name", tUser.strName);
+        SetText(jUser, "email", tUser.strEmail);
+        SetText(jUser, "fullName", tUser.strFullName);
+        jUser["time"] = tUser.nUpdated;
+        jUsers.push_back(jUser);
     }
     jHistory["users"] = jUsers;
     json jBranches = json::array();
     for (const TBranchRec& tBranch : tHistory.atBranches)
     {
-        jBranches.push_back({{"name", tBranch.strName},
-                             {"owner", tBranch.strOwner},
-                             {"description", tBranch.strDescription},
-                             {"options", tBranch.strOptions},
-                             {"view", tBranch.astrView},
-                             {"time", tBranch.nUpdated}});
+        json jBranch = {{"name", tBranch.strName}, {"owner", tBranch.strOwner}};
+        SetText(jBranch, "description", tBranch.strDescription);
+        jBranch["options"] = tBranch.strOptions;
+        jBranch["view"] = tBranch.astrView;
+        jBranch["time"] = tBranch.nUpdated;
+        jBranches.push_back(jBranch);
     }
     jHistory["branches"] = jBranches;
     json jChanges = json::array();
@@ -388,13 +447,13 @@ json HistoryToJson(const THistory& tHistory)
     for (const TLabelSpec& tSpec : tHistory.atLabels)
     {
         const TLabelRec& tLabel = tSpec.tLabel;
-        jLabels.push_back({{"name", tLabel.strName},
-                           {"owner", tLabel.strOwner},
-                           {"description", tLabel.strDescription},
-                           {"options", tLabel.strOptions},
-                           {"view", tLabel.astrView},
-                           {"time", tLabel.nUpdated},
-                           {"files", tSpec.astrTags}});
+        json jLabel = {{"name", tLabel.strName}, {"owner", tLabel.strOwner}};
+        SetText(jLabel, "description", tLabel.strDescription);
+        jLabel["options"] = tLabel.strOptions;
+        jLabel["view"] = tLabel.astrView;
+        jLabel["time"] = tLabel.nUpdated;
+        jLabel["files"] = tSpec.astrTags;
+        jLabels.push_back(jLabel);
     }
     jHistory["labels"] = jLabels;
     return jHistory;

@@ -2,6 +2,7 @@
 #include "History.h"
 
 #include "Digest.h"
+#include "FileTypes.h"
 #include "Store.h"
 #include "Text.h"
 #include "View.h"
@@ -81,6 +82,32 @@ char SplitTag(const std::string& strTag, std::string& strPath, long long& nNumbe
     return strTag[nMark];
 }
 
+// What the server stores of a file's content: Unicode kinds as UTF-8
+// without a byte order mark (a utf16 file given as UTF-16 with one is
+// translated, as the client does on submit), and a +k file's expanded
+// keywords back to "$Id$".
+std::string StoredForm(const std::string& strContent, const std::string& strType)
+{
+    const TFileType tType = ParseFileType(strType);
+    std::string strOut = strContent;
+    if (tType.IsUtf16())
+    {
+        std::string strUtf8;
+        if (Utf16ToUtf8(strOut, strUtf8))
+            strOut = strUtf8;
+    }
+    if ((tType.IsUtf16() || tType.IsUtf8() || tType.IsUnicode()) && StartsWith(strOut, g_pszUtf8Bom))
+        strOut.erase(0, 3);
+    return ContractKeywords(strOut, tType.eKeywords);
+}
+
+// A unicode server keeps only UTF-8 in its metadata.
+void CheckUtf8(bool bUnicode, const std::string& strText, const std::string& strWhat)
+{
+    if (bUnicode && !IsUtf8(strText))
+        throw std::runtime_error(strWhat + " is not UTF-8, which a unicode server refuses");
+}
+
 } // namespace
 
 std::string DefaultHow(const TFileAction& tAction)
@@ -98,12 +125,17 @@ std::string DefaultHow(const TFileAction& tAction)
     return "edit from";
 }
 
-CSubmitter::CSubmitter(CStore& rStore) : m_rStore(rStore), m_nNext(rStore.MaxChange() + 1) {}
+CSubmitter::CSubmitter(CStore& rStore) : m_rStore(rStore), m_nNext(rStore.MaxChange() + 1), m_bUnicode(rStore.Unicode())
+{
+}
 
 void CSubmitter::AddUsers(const std::vector<TUserRec>& atUsers)
 {
     for (const TUserRec& tUser : atUsers)
+    {
+        CheckUtf8(m_bUnicode, tUser.strName + tUser.strFullName + tUser.strEmail, "user " + tUser.strName);
         m_rStore.PutUser(tUser);
+    }
 }
 
 std::vector<TFileAction> CSubmitter::ActionsOf(const TChangeSpec& tChange, long long nNumber) const
@@ -112,7 +144,7 @@ std::vector<TFileAction> CSubmitter::ActionsOf(const TChangeSpec& tChange, long 
     std::vector<TFileAction> atActions = tChange.atFiles;
     std::set<std::string> setSeen;
     for (const TFileAction& tAction : tChange.atFiles)
-        setSeen.insert(tAction.strPath);
+        setSeen.insert(FoldPath(tAction.strPath));
     for (const TFileAction& tAction : tChange.atFiles)
     {
         // A move/add from another stream ("how": "moved from") is an
@@ -121,7 +153,7 @@ std::vector<TFileAction> CSubmitter::ActionsOf(const TChangeSpec& tChange, long 
             continue;
         if (tAction.strFrom.empty())
             throw std::runtime_error("move/add of " + tAction.strPath + " without 'from'");
-        if (setSeen.insert(tAction.strFrom).second)
+        if (setSeen.insert(FoldPath(tAction.strFrom)).second)
         {
             TFileAction tDelete;
             tDelete.strPath = tAction.strFrom;
@@ -141,7 +173,7 @@ TRevRec CSubmitter::SourceOf(const TFileAction& tAction, long long nNumber, cons
     std::string strSource = EscapeName(tAction.strFrom);
     std::optional<TRevRec> tSource =
         tAction.nFromRev ? m_rStore.Rev(strSource, tAction.nFromRev) : m_rStore.HeadRev(strSource, nNumber - 1);
-    if (!tSource || (tSource->Deleted() && !bDeleted))
+    if (!tSource || (!bDeleted && !tSource->HasContent()))
         throw std::runtime_error(strWhat + ": no such source " + tAction.strFrom);
     if (bDeleted && !tSource->Deleted())
         throw std::runtime_error(strWhat + ": the source " + tAction.strFrom + " is not deleted");
@@ -192,6 +224,10 @@ TRevRec CSubmitter::RevisionFor(const TFileAction& tAction, const TChangeSpec& t
     TRevRec tRev;
     tRev.strDepotFile = EscapeName(tAction.strPath);
     std::optional<TRevRec> tHead = m_rStore.HeadRev(tRev.strDepotFile, nNumber - 1);
+    // A server that compares paths without case keeps a file's first name.
+    if (tHead)
+        tRev.strDepotFile = tHead->strDepotFile;
+    CheckUtf8(m_bUnicode, tRev.strDepotFile, "the path " + tRev.strDepotFile);
     bool bExists = tHead && !tHead->Deleted();
     tRev.nRev = tHead ? tHead->nRev + 1 : 1;
     tRev.nChange = nNumber;
@@ -234,17 +270,51 @@ TRevRec CSubmitter::RevisionFor(const TFileAction& tAction, const TChangeSpec& t
     }
     if (tRev.strType.empty())
         tRev.strType = bExists ? tHead->strType : "text";
-    if (tAction.strAction == "edit" && !pContent)
+    if (ParseFileType(tRev.strType).IsUnicode() && !m_bUnicode)
+        throw std::runtime_error(strWhat + ": the unicode type needs a unicode server");
+    const bool bGone = tAction.bPurged || tAction.bArchived;
+    if (bGone)
+        tRev.strAction = tAction.bPurged ? "purge" : "archive";
+    if (tAction.strAction == "edit" && !pContent && !bGone)
         throw std::runtime_error(strWhat + ": no content");
+    if (bGone && !pContent && !TakesSource(tAction.strAction))
+    {
+        // Nothing is known of the content but that it is gone.
+        tRev.strDigest.clear();
+        tRev.nSize = 0;
+        return tRev;
+    }
     if (pContent || tRev.strDigest.empty())
     {
-        static const std::string s_strEmpty;
-        const std::string& strContent = pContent ? *pContent : s_strEmpty;
+        const std::string strContent = pContent ? StoredForm(*pContent, tRev.strType) : std::string();
         tRev.strDigest = Md5Hex(strContent);
         tRev.nSize = static_cast<long long>(strContent.size());
-        m_rStore.PutContent(tRev.strDigest, strContent);
+        if (!bGone)
+            m_rStore.PutContent(tRev.strDigest, strContent);
     }
     return tRev;
+}
+
+// A +S type keeps the content of the newest revision only (+S<n>: the
+// newest n): older ones are purged when a new one is submitted.
+void CSubmitter::PurgeOlderRevisions(const TRevRec& tRev)
+{
+    const int nKeep = ParseFileType(tRev.strType).nStoredRevisions;
+    if (nKeep <= 0 || !tRev.HasContent())
+        return;
+    int nKept = 1;
+    for (long long nRev = tRev.nRev - 1; nRev >= 1; --nRev)
+    {
+        std::optional<TRevRec> tOlder = m_rStore.Rev(tRev.strDepotFile, nRev);
+        if (!tOlder || !tOlder->HasContent())
+            continue;
+        if (nKept < nKeep)
+        {
+            ++nKept;
+            continue;
+        }
+        m_rStore.SetRevAction(tRev.strDepotFile, nRev, "purge");
+    }
 }
 
 void CSubmitter::AddUserOf(const TChangeSpec& tChange)
@@ -303,9 +373,14 @@ void CSubmitter::StoreSubmitted(const TChangeSpec& tChange, long long nNumber)
             atIntegs.push_back(tInteg);
     }
     for (const TRevRec& tRev : atRevs)
+    {
         m_rStore.PutRev(tRev);
+        PurgeOlderRevisions(tRev);
+    }
     for (const TIntegRec& tInteg : atIntegs)
         m_rStore.PutInteg(tInteg);
+    CheckUtf8(m_bUnicode, tChange.strDescription + tChange.strUser + tChange.strClient,
+              "change " + std::to_string(nNumber) + "'s description, user or client");
 
     TChangeRec tRecord;
     tRecord.nChange = nNumber;
@@ -329,6 +404,8 @@ TOpenedRec CSubmitter::OpenedFor(const TFileAction& tAction, long long nNumber, 
     tOpened.strAction = tAction.strAction;
     tOpened.strType = tAction.strType;
     std::optional<TRevRec> tHead = m_rStore.HeadRev(tOpened.strDepotFile, nNumber - 1);
+    if (tHead)
+        tOpened.strDepotFile = tHead->strDepotFile;
     bool bExists = tHead && !tHead->Deleted();
     tOpened.nRev = tHead ? tHead->nRev : 0;
     std::string strWhat = tAction.strAction + " of " + tAction.strPath + " in change " + std::to_string(nNumber);
@@ -358,9 +435,10 @@ TOpenedRec CSubmitter::OpenedFor(const TFileAction& tAction, long long nNumber, 
         return tOpened;
     if (pContent)
     {
-        tOpened.strDigest = Md5Hex(*pContent);
-        tOpened.nSize = static_cast<long long>(pContent->size());
-        m_rStore.PutContent(tOpened.strDigest, *pContent);
+        const std::string strContent = StoredForm(*pContent, tOpened.strType);
+        tOpened.strDigest = Md5Hex(strContent);
+        tOpened.nSize = static_cast<long long>(strContent.size());
+        m_rStore.PutContent(tOpened.strDigest, strContent);
     }
     else if (bShelved && !tFromSource.strDigest.empty())
     {
@@ -503,7 +581,7 @@ void CSubmitter::AddLabels(const std::vector<TLabelSpec>& atLabels)
             size_t nTagged = 0;
             for (const TRevRec& tRev : atRevs)
             {
-                if (tRev.Deleted() || !WildMatch(strPattern, tRev.strDepotFile))
+                if (!tRev.HasContent() || !WildMatch(strPattern, tRev.strDepotFile))
                     continue;
                 mapRevs[tRev.strDepotFile] = tRev.nRev;
                 ++nTagged;
@@ -543,8 +621,54 @@ void CHistoryCollector::AddLabels(const std::vector<TLabelSpec>& atLabels)
     m_rNext.AddLabels(atLabels);
 }
 
+namespace {
+
+// Whether every text of the server is UTF-8, as `p4d -xi` checks before it
+// switches a server to unicode mode: the number of tables that are not.
+int TablesWithOtherText(CStore& rStore)
+{
+    int nTables = 0;
+    bool bBad = false;
+    for (const TUserRec& tUser : rStore.Users())
+        bBad = bBad || !IsUtf8(tUser.strName + tUser.strFullName + tUser.strEmail);
+    nTables += bBad ? 1 : 0;
+    bBad = false;
+    rStore.VisitChanges(1, rStore.MaxChange(), true, [&](const TChangeRec& tChange) {
+        bBad = !IsUtf8(tChange.strDescription + tChange.strUser + tChange.strClient);
+        return !bBad;
+    });
+    nTables += bBad ? 1 : 0;
+    bBad = false;
+    for (const TRevRec& tRev : rStore.HeadsUnder("//", rStore.MaxChange()))
+        bBad = bBad || !IsUtf8(tRev.strDepotFile);
+    return nTables + (bBad ? 1 : 0);
+}
+
+} // namespace
+
+void ApplyServerSettings(CStore& rStore, const THistory& tHistory)
+{
+    if (tHistory.nUnicode == 0 && rStore.Unicode())
+        throw std::runtime_error("the server is in unicode mode, which cannot be switched off");
+    if (tHistory.nUnicode == 1 && !rStore.Unicode())
+    {
+        const int nTables = TablesWithOtherText(rStore);
+        if (nTables > 0)
+            throw std::runtime_error("Database has " + std::to_string(nTables) +
+                                     " tables with non-UTF8 text and can't be switched to Unicode mode.");
+        rStore.SetUnicode();
+    }
+    if (tHistory.strCaseHandling.empty() || (tHistory.strCaseHandling == "insensitive") == rStore.CaseInsensitive())
+        return;
+    if (rStore.MaxChange() > 0)
+        throw std::runtime_error("the server's case handling cannot change once it has changes");
+    if (tHistory.strCaseHandling == "insensitive")
+        rStore.MakeCaseInsensitive();
+}
+
 std::vector<std::string> SubmitHistory(CStore& rStore, const THistory& tHistory)
 {
+    ApplyServerSettings(rStore, tHistory);
     CSubmitter cSubmitter(rStore);
     cSubmitter.AddUsers(tHistory.atUsers);
     for (const TChangeSpec& tChange : tHistory.atChanges)

@@ -106,6 +106,8 @@ struct TGlobals
 {
     TOutputMode eMode = eOutputPlain;
     std::string strPort, strUser, strClient, strHost, strArgFile;
+    std::string strCharset; // P4CHARSET or -C; empty when neither
+
     size_t nCommand = 1; // where the command is in argv
 };
 
@@ -120,7 +122,7 @@ enum TGlobalsResult
 // Options that p4sim accepts and ignores: with a value, and without.
 bool IgnoredOption(char c, bool& bTakesValue)
 {
-    bTakesValue = c == 'P' || c == 'C' || c == 'L' || c == 'Q' || c == 'r' || c == 'v' || c == 'b';
+    bTakesValue = c == 'P' || c == 'L' || c == 'Q' || c == 'r' || c == 'v' || c == 'b';
     return bTakesValue || c == 'q' || c == 'I' || c == 's';
 }
 
@@ -131,6 +133,7 @@ TGlobalsResult ParseGlobals(CInvocation& rInvocation, TGlobals& tGlobals)
     tGlobals.strUser = EnvOr("P4USER", "");
     tGlobals.strClient = EnvOr("P4CLIENT", "");
     tGlobals.strHost = EnvOr("P4HOST", "");
+    tGlobals.strCharset = EnvOr("P4CHARSET", "");
     size_t& i = tGlobals.nCommand;
     for (i = 1; i < astrArgv.size(); ++i)
     {
@@ -155,6 +158,9 @@ TGlobalsResult ParseGlobals(CInvocation& rInvocation, TGlobals& tGlobals)
             break;
         case 'H':
             tGlobals.strHost = fnValue();
+            break;
+        case 'C':
+            tGlobals.strCharset = fnValue();
             break;
         case 'p':
             tGlobals.strPort = fnValue();
@@ -219,6 +225,86 @@ int DroppedConnection(TOutputMode eMode)
     return ClientError("TCP receive failed.\nread: socket: Connection reset by peer", eSeverityFailed, eMode);
 }
 
+// The character sets a client knows (its message when P4CHARSET or -C
+// names another).
+bool KnownCharset(const std::string& strCharset)
+{
+    static const char* const s_apszCharsets[] = {
+        "none",        "auto",        "utf8",        "utf8-bom",    "iso8859-1", "shiftjis",    "eucjp",
+        "iso8859-15",  "iso8859-5",   "macosroman",  "winansi",     "koi8-r",    "cp949",       "cp1251",
+        "utf16",       "utf16-nobom", "utf16le",     "utf16le-bom", "utf16be",   "utf16be-bom", "utf32",
+        "utf32-nobom", "utf32le",     "utf32le-bom", "utf32be",     "cp936",     "cp950",       "cp850",
+        "cp858",       "cp1253",      "iso8859-7",   "utf32be-bom", "cp852",     "cp1250",      "iso8859-2"};
+    for (const char* pszCharset : s_apszCharsets)
+    {
+        if (strCharset == pszCharset)
+            return true;
+    }
+    return false;
+}
+
+const char* const s_pszBadCharset = "Character set must be one of:\n"
+                                    "none, auto, utf8, utf8-bom, iso8859-1, shiftjis, eucjp, iso8859-15,\n"
+                                    "iso8859-5, macosroman, winansi, koi8-r, cp949, cp1251,\n"
+                                    "utf16, utf16-nobom, utf16le, utf16le-bom, utf16be,\n"
+                                    "utf16be-bom, utf32, utf32-nobom, utf32le, utf32le-bom, utf32be,\n"
+                                    "cp936, cp950, cp850, cp858, cp1253, iso8859-7, utf32be-bom,\n"
+                                    "cp852, cp1250, or iso8859-2.\n"
+                                    "Check P4CHARSET and your '-C' option.\n";
+
+// The character set the client uses against a server: none for a
+// non-unicode one when auto; auto picks utf8 from a UTF-8 locale.
+std::string EffectiveCharset(const std::string& strCharset, bool bUnicodeServer)
+{
+    if (strCharset.empty())
+        return "none";
+    if (strCharset != "auto")
+        return strCharset;
+    if (!bUnicodeServer)
+        return "none";
+    for (const char* pszVariable : {"LC_ALL", "LC_CTYPE", "LANG"})
+    {
+        const std::string strLocale = ToLower(EnvOr(pszVariable, ""));
+        if (strLocale.empty())
+            continue;
+        return strLocale.find("utf-8") != std::string::npos || strLocale.find("utf8") != std::string::npos
+                   ? "utf8"
+                   : "iso8859-1";
+    }
+    return "iso8859-1";
+}
+
+// The server's refusal of a client whose character set does not fit its
+// unicode mode; `info` answers any client. Sets the character set the
+// command works with.
+bool CharsetRefusal(const std::string& strCommand, const std::string& strCharset, TContext& tContext)
+{
+    const bool bUnicode = tContext.pStore->Unicode();
+    const std::string strEffective = EffectiveCharset(strCharset, bUnicode);
+    tContext.strCharset = bUnicode ? strEffective : std::string();
+    if (strCommand == "info")
+        return false;
+    if (bUnicode && strEffective == "none")
+    {
+        tContext.pOutput->Message("Unicode server permits only unicode enabled clients.", eSeverityFailed,
+                                  eGenericConfig);
+        return true;
+    }
+    if (!bUnicode && strEffective != "none")
+    {
+        tContext.pOutput->Message("Unicode clients require a unicode enabled server.", eSeverityFailed, eGenericConfig);
+        return true;
+    }
+    if (bUnicode && strEffective != "utf8" && strEffective != "utf8-bom")
+    {
+        tContext.pOutput->Message("p4sim: the character set '" + strEffective +
+                                      "' is not modelled; use utf8 or utf8-bom.",
+                                  eSeverityFailed, eGenericConfig);
+        return true;
+    }
+    return false;
+}
+
 // The server's refusal of a command without a valid login ticket, if
 // P4SIM_TICKET asks for one. `info` needs no login.
 bool TicketRefusal(const std::string& strCommand, COutput& rOutput)
@@ -258,10 +344,24 @@ void RunCommand(CInvocation& rInvocation, const TGlobals& tGlobals, const TComma
     tContext.nNow = static_cast<long long>(time(nullptr));
     try
     {
+        cStore.Begin(false);
+        cStore.LoadSettings();
+        // The server checks the client's character set first, then its
+        // login, then the command line.
+        if (CharsetRefusal(tCommand.pszName, tGlobals.strCharset, tContext) || TicketRefusal(tCommand.pszName, rOutput))
+        {
+            cStore.Rollback();
+            return;
+        }
         TOptions tOptions = ParseOptions(tCommand, astrArgs);
         bool bWrites =
             tCommand.eWriteMode == eWrites || (tCommand.eWriteMode == eWritesUnlessOutput && !tOptions.Has('o'));
-        cStore.Begin(bWrites);
+        if (bWrites)
+        {
+            // A write needs the write lock from the start of its transaction.
+            cStore.Rollback();
+            cStore.Begin(true);
+        }
         tContext.cLimits.Set(cStore.MaxResults(), cStore.MaxScanRows());
         tCommand.fnRun(tContext, tOptions);
         cStore.Commit();
@@ -354,6 +454,12 @@ int RunClient(CInvocation& rInvocation)
     int nHelp = HelpStatus(strCommand, astrArgs);
     if (nHelp >= 0)
         return nHelp;
+    // The client checks its character set before it connects.
+    if (!tGlobals.strCharset.empty() && !KnownCharset(tGlobals.strCharset))
+    {
+        WriteAll(1, s_pszBadCharset);
+        return eExitFailed;
+    }
     if (!StartsWith(tGlobals.strPort, "sim:") || !FileExists(CStore::DbPath(tGlobals.strPort.substr(4))))
         return ConnectError(tGlobals.strPort, tGlobals.eMode);
     // A connection that drops fails the command before the server does
@@ -366,7 +472,7 @@ int RunClient(CInvocation& rInvocation)
     const TCommandSpec* pCommand = FindCommand(strCommand);
     if (!pCommand)
         cOutput.Message("Unknown command.  Try 'p4 help' for info.", eSeverityFailed, eGenericUsage);
-    else if (!TicketRefusal(strCommand, cOutput))
+    else
         RunCommand(rInvocation, tGlobals, *pCommand, astrArgs, cOutput);
     std::string strOut = cOutput.StdOut();
     if (tGlobals.eMode == eOutputMarshal && MatchesEnvRegex("P4SIM_GARBLE", JoinedArgs(astrArgv)))

@@ -50,7 +50,12 @@ struct TRevRec
     std::string strAction, strType, strDigest;
     long long nSize = 0, nTime = 0, nModTime = 0;
 
-    bool Deleted() const { return strAction == "delete" || strAction == "move/delete" || strAction == "purge"; }
+    bool Deleted() const { return strAction == "delete" || strAction == "move/delete"; }
+    // A revision whose content is gone (p4 archive -p, a +S type's older
+    // revisions) or in an archive depot (p4 archive): the file exists, but
+    // commands that need the content skip it.
+    bool Purged() const { return strAction == "purge" || strAction == "archive"; }
+    bool HasContent() const { return !Deleted() && !Purged(); }
 };
 
 // An integration record, as the target's side keeps it: the target's

@@ -261,6 +261,39 @@ long long MetaNumber(CStore& rStore, const char* pszKey)
 
 } // namespace
 
+bool CStore::Unicode()
+{
+    return Meta("unicode") == "1";
+}
+
+void CStore::SetUnicode()
+{
+    SetMeta("unicode", "1");
+}
+
+bool CStore::CaseInsensitive()
+{
+    return Meta("caseHandling") == "insensitive";
+}
+
+void CStore::MakeCaseInsensitive()
+{
+    // Statements prepared on the old tables would not survive them.
+    for (sqlite3_stmt*& pStmt : m_apStatements)
+    {
+        sqlite3_finalize(pStmt);
+        pStmt = nullptr;
+    }
+    Exec(g_pszCaseInsensitiveSchema);
+    SetMeta("caseHandling", "insensitive");
+    LoadSettings();
+}
+
+void CStore::LoadSettings()
+{
+    SetCaseInsensitive(CaseInsensitive());
+}
+
 long long CStore::MaxResults()
 {
     return MetaNumber(*this, s_pszMaxResults);

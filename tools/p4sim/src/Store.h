@@ -87,6 +87,17 @@ public:
     std::string Meta(const std::string& strKey, const std::string& strDefault = "");
     void SetMeta(const std::string& strKey, const std::string& strValue);
 
+    // The server's settings: unicode mode and case handling, kept in the
+    // meta table. LoadSettings() makes the process compare paths the way
+    // the server does (see SetCaseInsensitive).
+    bool Unicode();
+    void SetUnicode();
+    bool CaseInsensitive();
+    // Makes an empty server's case handling insensitive: its tables of
+    // paths are made anew, comparing without ASCII case.
+    void MakeCaseInsensitive();
+    void LoadSettings();
+
     // The server's MaxResults and MaxScanRows (0: unlimited), kept in the
     // meta table so that they hold for every later command.
     long long MaxResults();
@@ -120,6 +131,7 @@ public:
 
     // Revisions
     void PutRev(const TRevRec& tRev);
+    void SetRevAction(const std::string& strDepotFile, long long nRev, const std::string& strAction);
     std::vector<TRevRec> RevsOfChange(long long nChange);
     // The newest revision of every file under strPrefix with a change at or
     // below nAtChange.

@@ -68,6 +68,11 @@ void CStore::PutRev(const TRevRec& tRev)
     cInsert.Bind(7, tRev.nSize).Bind(8, tRev.nTime).Bind(9, tRev.nModTime).Run();
 }
 
+void CStore::SetRevAction(const std::string& strDepotFile, long long nRev, const std::string& strAction)
+{
+    Prepare(eQueryRevSetAction).Bind(1, strAction).Bind(2, strDepotFile).Bind(3, nRev).Run();
+}
+
 std::vector<TRevRec> CStore::RevsOfChange(long long nChange)
 {
     return ReadRows(Prepare(eQueryRevsOfChange).Bind(1, nChange), ReadRev);
@@ -76,7 +81,7 @@ std::vector<TRevRec> CStore::RevsOfChange(long long nChange)
 std::vector<TRevRec> CStore::HeadsUnder(const std::string& strPrefix, long long nAtChange)
 {
     CStatement cQuery = Prepare(eQueryHeadsUnder);
-    cQuery.Bind(1, strPrefix).Bind(2, PrefixEnd(strPrefix)).Bind(3, nAtChange);
+    cQuery.Bind(1, FoldPath(strPrefix)).Bind(2, PrefixEnd(FoldPath(strPrefix))).Bind(3, nAtChange);
     return ReadRows(cQuery, ReadRev);
 }
 
@@ -93,21 +98,21 @@ std::optional<TRevRec> CStore::HeadRev(const std::string& strDepotFile, long lon
 std::vector<TRevRec> CStore::RevsUnder(const std::string& strPrefix, long long nLow, long long nHigh)
 {
     CStatement cQuery = Prepare(eQueryRevsUnderBetween);
-    cQuery.Bind(1, strPrefix).Bind(2, PrefixEnd(strPrefix)).Bind(3, nLow).Bind(4, nHigh);
+    cQuery.Bind(1, FoldPath(strPrefix)).Bind(2, PrefixEnd(FoldPath(strPrefix))).Bind(3, nLow).Bind(4, nHigh);
     return ReadRows(cQuery, ReadRev);
 }
 
 long long CStore::CountRevsUnder(const std::string& strPrefix, long long nAtChange)
 {
     CStatement cQuery = Prepare(eQueryCountRevsUnder);
-    cQuery.Bind(1, strPrefix).Bind(2, PrefixEnd(strPrefix)).Bind(3, nAtChange);
+    cQuery.Bind(1, FoldPath(strPrefix)).Bind(2, PrefixEnd(FoldPath(strPrefix))).Bind(3, nAtChange);
     return cQuery.Step() ? cQuery.Int(0) : 0;
 }
 
 std::vector<TRevRec> CStore::LabelRevsUnder(const std::string& strLabel, const std::string& strPrefix)
 {
     CStatement cQuery = Prepare(eQueryLabelRevsUnder);
-    cQuery.Bind(1, strLabel).Bind(2, strPrefix).Bind(3, PrefixEnd(strPrefix));
+    cQuery.Bind(1, strLabel).Bind(2, FoldPath(strPrefix)).Bind(3, PrefixEnd(FoldPath(strPrefix)));
     return ReadRows(cQuery, ReadRev);
 }
 
@@ -161,7 +166,7 @@ std::vector<TOpenedRec> CStore::OpenedOfChange(long long nChange)
 std::vector<std::pair<long long, std::string>> CStore::OpenedUnder(const std::string& strPrefix)
 {
     CStatement cQuery = Prepare(eQueryOpenedUnder);
-    cQuery.Bind(1, strPrefix).Bind(2, PrefixEnd(strPrefix));
+    cQuery.Bind(1, FoldPath(strPrefix)).Bind(2, PrefixEnd(FoldPath(strPrefix)));
     std::vector<std::pair<long long, std::string>> atOut;
     while (cQuery.Step())
         atOut.emplace_back(cQuery.Int(0), cQuery.Text(1));
@@ -192,7 +197,7 @@ std::string CStore::Content(const std::string& strDigest)
 std::vector<THaveRec> CStore::HaveUnder(const std::string& strClient, const std::string& strClientPrefix)
 {
     CStatement cQuery = Prepare(eQueryHaveUnder);
-    cQuery.Bind(1, strClient).Bind(2, strClientPrefix).Bind(3, PrefixEnd(strClientPrefix));
+    cQuery.Bind(1, strClient).Bind(2, FoldPath(strClientPrefix)).Bind(3, PrefixEnd(FoldPath(strClientPrefix)));
     return ReadRows(cQuery, ReadHave);
 }
 

@@ -35,6 +35,33 @@ const char* const g_pszIntegsSchema =
     " from_start INTEGER NOT NULL, from_end INTEGER NOT NULL, how TEXT NOT NULL, change INTEGER NOT NULL,"
     " PRIMARY KEY(to_file, to_rev, from_file)) WITHOUT ROWID;"
     "CREATE INDEX IF NOT EXISTS integs_by_from ON integs(from_file, from_end);";
+const char* const g_pszCaseInsensitiveSchema = R"SQL(
+DROP TABLE IF EXISTS revs;
+DROP TABLE IF EXISTS have;
+DROP TABLE IF EXISTS label_revs;
+DROP TABLE IF EXISTS opened;
+DROP TABLE IF EXISTS sync_marks;
+CREATE TABLE revs(depot_file TEXT COLLATE NOCASE NOT NULL, rev INTEGER NOT NULL, change INTEGER NOT NULL,
+    action TEXT NOT NULL, type TEXT NOT NULL, digest TEXT, size INTEGER NOT NULL,
+    time INTEGER NOT NULL, modtime INTEGER NOT NULL,
+    PRIMARY KEY(depot_file, rev)) WITHOUT ROWID;
+CREATE INDEX revs_by_change ON revs(change, depot_file);
+CREATE TABLE have(client TEXT NOT NULL, client_file TEXT COLLATE NOCASE NOT NULL,
+    depot_file TEXT COLLATE NOCASE NOT NULL, rev INTEGER NOT NULL, PRIMARY KEY(client, client_file)) WITHOUT ROWID;
+CREATE TABLE label_revs(label TEXT NOT NULL, depot_file TEXT COLLATE NOCASE NOT NULL, rev INTEGER NOT NULL,
+    PRIMARY KEY(label, depot_file)) WITHOUT ROWID;
+CREATE TABLE opened(change INTEGER NOT NULL, depot_file TEXT COLLATE NOCASE NOT NULL, action TEXT NOT NULL,
+    type TEXT NOT NULL, rev INTEGER NOT NULL, digest TEXT, size INTEGER NOT NULL,
+    from_file TEXT COLLATE NOCASE NOT NULL, from_rev INTEGER NOT NULL, PRIMARY KEY(change, depot_file)) WITHOUT ROWID;
+CREATE INDEX opened_by_file ON opened(depot_file, change);
+CREATE TABLE sync_marks(client TEXT NOT NULL, pattern TEXT NOT NULL, change INTEGER NOT NULL,
+    have_count INTEGER NOT NULL, PRIMARY KEY(client, pattern)) WITHOUT ROWID;
+DROP TABLE IF EXISTS integs;
+CREATE TABLE integs(to_file TEXT COLLATE NOCASE NOT NULL, to_rev INTEGER NOT NULL,
+    from_file TEXT COLLATE NOCASE NOT NULL, from_start INTEGER NOT NULL, from_end INTEGER NOT NULL,
+    how TEXT NOT NULL, change INTEGER NOT NULL, PRIMARY KEY(to_file, to_rev, from_file)) WITHOUT ROWID;
+CREATE INDEX integs_by_from ON integs(from_file, from_end);
+)SQL";
 
 const char* const g_pszSchema = R"SQL(
 CREATE TABLE meta(key TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
@@ -136,6 +163,7 @@ const char* const s_apszQueries[eQueryCount] = {
     " WHERE from_file>=? AND from_file<? ORDER BY from_file,from_end,to_file",
     "SELECT MAX(from_end) FROM integs WHERE to_file=? AND from_file=?",
     "SELECT MAX(to_rev) FROM integs WHERE to_file=? AND from_file=? AND how IN ('branch from','copy from')",
+    "UPDATE revs SET action=? WHERE depot_file=? AND rev=?",
 };
 
 } // namespace

@@ -66,6 +66,7 @@ enum TQuery
     eQueryIntegsFrom,
     eQueryIntegLast,
     eQueryIntegLastBack,
+    eQueryRevSetAction,
     eQueryCount
 };
 
@@ -83,6 +84,10 @@ extern const char* const g_pszLabelsSchema;
 extern const char* const g_pszOpenedSchema;
 // The integration records, for servers made before they existed.
 extern const char* const g_pszIntegsSchema;
+// The tables with file paths again, empty, their paths compared without
+// ASCII case (SQLite's NOCASE): for a server whose case handling is
+// insensitive, made so before it has any revision.
+extern const char* const g_pszCaseInsensitiveSchema;
 
 } // namespace P4SIM
 } // namespace ORVANE

@@ -169,7 +169,7 @@ void CStore::VisitRevsByChange(long long nLow, long long nHigh, const std::strin
                                const std::function<bool(long long, const std::string&)>& fnVisit)
 {
     CStatement cQuery = Prepare(bOldestFirst ? eQueryRevsByChangeOldestFirst : eQueryRevsByChangeNewestFirst);
-    cQuery.Bind(1, nLow).Bind(2, nHigh).Bind(3, strPrefix).Bind(4, PrefixEnd(strPrefix));
+    cQuery.Bind(1, nLow).Bind(2, nHigh).Bind(3, FoldPath(strPrefix)).Bind(4, PrefixEnd(FoldPath(strPrefix)));
     while (cQuery.Step())
     {
         if (!fnVisit(cQuery.Int(0), cQuery.Text(1)))

@@ -3,6 +3,7 @@
 #include "Sync.h"
 
 #include "FileSystem.h"
+#include "FileTypes.h"
 #include "Text.h"
 
 #include <cerrno>
@@ -18,36 +19,14 @@ namespace P4SIM {
 
 namespace {
 
-bool Executable(const std::string& strType)
-{
-    size_t nPlus = strType.find('+');
-    if (nPlus != std::string::npos && strType.find('x', nPlus) != std::string::npos)
-        return true;
-    return strType == "xtext" || strType == "kxtext" || strType == "xbinary";
-}
-
+// A writable plain file; a symbolic link is never one (its own mode means
+// nothing), so a sync replaces it without clobber.
 bool Writable(const std::string& strPath)
 {
     struct stat tStat;
-    if (lstat(strPath.c_str(), &tStat) != 0)
+    if (lstat(strPath.c_str(), &tStat) != 0 || S_ISLNK(tStat.st_mode))
         return false;
     return (tStat.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) != 0;
-}
-
-std::string ConvertLineEnds(const std::string& strData, const std::string& strLineEnd)
-{
-    if (strLineEnd == "\n")
-        return strData;
-    std::string strOut;
-    strOut.reserve(strData.size() + strData.size() / 16);
-    for (char c : strData)
-    {
-        if (c == '\n')
-            strOut += strLineEnd;
-        else
-            strOut += c;
-    }
-    return strOut;
 }
 
 std::string WriteAllTo(int nFd, const std::string& strData, const std::string& strPath)
@@ -169,21 +148,77 @@ std::string RemoveLocal(const TClientView& tView, const TSyncSettings& tSettings
     return "";
 }
 
+// Makes the local file a symbolic link to strTarget, in place of whatever
+// file or link is there; an error text or "".
+std::string PutSymlink(const std::string& strPath, const std::string& strTarget)
+{
+    try
+    {
+        MakeDirs(DirName(strPath));
+    }
+    catch (const std::exception& e)
+    {
+        return e.what();
+    }
+    std::string strTemp = strPath + ".p4sim-tmp";
+    unlink(strTemp.c_str());
+    if (symlink(strTarget.c_str(), strTemp.c_str()) != 0)
+        return "symlink: " + strPath + ": " + std::strerror(errno);
+    if (rename(strTemp.c_str(), strPath.c_str()) != 0)
+    {
+        std::string strError = "rename: " + strPath + ": " + std::strerror(errno);
+        unlink(strTemp.c_str());
+        return strError;
+    }
+    return "";
+}
+
 // Writes the target revision to the local file; an error text or "".
 std::string PutLocal(TContext& tContext, const TSyncSettings& tSettings, const TSyncAction& tAction)
 {
     if (!MayReplace(tSettings, tAction.strLocal))
         return "Can't clobber writable file " + tAction.strLocal;
     const TRevRec& tRev = tAction.tTarget;
-    std::string strData = tContext.pStore->Content(tRev.strDigest);
-    if (IsTextType(tRev.strType))
-        strData = ConvertLineEnds(strData, tSettings.strLineEnd);
+    const TFileType tType = ParseFileType(tRev.strType);
+    if (tType.IsSymlink())
+    {
+        // The content is the link's target; a final line end is not part
+        // of it.
+        std::string strTarget = tContext.pStore->Content(tRev.strDigest);
+        if (!strTarget.empty() && strTarget.back() == '\n')
+            strTarget.pop_back();
+        return PutSymlink(tAction.strLocal, strTarget);
+    }
+    std::string strData = ClientContent(tContext, tRev, true, tSettings.strLineEnd);
     mode_t nUmask = umask(0);
     umask(nUmask);
-    mode_t nMode = tSettings.bAllWrite ? 0666 : 0444;
-    if (Executable(tRev.strType))
+    mode_t nMode = tSettings.bAllWrite || tType.bWritable ? 0666 : 0444;
+    if (tType.bExecutable)
         nMode |= 0111;
-    return WriteLocal(tAction.strLocal, strData, nMode & ~nUmask, tSettings.bModTime ? tRev.nModTime : 0);
+    const bool bModTime = tSettings.bModTime || tType.bModTime;
+    return WriteLocal(tAction.strLocal, strData, nMode & ~nUmask, bModTime ? tRev.nModTime : 0);
+}
+
+// The first folder of the local path below the client root that is a
+// symbolic link ("" when there is none): a file of the depot written through
+// it would land outside the workspace (a link "lib" to /etc, then a file
+// "lib/passwd").
+std::string LinkOnTheWay(const std::string& strRoot, const std::string& strLocal)
+{
+    const std::string strPrefix = strRoot.empty() || strRoot.back() == '/' ? strRoot : strRoot + "/";
+    if (strLocal.compare(0, strPrefix.size(), strPrefix) != 0)
+        return std::string();
+    for (size_t nSlash = strLocal.find('/', strPrefix.size()); nSlash != std::string::npos;
+         nSlash = strLocal.find('/', nSlash + 1))
+    {
+        const std::string strFolder = strLocal.substr(0, nSlash);
+        struct stat tStat;
+        if (lstat(strFolder.c_str(), &tStat) != 0)
+            return std::string();
+        if (S_ISLNK(tStat.st_mode))
+            return strFolder;
+    }
+    return std::string();
 }
 
 // Does one action on disk and in the have list; false (after its error
@@ -194,8 +229,11 @@ bool Carry(TContext& tContext, const TClientView& tView, const TSyncSettings& tS
     bool bDelete = tAction.eKind == eSyncDelete;
     if (!tSettings.bKeep)
     {
-        std::string strError =
-            bDelete ? RemoveLocal(tView, tSettings, tAction) : PutLocal(tContext, tSettings, tAction);
+        const std::string strLink = LinkOnTheWay(tView.tSpec.strRoot, tAction.strLocal);
+        std::string strError = !strLink.empty()
+                                   ? tAction.strLocal + ": cannot be written through the symbolic link " + strLink
+                               : bDelete ? RemoveLocal(tView, tSettings, tAction)
+                                         : PutLocal(tContext, tSettings, tAction);
         if (!strError.empty())
         {
             tContext.pOutput->Message(strError, eSeverityFailed, eGenericClient);

@@ -21,6 +21,9 @@ struct TTargets
 {
     std::map<std::string, TRevRec> mapTargets;   // files to have
     std::map<std::string, TRevRec> mapDeletedAt; // files deleted at that revision
+    // Files whose revision is purged or archived: a sync skips them, leaving
+    // the local file and the have list as they are.
+    std::set<std::string> setSkipped;
     bool bAnyInDepot = false, bAnyMapped = false;
 };
 
@@ -57,7 +60,10 @@ void CollectTargets(TContext& tContext, const TClientView& tView, const TSyncArg
                     continue;
                 tRev = *tExact;
             }
-            (tRev.Deleted() ? tOut.mapDeletedAt : tOut.mapTargets)[strClientFile] = tRev;
+            if (tRev.Purged())
+                tOut.setSkipped.insert(strClientFile);
+            else
+                (tRev.Deleted() ? tOut.mapDeletedAt : tOut.mapTargets)[strClientFile] = tRev;
         }
     }
 }
@@ -111,7 +117,7 @@ std::vector<TSyncAction> FullActions(const TClientView& tView, const TTargets& t
     }
     for (const auto& tHave : mapHaves)
     {
-        if (tTargets.mapTargets.count(tHave.first))
+        if (tTargets.mapTargets.count(tHave.first) || tTargets.setSkipped.count(tHave.first))
             continue;
         auto itDeleted = tTargets.mapDeletedAt.find(tHave.first);
         const TRevRec* pDeleted = itDeleted == tTargets.mapDeletedAt.end() ? nullptr : &itDeleted->second;
@@ -124,7 +130,7 @@ std::vector<TSyncAction> FullActions(const TClientView& tView, const TTargets& t
 std::string NothingToDo(const TSyncArg& tArg, const TTargets& tTargets, bool bAnyHave)
 {
     if (bAnyHave || !tTargets.mapTargets.empty() || (tTargets.bAnyMapped && !tTargets.mapDeletedAt.empty()) ||
-        tArg.bNone)
+        !tTargets.setSkipped.empty() || tArg.bNone)
         return tArg.strArg + " - file(s) up-to-date.";
     if (tArg.bIsDepot && tTargets.bAnyInDepot && !tTargets.bAnyMapped)
         return tArg.strArg + " - file(s) not in client view.";
@@ -136,7 +142,7 @@ std::string NothingToDo(const TSyncArg& tArg, const TTargets& tTargets, bool bAn
 void SortByDepotFile(std::vector<TSyncAction>& atActions)
 {
     std::sort(atActions.begin(), atActions.end(),
-              [](const TSyncAction& tA, const TSyncAction& tB) { return tA.strDepotFile < tB.strDepotFile; });
+              [](const TSyncAction& tA, const TSyncAction& tB) { return PathLess(tA.strDepotFile, tB.strDepotFile); });
 }
 
 // The depot files changed between the mark and the argument, under the
@@ -153,7 +159,7 @@ bool ChangedFiles(TContext& tContext, const TClientView& tView, const TSyncArg& 
     {
         for (const std::string& strPrefix : astrPrefixes)
         {
-            if (StartsWith(strFile, strPrefix))
+            if (PathStartsWith(strFile, strPrefix))
                 setOut.insert(strFile);
         }
     }
@@ -201,7 +207,9 @@ TSyncPlan PlanInFull(TContext& tContext, const TClientView& tView, const TSyncAr
         for (const auto& tHave : mapHaves)
         {
             std::optional<TRevRec> tRev = tContext.pStore->Rev(tHave.second.strDepotFile, tHave.second.nRev);
-            if (tRev)
+            if (tRev && tRev->Purged())
+                tTargets.setSkipped.insert(tHave.first);
+            else if (tRev)
                 tTargets.mapTargets[tHave.first] = *tRev;
         }
         tTargets.bAnyInDepot = tTargets.bAnyMapped = !mapHaves.empty();
@@ -211,6 +219,8 @@ TSyncPlan PlanInFull(TContext& tContext, const TClientView& tView, const TSyncAr
     TSyncPlan tPlan;
     tPlan.atActions = FullActions(tView, tTargets, mapHaves, bForce);
     tPlan.nHaveAfter = static_cast<long long>(tTargets.mapTargets.size());
+    for (const std::string& strSkipped : tTargets.setSkipped)
+        tPlan.nHaveAfter += mapHaves.count(strSkipped) ? 1 : 0;
     if (tPlan.atActions.empty())
         tContext.pOutput->Message(NothingToDo(tArg, tTargets, !mapHaves.empty()), eSeverityWarning, eGenericEmpty);
     SortByDepotFile(tPlan.atActions);
@@ -234,6 +244,8 @@ bool PlanFromMark(TContext& tContext, const TClientView& tView, const TSyncArg& 
         std::optional<THaveRec> tHave = tContext.pStore->Have(tView.tSpec.strName, strClientFile);
         if (tHave && tHave->strDepotFile != strDepotFile)
             return false;
+        if (tHead && tHead->Purged())
+            continue;
         if (tHead && !tHead->Deleted())
         {
             if (tHave && tHave->nRev == tHead->nRev)

@@ -1,11 +1,19 @@
 #include "Text.h"
 
+#include <algorithm>
 #include <ctime>
 
 namespace ORVANE {
 namespace P4SIM {
 
 namespace {
+
+bool s_bCaseInsensitive = false;
+
+char LowerAscii(char c)
+{
+    return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c;
+}
 
 bool IsBlank(char c)
 {
@@ -223,6 +231,56 @@ std::string UnescapeName(const std::string& strName)
         strOut += strName[i];
     }
     return strOut;
+}
+
+void SetCaseInsensitive(bool bInsensitive)
+{
+    s_bCaseInsensitive = bInsensitive;
+}
+
+bool CaseInsensitive()
+{
+    return s_bCaseInsensitive;
+}
+
+std::string FoldPath(const std::string& strPath)
+{
+    return s_bCaseInsensitive ? ToLower(strPath) : strPath;
+}
+
+bool SameChar(char cA, char cB)
+{
+    return cA == cB || (s_bCaseInsensitive && LowerAscii(cA) == LowerAscii(cB));
+}
+
+bool PathStartsWith(const std::string& strPath, const std::string& strPrefix)
+{
+    if (!s_bCaseInsensitive)
+        return StartsWith(strPath, strPrefix);
+    if (strPath.size() < strPrefix.size())
+        return false;
+    for (size_t i = 0; i < strPrefix.size(); ++i)
+    {
+        if (!SameChar(strPath[i], strPrefix[i]))
+            return false;
+    }
+    return true;
+}
+
+bool PathLess(const std::string& strA, const std::string& strB)
+{
+    if (!s_bCaseInsensitive)
+        return strA < strB;
+    // As SQLite's NOCASE collation orders: letters folded, then bytes.
+    const size_t nCommon = std::min(strA.size(), strB.size());
+    for (size_t i = 0; i < nCommon; ++i)
+    {
+        const unsigned char cA = static_cast<unsigned char>(LowerAscii(strA[i]));
+        const unsigned char cB = static_cast<unsigned char>(LowerAscii(strB[i]));
+        if (cA != cB)
+            return cA < cB;
+    }
+    return strA.size() < strB.size();
 }
 
 bool IsUtf8(const std::string& str)

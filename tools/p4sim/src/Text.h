@@ -36,6 +36,17 @@ std::string PrefixEnd(const std::string& strPrefix);
 std::string EscapeName(const std::string& strName);
 std::string UnescapeName(const std::string& strName);
 
+// Case handling of the server's paths: a server whose caseHandling is
+// "insensitive" compares paths (and matches views and wildcards) without
+// ASCII case. Set once per process from the server's setting.
+void SetCaseInsensitive(bool bInsensitive);
+bool CaseInsensitive();
+// ASCII letters to lower case when paths compare without case.
+std::string FoldPath(const std::string& strPath);
+bool PathStartsWith(const std::string& strPath, const std::string& strPrefix);
+bool PathLess(const std::string& strA, const std::string& strB);
+bool SameChar(char cA, char cB);
+
 // Whether the bytes are well-formed UTF-8 (no overlong forms, surrogates or
 // code points past U+10FFFF).
 bool IsUtf8(const std::string& str);

@@ -70,7 +70,7 @@ bool Match(const std::vector<TToken>& atTokens, size_t nToken, const std::string
 {
     while (nToken < atTokens.size() && atTokens[nToken].eKind == eTokenLiteral)
     {
-        if (nPos >= str.size() || str[nPos] != atTokens[nToken].c)
+        if (nPos >= str.size() || !SameChar(str[nPos], atTokens[nToken].c))
             return false;
         ++nToken;
         ++nPos;
@@ -261,7 +261,7 @@ std::vector<std::string> CMapTable::LeftPrefixesFor(const std::string& strRightP
         if (tLine.bExclude)
             continue;
         std::string strRightLiteral = LiteralPrefix(tLine.strRight), strLeftLiteral = LiteralPrefix(tLine.strLeft);
-        if (StartsWith(strRightPrefix, strRightLiteral))
+        if (PathStartsWith(strRightPrefix, strRightLiteral))
         {
             // When both sides end in a single trailing "...", the part of the
             // prefix beyond the right literal carries over to the left.
@@ -270,17 +270,17 @@ std::vector<std::string> CMapTable::LeftPrefixesFor(const std::string& strRightP
             else
                 astrOut.push_back(strLeftLiteral);
         }
-        else if (StartsWith(strRightLiteral, strRightPrefix))
+        else if (PathStartsWith(strRightLiteral, strRightPrefix))
         {
             astrOut.push_back(strLeftLiteral);
         }
     }
     // Prefixes covered by shorter ones go.
-    std::sort(astrOut.begin(), astrOut.end());
+    std::sort(astrOut.begin(), astrOut.end(), PathLess);
     std::vector<std::string> astrKept;
     for (const std::string& strPrefix : astrOut)
     {
-        if (astrKept.empty() || !StartsWith(strPrefix, astrKept.back()))
+        if (astrKept.empty() || !PathStartsWith(strPrefix, astrKept.back()))
             astrKept.push_back(strPrefix);
     }
     return astrKept;
@@ -301,7 +301,7 @@ bool CMapTable::IsOneToOne() const
     {
         for (size_t k = 0; k < astrRights.size(); ++k)
         {
-            if (i != k && StartsWith(astrRights[i], astrRights[k]))
+            if (i != k && PathStartsWith(astrRights[i], astrRights[k]))
                 return false;
         }
     }

@@ -10,7 +10,8 @@ namespace ORVANE {
 namespace P4SIM {
 
 // Does strPath match strPattern (wildcards ..., * and %%n)? Case-sensitive,
-// as a server on Linux compares.
+// as a server on Linux compares, unless the server's case handling is
+// insensitive (see SetCaseInsensitive).
 bool WildMatch(const std::string& strPattern, const std::string& strPath);
 // The text of a pattern before its first wildcard.
 std::string LiteralPrefix(const std::string& strPattern);
