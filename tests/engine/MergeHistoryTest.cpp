@@ -404,4 +404,48 @@ TEST_F(CMergeHistoryTest, TheStreamGraphShowsTheMerges)
         << strGraph;
 }
 
+// A merge into the mainline waits for the release's commit it merges; it is
+// written as any commit: its large file in Git LFS (named in the root
+// .gitattributes), its +k file with the keywords collapsed, and --verify
+// compares it so.
+TEST_F(CMergeHistoryTest, AMergeWithLfsAndKeywordFilesHasBothParents)
+{
+    const std::string strBig = R"({"path": "//depot/main/big.bin", "action": "add", "type": "binary",
+                                   "generated": {"size": 2048, "seed": 1}})";
+    const std::string strK =
+        R"({"path": "//depot/main/k.c", "action": "add", "type": "ktext", "content": "$Id$ $Change$\n"})";
+    const std::string strRelBig = R"({"path": "//depot/rel/big.bin", "action": "edit",
+                                      "generated": {"size": 3000, "seed": 2}})";
+    const std::string strRelK = R"({"path": "//depot/rel/k.c", "action": "edit", "content": "$Id$ rel\n"})";
+    LoadChanges(
+        {Change(1, R"({"path": "//depot/main/a.txt", "action": "add", "content": "a1\n"}, )" + strBig + ", " + strK),
+         Change(2, R"({"path": "//depot/rel/a.txt", "action": "branch", "from": "//depot/main/a.txt"},
+                              {"path": "//depot/rel/big.bin", "action": "branch", "from": "//depot/main/big.bin"},
+                              {"path": "//depot/rel/k.c", "action": "branch", "from": "//depot/main/k.c"})"),
+         Change(3, strRelBig + ", " + strRelK), Change(4, Edit("//depot/main/a.txt", "a2")),
+         Change(5, Integrate("//depot/main/big.bin", "//depot/rel/big.bin") + ", " +
+                       Integrate("//depot/main/k.c", "//depot/rel/k.c")),
+         Change(6, Edit("//depot/main/a.txt", "a3"))},
+        false, "", false);
+    ImportAll({"--lfs-threshold", "1K"});
+    ReadCommits();
+    EXPECT_EQ(Parents("//depot/main@5"), (TList{"//depot/main@4", "//depot/rel@3"}));
+    EXPECT_EQ(Parents("//depot/main@6"), (TList{"//depot/main@5"}));
+    EXPECT_EQ(Integrated("//depot/main@5"), "");
+    // The server expands the keywords; git has them collapsed.
+    EXPECT_NE(P4({"print", "-q", "//depot/main/k.c#2"}).strOut.find("$Id: //depot/main/k.c#2 $"), std::string::npos);
+    EXPECT_EQ("$Id$ rel\n", Show("//depot/main@5", "k.c"));
+    EXPECT_EQ("$Id$ $Change$\n", Show("//depot/main@4", "k.c"));
+    EXPECT_EQ(Git({"rev-parse", C("//depot/main@5") + ":k.c"}).strOut,
+              Git({"rev-parse", C("//depot/rel@3") + ":k.c"}).strOut);
+    // The large file is a pointer in every commit, the same as the
+    // release's.
+    const std::string strPointer = Show("//depot/main@5", "big.bin");
+    EXPECT_EQ(0u, strPointer.find("version https://git-lfs.github.com/spec/v1\noid sha256:")) << strPointer;
+    EXPECT_NE(strPointer.find("\nsize 3000\n"), std::string::npos) << strPointer;
+    EXPECT_EQ(strPointer, Show("//depot/rel@3", "big.bin"));
+    EXPECT_NE(Show("//depot/main@4", "big.bin").find("\nsize 2048\n"), std::string::npos);
+    EXPECT_EQ("/big.bin filter=lfs diff=lfs merge=lfs -text\n", Show("//depot/main@5", ".gitattributes"));
+}
+
 } // namespace enginetest
