@@ -92,6 +92,14 @@ def print_table(report):
             cells.append("%.1f (%d)" % (c["ms_each"], c["count"]) if c else "-")
         print("| %d | %d | %s |" % (r["changes"], r["latency_ms"], " | ".join(cells)))
     print()
+    if report.get("merges"):
+        print("Reading the integrations for merge commits (the same import with --no-merges)")
+        print("| changes | lat ms | wall s with | wall s without | cost s | cost % |")
+        print("|---:|---:|---:|---:|---:|---:|")
+        for m in report["merges"]:
+            print("| %d | %d | %.1f | %.1f | %+.1f | %+.1f |" % (m["changes"], m["latency_ms"], m["wall_s"],
+                                                                 m["wall_s_without"], m["cost_s"], m["cost_percent"]))
+        print()
     sizes = [p["changes"] for p in report["p4sim"]]
     print("p4sim per command, ms per invocation: wall / cpu / wall above the -V floor (p4sim_bench, mean of %s runs)"
           % ", ".join(str(p["runs"]) for p in report["p4sim"]))
@@ -147,6 +155,14 @@ def main():
             stats = load(os.path.join(args.work, "import-%d-%d.json" % (size, latency)))
             report["imports"].append(import_row(size, latency, stats))
         report["p4sim"].append(load(os.path.join(args.work, "p4sim-%d.json" % size)))
+        without = os.path.join(args.work, "import-%d-%d-nomerges.json" % (size, latencies[-1]))
+        if os.path.exists(without):
+            with_row = next(r for r in report["imports"] if r["size"] == size and r["latency_ms"] == latencies[-1])
+            wall_without = load(without)["wall_s"]
+            report.setdefault("merges", []).append({
+                "changes": with_row["changes"], "latency_ms": latencies[-1], "wall_s": with_row["wall_s"],
+                "wall_s_without": wall_without, "cost_s": with_row["wall_s"] - wall_without,
+                "cost_percent": 100.0 * (with_row["wall_s"] - wall_without) / wall_without if wall_without else 0.0})
     report["recorddb"] = recorddb(os.path.join(args.work, "recorddb.txt"))
     with open(args.json, "w", encoding="utf-8") as f:
         json.dump(report, f, indent=1)

@@ -64,6 +64,13 @@ for n in "${sizes[@]}"; do
             --stats "$work/import-$n-$latency.json" --quiet
         rm -rf "$work/git"
     done
+    # What reading the integrations (for merge commits) costs: the same
+    # import at the highest latency without them.
+    latency=${latencies[-1]}
+    echo "bench: $n changes: importing without merges, $latency ms latency per p4 command" >&2
+    P4SIM_LATENCY_MS=$latency P4PORT=sim:$server "$import" --set "P4Path=$p4sim" --git "$work/git" \
+        --stats "$work/import-$n-$latency-nomerges.json" --quiet --no-merges
+    rm -rf "$work/git"
     echo "bench: $n changes: p4sim per command" >&2
     "$p4sim_bench" --changes "$n" --branches 4 --files 300 --seed "$seed" --runs "$runs" --from "$server" \
         --json "$work/p4sim-$n.json" >"$work/p4sim-$n.txt"
