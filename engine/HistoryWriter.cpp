@@ -142,15 +142,17 @@ void CHistoryWriter::SourceView(bool bWhole, const TTree*& pTree, const TTreeDel
             m_tFolded.clear();
         }
         TTreeDelta tFoldedDelta;
+        // A whole tree is folded whole; otherwise what the change touched.
         TTree tChanged;
-        for (const std::string& str : pDelta->setChanged)
-        {
-            auto it = pTree->find(str);
-            if (it != pTree->end())
-                tChanged[str] = it->second;
-        }
         if (bWhole)
             tChanged = *pTree;
+        else
+            for (const std::string& str : pDelta->setChanged)
+            {
+                auto it = pTree->find(str);
+                if (it != pTree->end())
+                    tChanged[str] = it->second;
+            }
         TTree tFoldedChanged;
         m_cSpelling.Apply(tChanged, *pDelta, tFoldedChanged, tFoldedDelta);
         for (const std::string& str : tFoldedDelta.setRemoved)

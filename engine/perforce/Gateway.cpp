@@ -186,11 +186,18 @@ int CP4Gateway::RunWithRetries(VCM::IChildRun& rRun, const TP4Command& tCommand,
             strOutput = rRun.Capture().PeekOutput(std::numeric_limits<size_t>::max());
             CMarshalDecoder cDecoder;
             m_nStatRecords = 0;
-            cDecoder.Feed(strOutput.data(), strOutput.size(), [this, &tResult](const TP4Record& t) {
+            m_atDescribed.clear();
+            // A description is looked at once more: its records are kept.
+            const bool bKeep = IsModuleDescribe(tCommand);
+            cDecoder.Feed(strOutput.data(), strOutput.size(), [this, &tResult, bKeep](const TP4Record& t) {
                 if (IsFailureRecord(t))
                     tResult.atRecords.push_back(t);
                 else if (RecordValue(t, "code") == "stat")
+                {
                     ++m_nStatRecords;
+                    if (bKeep)
+                        m_atDescribed.push_back(t);
+                }
                 return true;
             });
             tResult.bDecoded = cDecoder.AtRecordEnd();
@@ -350,8 +357,8 @@ int CP4Gateway::CheckDescription(VCM::IChildRun& rRun, std::string& strOutput, i
 {
     std::vector<std::string> astrNever;
     std::set<std::string> setGone; // the numbers of the file entries left out
-    CMarshalDecoder cDecoder;
-    cDecoder.Feed(strOutput.data(), strOutput.size(), [&](const TP4Record& t) {
+    for (const TP4Record& t : m_atDescribed)
+    {
         for (const auto& kv : t)
         {
             std::string strName, strNumber;
@@ -386,8 +393,7 @@ int CP4Gateway::CheckDescription(VCM::IChildRun& rRun, std::string& strOutput, i
                                                  kv.second});
             }
         }
-        return true;
-    });
+    }
     if (!astrNever.empty())
     {
         // The module would spin for ever on the name: it must not see it.

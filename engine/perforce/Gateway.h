@@ -22,6 +22,7 @@
 #include "perforce/EscapedNames.h"
 #include "perforce/Keywords.h"
 #include "perforce/MetadataText.h"
+#include "perforce/P4Query.h"
 
 namespace ORVANE {
 namespace IMP {
@@ -185,8 +186,10 @@ private:
     unsigned m_nRecovered = 0;
     unsigned m_nPendingLeftOut = 0;
     unsigned m_nListed = 0;
-    // Records of the last command's output that are no message.
+    // Records of the last command's output that are no message, and those
+    // of the module's last description.
     unsigned m_nStatRecords = 0;
+    std::vector<TP4Record> m_atDescribed;
 };
 
 } // namespace IMP

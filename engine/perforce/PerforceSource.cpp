@@ -169,7 +169,7 @@ void CPerforceSource::NameLeftOutBranches(const TStreams& atStreams)
         setStreams.insert(t.strName);
     // The module's own listing covers the root path; the same listing here
     // tells which specifications it left out without a word.
-    const TP4Result tList = CP4Query(m_strP4).Run({"branches"}, [&](const TP4Record& t) {
+    CP4Query(m_strP4).Run({"branches"}, [&](const TP4Record& t) {
         const std::string strName = RecordValue(t, "branch");
         if (RecordValue(t, "code") != "stat" || strName.empty() || IsIgnoredBranch(m_strIgnoredBranches, strName))
             return true;
@@ -186,7 +186,6 @@ void CPerforceSource::NameLeftOutBranches(const TStreams& atStreams)
                                               "view, or a name that begins with '-'; see the import log)")));
         return true;
     });
-    (void)tList;
 }
 
 void CPerforceSource::BeforeImport()

@@ -38,6 +38,22 @@ std::string CommonPath(const std::vector<TRevRec>& atRevs)
     return strPrefix + "...";
 }
 
+// The change record of a change of the history with its number, status and
+// files.
+TChangeRec ChangeRecord(const TChangeSpec& tChange, long long nNumber, const std::string& strStatus,
+                        const std::vector<TRevRec>& atFiles)
+{
+    TChangeRec tRecord;
+    tRecord.nChange = nNumber;
+    tRecord.strUser = tChange.strUser;
+    tRecord.strClient = tChange.strClient;
+    tRecord.nTime = tChange.nTime;
+    tRecord.strDescription = tChange.strDescription;
+    tRecord.strStatus = strStatus;
+    tRecord.strPath = CommonPath(atFiles);
+    return tRecord;
+}
+
 bool IsAddition(const std::string& strAction)
 {
     return strAction == "add" || strAction == "branch" || strAction == "move/add";
@@ -382,14 +398,7 @@ void CSubmitter::StoreSubmitted(const TChangeSpec& tChange, long long nNumber)
     CheckUtf8(m_bUnicode, tChange.strDescription + tChange.strUser + tChange.strClient,
               "change " + std::to_string(nNumber) + "'s description, user or client");
 
-    TChangeRec tRecord;
-    tRecord.nChange = nNumber;
-    tRecord.strUser = tChange.strUser;
-    tRecord.strClient = tChange.strClient;
-    tRecord.nTime = tChange.nTime;
-    tRecord.strDescription = tChange.strDescription;
-    tRecord.strStatus = "submitted";
-    tRecord.strPath = CommonPath(atRevs);
+    TChangeRec tRecord = ChangeRecord(tChange, nNumber, "submitted", atRevs);
     m_rStore.PutChange(tRecord);
     AddUserOf(tChange);
 }
@@ -474,14 +483,7 @@ void CSubmitter::AddPending(const TChangeSpec& tChange)
         m_rStore.PutOpened(tOpened);
     std::sort(atPaths.begin(), atPaths.end(),
               [](const TRevRec& tA, const TRevRec& tB) { return tA.strDepotFile < tB.strDepotFile; });
-    TChangeRec tRecord;
-    tRecord.nChange = nNumber;
-    tRecord.strUser = tChange.strUser;
-    tRecord.strClient = tChange.strClient;
-    tRecord.nTime = tChange.nTime;
-    tRecord.strDescription = tChange.strDescription;
-    tRecord.strStatus = tChange.strStatus;
-    tRecord.strPath = CommonPath(atPaths);
+    TChangeRec tRecord = ChangeRecord(tChange, nNumber, tChange.strStatus, atPaths);
     m_rStore.PutChange(tRecord);
     m_rStore.AddPendingCount(1);
     AddUserOf(tChange);
