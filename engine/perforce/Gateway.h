@@ -137,6 +137,8 @@ public:
     // The keyword mode of the depot file (as the server writes its path)
     // in its newest revision at the change, as the descriptions said.
     TKeywordMode KeywordModeAt(const std::string& strDepotFile, unsigned int nChange) const;
+    // Whether any description named a file of a type that expands keywords.
+    bool HasKeywordTypes() const { return !m_mapKeywordTypes.empty(); }
 
     unsigned Retried() const { return m_nRetried; }
     unsigned Recovered() const { return m_nRecovered; }

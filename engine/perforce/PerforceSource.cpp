@@ -324,7 +324,8 @@ CContentFilter* CPerforceSource::WrapFilter(CContentFilter* pNext)
     if (!pFilter)
         pFilter.reset(new CKeywordFilter(
             [this](const std::string& strPath) {
-                if (!m_pSyncedStream)
+                // Nearly every depot has no such file: nothing to look up.
+                if (!m_pSyncedStream || !m_pGateway->HasKeywordTypes())
                     return eKeywordsNone;
                 return m_pGateway->KeywordModeAt(
                     PathText(m_pSyncedStream->tInfo.cDstPath) + "/" + ServerEscaped(strPath), m_nSyncedNumber);
