@@ -1,9 +1,11 @@
 #include "HistoryWriter.h"
 
+#include <stdlib.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 
 #include "Digest.h"
 #include "Stop.h"
@@ -435,20 +437,50 @@ std::vector<std::string> CHistoryWriter::WriteWaitingCommits()
     return m_astrLeftOut;
 }
 
+void CHistoryWriter::CheckWithSource(const std::string& strBelow)
+{
+    if (!m_pSource || !m_pStream || m_nNumber == 0)
+        return;
+    std::string strScratch = strBelow + "/.verify-XXXXXX";
+    if (!::mkdtemp(&strScratch[0]))
+        throw EStop(eExitFailure, "verify: cannot make a folder below " + strBelow + ": " + std::strerror(errno));
+    const std::string strWhere = "stream " + m_pStream->strName + ", change " + std::to_string(m_nNumber);
+    std::string strProblem;
+    const bool bSynced = m_pSource->SyncElsewhere(*m_pStream, m_nNumber, strScratch, strProblem);
+    TTree tHere, tThere;
+    if (bSynced)
+    {
+        ScanForVerify(strWhere, tHere);
+        ScanForVerify(strWhere, strScratch, tThere);
+    }
+    std::error_code ec;
+    std::filesystem::remove_all(strScratch, ec);
+    if (!bSynced && !strProblem.empty())
+        throw EStop(eExitFailure, "verify: " + strWhere + ": " + strProblem);
+    const std::string strDifference = TreeDifference(tHere, tThere);
+    if (!strDifference.empty())
+        throw EStop(eExitFailure,
+                    "verify: " + strWhere + ": the source's own sync into a scratch folder differs: " + strDifference);
+}
+
 void CHistoryWriter::ScanForVerify(const std::string& strWhere, TTree& tFolder)
+{
+    ScanForVerify(strWhere, m_pStream->strFolder, tFolder);
+}
+
+void CHistoryWriter::ScanForVerify(const std::string& strWhere, const std::string& strFolderPath, TTree& tFolder)
 {
     if (m_pLfs)
     {
         // Large files as their pointers, hashed again; each in the store.
-        const std::string strProblem = m_pLfs->ScanFolder(m_pStream->strFolder, tFolder, [this](CContentFilter* pNext) {
+        const std::string strProblem = m_pLfs->ScanFolder(strFolderPath, tFolder, [this](CContentFilter* pNext) {
             return m_pSource ? m_pSource->WrapFilter(pNext) : pNext;
         });
         if (!strProblem.empty())
             throw EStop(eExitFailure, "verify: " + strWhere + ": " + strProblem);
     }
     else
-        ScanTree(m_pStream->strFolder, tFolder, TBlobSink(), nullptr,
-                 m_pSource ? m_pSource->WrapFilter(nullptr) : nullptr);
+        ScanTree(strFolderPath, tFolder, TBlobSink(), nullptr, m_pSource ? m_pSource->WrapFilter(nullptr) : nullptr);
     SourceView(tFolder);
 }
 

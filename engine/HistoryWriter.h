@@ -45,6 +45,11 @@ public:
     void SetStream(TStream& tStream) { m_pStream = &tStream; }
     // Stops watching the folder.
     void Stop() { m_cTracker.End(); }
+    // With --verify, once the stream's changes are imported: the source
+    // syncs the last of them again its own way into a scratch folder below
+    // strBelow, which must hold what the stream's folder holds. Throws
+    // EStop when it does not.
+    void CheckWithSource(const std::string& strBelow);
 
     // The source system's part, told of each call and sync and asked where
     // the synced files are (none: null).
@@ -95,6 +100,7 @@ private:
     // Reads the folder's files as --verify compares them: through the
     // source's filter (and Git LFS's pointers), as the source sees them.
     void ScanForVerify(const std::string& strWhere, TTree& tFolder);
+    void ScanForVerify(const std::string& strWhere, const std::string& strFolder, TTree& tFolder);
     // Compares the commit with the folder's files.
     void Verify(const std::string& strWhere, unsigned nMark, const TTree& tFolder);
 

@@ -119,6 +119,7 @@ TSourceOptions CImport::SourceOptions(const TOptions& tOptions)
     t.bKeepGoing = tOptions.bKeepGoing;
     t.nRetries = tOptions.nRetries;
     t.fRetryWait = tOptions.fRetryWait;
+    t.nJobs = tOptions.nJobs;
     t.bQuiet = tOptions.bQuiet;
     t.strMetadataEncoding = tOptions.strMetadataEncoding;
     t.bKeepKeywords = tOptions.bKeepKeywords;
@@ -352,6 +353,7 @@ void CImport::ImportStreams()
     if (m_cWorkspace.Made())
         WorkerChannel().Send(EVENT::pszWorkspace, m_cWorkspace.Path());
     PlaceStreams(m_atStreams, m_cWorkspace.Path());
+    m_pSource->OnWorkspace(m_cWorkspace.Path());
     if (!m_pSource->TemporaryClient().empty())
         WorkerChannel().Send(EVENT::pszClient, m_pSource->TemporaryClient());
     m_pDriver->InitialiseClients(m_cWorkspace.Path());
@@ -361,6 +363,8 @@ void CImport::ImportStreams()
     {
         m_cHistory.SetStream(s);
         m_pDriver->ImportStream(s.tInfo.nID, s.strFolder);
+        if (m_tOptions.bVerify)
+            m_cHistory.CheckWithSource(m_cWorkspace.Path());
     }
     if (!m_atStreams.empty())
         m_cProgress.Show(m_atStreams.back().strName, true);
@@ -370,6 +374,7 @@ std::string CImport::Finish()
 {
     // Every change is read: the workspace goes while git writes its pack
     // and the module removes its client.
+    m_pSource->StopFetching();
     if (!m_cWorkspace.Path().empty() && !m_tOptions.bKeepWorkspace)
     {
         m_cHistory.Stop();
@@ -412,6 +417,8 @@ void CImport::PrintStreams(bool bWithCommits)
 
 void CImport::Cleanup(int nStatus)
 {
+    if (m_pSource)
+        m_pSource->StopFetching();
     m_cHistory.Stop();
     ReleaseProvider(nStatus);
     if (!m_cWorkspace.Path().empty() && !m_tOptions.bKeepWorkspace)

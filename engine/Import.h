@@ -44,6 +44,9 @@ struct TOptions
     // often, after a wait that starts here and doubles.
     unsigned nRetries = 3;
     double fRetryWait = 1;
+    // Connections that fetch from the server ahead of the provider (0:
+    // none).
+    unsigned nJobs = 8;
     // The code page of descriptions and names that are not UTF-8.
     std::string strMetadataEncoding = "cp1252";
     // Files of a +k type keep the keywords that sync expanded.

@@ -31,6 +31,10 @@ struct TSourceOptions
     // again, and the wait before the first retry (doubled each time).
     unsigned nRetries = 3;
     double fRetryWait = 1;
+    // Connections that fetch from the source ahead of the provider, so
+    // that it need not wait for each answer (0: none; the provider's
+    // commands reach the source as it wrote them).
+    unsigned nJobs = 0;
     bool bQuiet = false;
     // Files are kept as the source wrote them (keywords left expanded).
     bool bKeepKeywords = false;
@@ -80,6 +84,23 @@ public:
     virtual void OnStreamsKnown(const TStreams& atStreams) { (void)atStreams; }
     // Before anything is synced or written.
     virtual void BeforeImport() {}
+    // The folder under which the provider syncs (the workspace): the source
+    // may keep what it fetches ahead in a folder of its own there.
+    virtual void OnWorkspace(const std::string& strFolder) { (void)strFolder; }
+    // Nothing more is synced: what the source fetched ahead goes, and
+    // nothing more is fetched.
+    virtual void StopFetching() {}
+    // Syncs the stream's folder at the change into another folder the way
+    // the source itself writes it, for a check of what the run wrote:
+    // false with strProblem when that failed, false with it empty when the
+    // source offers no such sync.
+    virtual bool SyncElsewhere(const TStream& tStream, unsigned int nNumber, const std::string& strFolder,
+                               std::string& strProblem)
+    {
+        (void)tStream, (void)nNumber, (void)strFolder;
+        strProblem.clear();
+        return false;
+    }
     // The name of the temporary client the provider makes in the source
     // ("" when it makes none).
     virtual std::string TemporaryClient() const { return std::string(); }

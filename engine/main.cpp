@@ -160,6 +160,13 @@ void AddOptions(CLI::App& app, TOptions& tOptions, std::vector<std::string>& ast
         ->type_name("SECONDS")
         ->check(CLI::Range(0.0, 3600.0))
         ->default_val(1);
+    app.add_option("--jobs", tOptions.nJobs,
+                   "how many connections to the server fetch change descriptions and file contents ahead of the "
+                   "module, in batches, so that its syncs need not wait for the server; 0: none, every command "
+                   "of the module reaches the server as it wrote it")
+        ->type_name("N")
+        ->check(CLI::Range(0u, 256u))
+        ->default_val(8);
     app.add_flag("--keep-keywords", tOptions.bKeepKeywords,
                  "keep RCS keywords of +k files as sync expanded them ($Id: //depot/a.c#3 $); by default git gets "
                  "them unexpanded ($Id$), so that revisions and branches differ only where the files do");

@@ -81,6 +81,15 @@ bool IsModuleSync(const TP4Command& t)
     return !t.bMarshalled && t.strName == "sync" && t.astrArgs.size() == 1 && SyncedChange(t) != 0;
 }
 
+// The folder of the module's sync "FOLDER/...@N".
+std::string SyncedFolder(const TP4Command& tCommand)
+{
+    std::string strFolder = tCommand.astrArgs[0].substr(0, tCommand.astrArgs[0].rfind('@'));
+    if (strFolder.size() >= 4 && strFolder.compare(strFolder.size() - 4, 4, "/...") == 0)
+        strFolder.resize(strFolder.size() - 4);
+    return strFolder;
+}
+
 bool IsBranchForm(const TP4Command& t)
 {
     return t.bMarshalled && t.strName == "branch" && t.astrArgs.size() >= 2 && t.astrArgs[0] == "-o";
@@ -171,6 +180,28 @@ bool CP4Gateway::Wait(unsigned nTry) const
     return !(m_fnStop && m_fnStop());
 }
 
+bool CP4Gateway::Decode(const TP4Command& tCommand, const std::string& strOutput, TP4Result& tResult)
+{
+    CMarshalDecoder cDecoder;
+    m_nStatRecords = 0;
+    m_atDescribed.clear();
+    // A description is looked at once more: its records are kept.
+    const bool bKeep = IsModuleDescribe(tCommand);
+    cDecoder.Feed(strOutput.data(), strOutput.size(), [this, &tResult, bKeep](const TP4Record& t) {
+        if (IsFailureRecord(t))
+            tResult.atRecords.push_back(t);
+        else if (RecordValue(t, "code") == "stat")
+        {
+            ++m_nStatRecords;
+            if (bKeep)
+                m_atDescribed.push_back(t);
+        }
+        return true;
+    });
+    tResult.bDecoded = cDecoder.AtRecordEnd();
+    return tResult.bDecoded;
+}
+
 int CP4Gateway::RunWithRetries(VCM::IChildRun& rRun, const TP4Command& tCommand, std::string& strOutput,
                                std::string& strProblem)
 {
@@ -184,23 +215,7 @@ int CP4Gateway::RunWithRetries(VCM::IChildRun& rRun, const TP4Command& tCommand,
         if (tCommand.bMarshalled)
         {
             strOutput = rRun.Capture().PeekOutput(std::numeric_limits<size_t>::max());
-            CMarshalDecoder cDecoder;
-            m_nStatRecords = 0;
-            m_atDescribed.clear();
-            // A description is looked at once more: its records are kept.
-            const bool bKeep = IsModuleDescribe(tCommand);
-            cDecoder.Feed(strOutput.data(), strOutput.size(), [this, &tResult, bKeep](const TP4Record& t) {
-                if (IsFailureRecord(t))
-                    tResult.atRecords.push_back(t);
-                else if (RecordValue(t, "code") == "stat")
-                {
-                    ++m_nStatRecords;
-                    if (bKeep)
-                        m_atDescribed.push_back(t);
-                }
-                return true;
-            });
-            tResult.bDecoded = cDecoder.AtRecordEnd();
+            Decode(tCommand, strOutput, tResult);
         }
         strProblem = tResult.Problem();
         // Marshalled output that breaks off came over a connection that
@@ -239,10 +254,7 @@ int CP4Gateway::Pass(VCM::IChildRun& rRun)
     if (IsModuleSync(tCommand) && m_fnSyncGuard)
     {
         // Refused before it runs: the sync would write through a link.
-        std::string strFolder = tCommand.astrArgs[0].substr(0, tCommand.astrArgs[0].rfind('@'));
-        if (strFolder.size() >= 4 && strFolder.compare(strFolder.size() - 4, 4, "/...") == 0)
-            strFolder.resize(strFolder.size() - 4);
-        const std::string strRefusal = m_fnSyncGuard(strFolder, SyncedChange(tCommand));
+        const std::string strRefusal = m_fnSyncGuard(SyncedFolder(tCommand), SyncedChange(tCommand));
         if (!strRefusal.empty())
         {
             rRun.SetOutput(std::string());
@@ -253,8 +265,34 @@ int CP4Gateway::Pass(VCM::IChildRun& rRun)
             return 1;
         }
     }
+    if (IsModuleSync(tCommand) && SyncHere(rRun, tCommand))
+        return 0;
+    if (m_pFastSync && tCommand.strName == "client" && !tCommand.astrArgs.empty() && tCommand.astrArgs[0] == "-d")
+        m_pFastSync->BeforeClientRemoval();
     std::string strOutput, strProblem;
-    int nStatus = RunWithRetries(rRun, tCommand, strOutput, strProblem);
+    int nStatus = 0;
+    std::string strFetchProblem;
+    if (m_pFetcher && IsModuleDescribe(tCommand) &&
+        m_pFetcher->TakeDescription(ChangeNumber(tCommand.astrArgs[0]), strOutput, strFetchProblem))
+    {
+        // Fetched ahead: the module reads what the server sent for it.
+        TP4Result tResult;
+        Decode(tCommand, strOutput, tResult);
+        rRun.SetOutput(strOutput);
+        rRun.SetError(std::string());
+        m_bServerAnswered = true;
+    }
+    else
+    {
+        if (!strFetchProblem.empty() && strFetchProblem != "stopped" && m_fnNotice)
+            m_fnNotice("fetching ahead failed (" + strFetchProblem + "); the module asks the server itself");
+        nStatus = RunWithRetries(rRun, tCommand, strOutput, strProblem);
+        if (IsModuleSync(tCommand) && m_pFastSync)
+        {
+            m_pFastSync->AfterServerSync(SyncedFolder(tCommand), SyncedChange(tCommand),
+                                         nStatus == 0 && strProblem.empty());
+        }
+    }
     if (!strProblem.empty())
         m_strLastFailure = "'" + CommandText(astrArgs) + "' failed: " + strProblem;
     else if (tCommand.bMarshalled && !m_bUnicodeServer)
@@ -268,6 +306,12 @@ int CP4Gateway::Pass(VCM::IChildRun& rRun)
             const unsigned nLeftOutBefore = m_nPendingLeftOut;
             FilterListing(rRun, strOutput);
             m_nListed += m_nStatRecords - (m_nPendingLeftOut - nLeftOutBefore);
+            if (m_pFetcher)
+            {
+                const std::vector<unsigned int> anChanges = ListedChanges(strOutput);
+                m_pFetcher->WantDescriptions(anChanges);
+                m_pFastSync->OnListing(m_strListing, anChanges);
+            }
         }
         else
             m_atLost.push_back(
@@ -276,6 +320,8 @@ int CP4Gateway::Pass(VCM::IChildRun& rRun)
     else if (IsModuleDescribe(tCommand))
     {
         const unsigned int nChange = ChangeNumber(tCommand.astrArgs[0]);
+        if (strProblem.empty() && m_pFastSync)
+            m_pFastSync->OnDescribed(nChange, m_atDescribed);
         if (strProblem.empty())
             nStatus = CheckDescription(rRun, strOutput, nStatus, nChange);
         else
@@ -290,6 +336,75 @@ int CP4Gateway::Pass(VCM::IChildRun& rRun)
     else if (tCommand.bMarshalled && tCommand.strName == "branches" && !strProblem.empty())
         m_atUnreadBranches.emplace_back(std::string(), m_strLastFailure);
     return nStatus;
+}
+
+bool CP4Gateway::SyncHere(VCM::IChildRun& rRun, const TP4Command& tCommand)
+{
+    if (!m_pFastSync)
+        return false;
+    const std::string strFolder = SyncedFolder(tCommand);
+    std::string strNotice;
+    if (m_pFastSync->Sync(strFolder, SyncedChange(tCommand), strNotice))
+    {
+        rRun.SetOutput(std::string());
+        rRun.SetError(std::string());
+        return true;
+    }
+    if (!strNotice.empty() && m_fnNotice)
+        m_fnNotice(strNotice);
+    m_pFastSync->BeforeServerSync(strFolder);
+    return false;
+}
+
+std::vector<unsigned int> CP4Gateway::ListedChanges(const std::string& strOutput)
+{
+    std::vector<unsigned int> an;
+    CMarshalDecoder cDecoder;
+    cDecoder.Feed(strOutput.data(), strOutput.size(), [&an](const TP4Record& t) {
+        if (RecordValue(t, "code") == "stat")
+            if (const unsigned int n = ChangeNumber(RecordValue(t, "change")))
+                an.push_back(n);
+        return true;
+    });
+    return an;
+}
+
+void CP4Gateway::FetchAhead(const TPrefetchPolicy& tPolicy)
+{
+    m_pFetcher.reset(new CPrefetcher(m_strP4, tPolicy));
+    m_pFetcher->SetStopCheck(m_fnStop);
+    m_pFastSync.reset(new CFastSync(m_strP4, *m_pFetcher));
+}
+
+bool CP4Gateway::SetSpool(const std::string& strFolder, std::string& strError)
+{
+    return !m_pFetcher || m_pFetcher->SetSpool(strFolder, strError);
+}
+
+void CP4Gateway::StopFetching()
+{
+    if (m_pFetcher)
+        m_pFetcher->Stop();
+}
+
+void CP4Gateway::SetCaseInsensitiveServer()
+{
+    if (m_pFastSync)
+        m_pFastSync->Disable();
+}
+
+std::string CP4Gateway::FetchSummary() const
+{
+    if (!m_pFetcher)
+        return std::string();
+    const CPrefetcher::TStats t = m_pFetcher->Stats();
+    char szWait[32];
+    std::snprintf(szWait, sizeof(szWait), "%.1f", t.fWaitSeconds);
+    return "fetched ahead: " + std::to_string(t.nDescriptions) + " descriptions in " +
+           std::to_string(t.nDescribeCommands) + " commands, " + std::to_string(t.nRevisions) + " revisions (" +
+           std::to_string(t.nBytes) + " bytes) in " + std::to_string(t.nPrintCommands) + " commands; " +
+           std::to_string(m_pFastSync->FastSyncs()) + " syncs done from them, " +
+           std::to_string(m_pFastSync->ServerSyncs()) + " by the server; " + szWait + " s waited";
 }
 
 void CP4Gateway::DecodeMetadata(VCM::IChildRun& rRun, std::string& strOutput)

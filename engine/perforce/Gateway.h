@@ -14,15 +14,18 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "host/ProcessCapture.h"
 #include "perforce/EscapedNames.h"
+#include "perforce/FastSync.h"
 #include "perforce/Keywords.h"
 #include "perforce/MetadataText.h"
 #include "perforce/P4Query.h"
+#include "perforce/Prefetch.h"
 
 namespace ORVANE {
 namespace IMP {
@@ -95,6 +98,20 @@ public:
 
     int Pass(VCM::IChildRun& rRun) override;
 
+    // Fetches descriptions and contents ahead of the module, over
+    // several connections, and does its syncs without the server where
+    // that gives the same workspace. Contents wait in the spool folder
+    // (made here) until they are taken. False with the reason when the
+    // folder cannot be made.
+    void FetchAhead(const TPrefetchPolicy& tPolicy);
+    bool SetSpool(const std::string& strFolder, std::string& strError);
+    // Ends every fetch and removes the spool.
+    void StopFetching();
+    // What was fetched ahead, and how the syncs went ("" without fetching).
+    std::string FetchSummary() const;
+    // A server that compares names without case: every sync goes to it.
+    void SetCaseInsensitiveServer();
+
     // Told of each retry (one line).
     void SetNotice(std::function<void(const std::string&)> fnNotice) { m_fnNotice = std::move(fnNotice); }
     // Looks at the module's sync of a folder to a change before it runs:
@@ -152,6 +169,13 @@ private:
     bool Wait(unsigned nTry) const;
     // Leaves pending and shelved changes out of a listing.
     void FilterListing(VCM::IChildRun& rRun, const std::string& strOutput);
+    // Decodes a marshalled answer: its failure records and the problem they
+    // tell ("" when none), the descriptions kept; whether it came whole.
+    bool Decode(const TP4Command& tCommand, const std::string& strOutput, TP4Result& tResult);
+    // The module's sync of a folder to a change, done here when it can be.
+    bool SyncHere(VCM::IChildRun& rRun, const TP4Command& tCommand);
+    // The change numbers of a listing, in its order.
+    static std::vector<unsigned int> ListedChanges(const std::string& strOutput);
     // Hands texts that are not UTF-8 on as UTF-8.
     void DecodeMetadata(VCM::IChildRun& rRun, std::string& strOutput);
     // Refuses a description that names a file the module cannot read, and
@@ -192,6 +216,8 @@ private:
     // of the module's last description.
     unsigned m_nStatRecords = 0;
     std::vector<TP4Record> m_atDescribed;
+    std::unique_ptr<CPrefetcher> m_pFetcher;
+    std::unique_ptr<CFastSync> m_pFastSync;
 };
 
 } // namespace IMP

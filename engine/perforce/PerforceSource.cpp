@@ -21,6 +21,26 @@ const char* const g_pszPerforceClient = "Orvane_Temp_Client";
 
 namespace {
 
+// Runs "p4 ARGS..." with the input; false with the first line of what it
+// said when it failed.
+bool RunP4WithInput(const std::string& strP4, const std::vector<std::string>& astrArgs, const std::string& strInput,
+                    std::string& strError)
+{
+    std::vector<std::string> astrAll = {strP4};
+    astrAll.insert(astrAll.end(), astrArgs.begin(), astrArgs.end());
+    VCM::CProcessCapture cCapture;
+    if (!strInput.empty())
+        cCapture.GetStdInputStream()->Write(strInput.data(), strInput.size());
+    const int nStatus = cCapture.Execute(astrAll);
+    strError = VCM::ReadAllBytes(*cCapture.GetStdErrorStream());
+    if (strError.empty())
+        strError = VCM::ReadAllBytes(*cCapture.GetStdOutputStream());
+    strError = strError.substr(0, strError.find('\n'));
+    if (nStatus != 0 && strError.empty())
+        strError = "exit status " + std::to_string(nStatus);
+    return nStatus == 0;
+}
+
 // Whether the setting IgnoredBranches leaves the branch specification out
 // on purpose: its ';'-separated wildcard patterns, compared without case.
 bool IsIgnoredBranch(const std::string& strPatterns, const std::string& strName)
@@ -74,6 +94,14 @@ void CPerforceSource::Start(MCE::CProvider& cProvider, const std::map<std::strin
     m_pGateway->SetStopCheck([]() { return g_nStopSignal != 0; });
     m_pGateway->SetSyncGuard(
         [this](const std::string& strFolder, unsigned int nChange) { return GuardSync(strFolder, nChange); });
+    if (m_tOptions.nJobs > 0)
+    {
+        TPrefetchPolicy tFetch;
+        tFetch.nJobs = m_tOptions.nJobs;
+        tFetch.nRetries = m_tOptions.nRetries;
+        tFetch.fFirstWait = m_tOptions.fRetryWait;
+        m_pGateway->FetchAhead(tFetch);
+    }
     VCM::CProcessCapture::SetGateway(m_pGateway.get());
     WorkerChannel().Send(EVENT::pszP4, m_strP4);
 }
@@ -95,6 +123,8 @@ void CPerforceSource::CheckSource(CAuthors& cAuthors)
     // server says how it compares them.
     const std::string strCase = RecordValue(tInfo, "caseHandling");
     m_bServerSaysCase = strCase == "insensitive";
+    if (m_bServerSaysCase)
+        m_pGateway->SetCaseInsensitiveServer();
     if (!strCase.empty() && m_tOptions.setGivenSettings.count("CaseInsensitive") == 0)
     {
         m_bCaseInsensitive = strCase == "insensitive";
@@ -492,9 +522,57 @@ std::vector<std::string> CPerforceSource::Summary(bool bQuiet) const
     return astr;
 }
 
+void CPerforceSource::OnWorkspace(const std::string& strFolder)
+{
+    // A folder the client's view leaves alone, beside the streams' folders
+    // (whose names come from branch specifications, which never begin
+    // with a '.').
+    std::string strError;
+    if (!m_pGateway->SetSpool(strFolder + "/.fetched-ahead", strError))
+        Say("warning: nothing is fetched ahead: " + strError);
+}
+
+void CPerforceSource::StopFetching()
+{
+    if (m_pGateway)
+        m_pGateway->StopFetching();
+}
+
+bool CPerforceSource::SyncElsewhere(const TStream& tStream, unsigned int nNumber, const std::string& strFolder,
+                                    std::string& strProblem)
+{
+    strProblem = GuardSync(tStream.strFolder, nNumber);
+    if (!strProblem.empty())
+        return false;
+    // A client of its own whose root is the folder; -p leaves its have list
+    // empty, so removing it leaves nothing on the server.
+    const std::string strClient = std::string(g_pszPerforceClient) + "_Verify";
+    const std::string strDepot = PathText(tStream.tInfo.cDstPath);
+    const std::string strForm = "Client: " + strClient + "\nRoot: " + strFolder +
+                                "\nOptions: noallwrite clobber nocompress unlocked modtime normdir\nLineEnd: local\n"
+                                "View:\n\t\"" +
+                                strDepot + "/...\" \"//" + strClient + "/...\"\n";
+    std::string strError;
+    if (!RunP4WithInput(m_strP4, {"client", "-i"}, strForm, strError))
+    {
+        strProblem = "cannot make the client " + strClient + ": " + strError;
+        return false;
+    }
+    const bool bSynced =
+        RunP4WithInput(m_strP4, {"-c", strClient, "sync", "-p", strDepot + "/...@" + std::to_string(nNumber)},
+                       std::string(), strError);
+    std::string strIgnored;
+    RunP4WithInput(m_strP4, {"client", "-d", strClient}, std::string(), strIgnored);
+    if (!bSynced)
+        strProblem = "the server's sync failed: " + strError;
+    return bSynced;
+}
+
 std::vector<std::string> CPerforceSource::LogLines() const
 {
     std::vector<std::string> astr;
+    if (m_pGateway && !m_pGateway->FetchSummary().empty())
+        astr.push_back("orvane-import: " + m_pGateway->FetchSummary());
     if (m_pGateway)
         for (const TGoneRevision& t : m_pGateway->GoneRevisions())
             astr.push_back("orvane-import: left out of its commit: " + GoneText(t) + " (" +

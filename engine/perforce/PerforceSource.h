@@ -31,6 +31,10 @@ public:
     void CheckSource(CAuthors& cAuthors) override;
     void OnStreamsKnown(const TStreams& atStreams) override;
     void BeforeImport() override;
+    void OnWorkspace(const std::string& strFolder) override;
+    void StopFetching() override;
+    bool SyncElsewhere(const TStream& tStream, unsigned int nNumber, const std::string& strFolder,
+                       std::string& strProblem) override;
     std::string TemporaryClient() const override { return g_pszPerforceClient; }
     bool ClientGone() const override;
 

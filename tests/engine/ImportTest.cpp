@@ -213,7 +213,7 @@ TEST_P(CFailureTest, EndsWithStatusOneAndLeavesNothingBehind)
 INSTANTIATE_TEST_SUITE_P(Injected, CFailureTest,
                          ::testing::Values(TFailureCase{"branches", "EstablishStreams"},
                                            TFailureCase{"^client -i", "InitialiseClients"},
-                                           TFailureCase{"^sync .*rel1", ""}),
+                                           TFailureCase{"^sync .*rel1|^-G print .*rel1", ""}),
                          [](const ::testing::TestParamInfo<TFailureCase>& tInfo) {
                              return std::string(*tInfo.param.pszCall ? tInfo.param.pszCall : "IncompleteSync");
                          });
@@ -237,7 +237,7 @@ TEST_P(CSignalTest, StopsBetweenCallsAndCleansUp)
     {
         for (const std::string& strLine : Lines(ReadWholeFile(strJournal)))
             if (strLine.find("\"args\":\"sync ") != std::string::npos ||
-                strLine.find("\"args\":\"-G sync ") != std::string::npos)
+                strLine.find("\"args\":\"-G print ") != std::string::npos)
                 bSynced = true;
         if (!bSynced)
             std::this_thread::sleep_for(std::chrono::milliseconds(10));

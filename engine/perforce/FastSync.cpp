@@ -1,0 +1,380 @@
+#include "perforce/FastSync.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <set>
+
+#include "perforce/FolderWriter.h"
+#include "perforce/StreamedRun.h"
+
+namespace ORVANE {
+namespace IMP {
+
+namespace {
+
+enum TKind : uint8_t
+{
+    eContent = 1,
+    eDelete,
+    eOther
+};
+
+TKind KindOf(const std::string& strAction)
+{
+    static const char* const s_apszContent[] = {"add", "edit", "branch", "integrate", "move/add", "import"};
+    for (const char* psz : s_apszContent)
+        if (strAction == psz)
+            return eContent;
+    if (strAction == "delete" || strAction == "move/delete")
+        return eDelete;
+    return eOther;
+}
+
+// "depotFile12" -> 12; -1 for other keys.
+int FileIndex(const std::string& strKey, const char* pszName)
+{
+    const size_t nName = std::strlen(pszName);
+    if (strKey.size() <= nName || strKey.compare(0, nName, pszName) != 0)
+        return -1;
+    int n = 0;
+    for (size_t i = nName; i < strKey.size(); ++i)
+    {
+        if (strKey[i] < '0' || strKey[i] > '9' || n > 100000000)
+            return -1;
+        n = n * 10 + (strKey[i] - '0');
+    }
+    return n;
+}
+
+unsigned long Number(const std::string& str)
+{
+    unsigned long n = 0;
+    for (char c : str)
+    {
+        if (c < '0' || c > '9')
+            return 0;
+        n = n * 10 + static_cast<unsigned long>(c - '0');
+    }
+    return n;
+}
+
+// Reads a small file of the spool whole (a link's target).
+bool ReadSpooled(int nDir, const std::string& strName, std::string& strText)
+{
+    const int nFd = ::openat(nDir, strName.c_str(), O_RDONLY | O_CLOEXEC);
+    if (nFd < 0)
+        return false;
+    char ach[4096];
+    ssize_t n;
+    while ((n = ::read(nFd, ach, sizeof(ach))) > 0 && strText.size() < 65536)
+        strText.append(ach, size_t(n));
+    ::close(nFd);
+    return n == 0;
+}
+
+} // namespace
+
+TSyncedType SyncedType(const std::string& strType)
+{
+    TSyncedType t;
+    const size_t nPlus = strType.find('+');
+    const std::string strBase = strType.substr(0, nPlus);
+    const std::string strModifiers = nPlus == std::string::npos ? std::string() : strType.substr(nPlus + 1);
+    // The types whose content a sync writes as the server sends it; the
+    // older names carry their modifiers in front ("kxtext": text+kx).
+    static const char* const s_apszPlain[] = {"text",    "binary",  "symlink",  "ktext",   "xtext",   "kxtext",
+                                              "ctext",   "cxtext",  "ltext",    "xltext",  "ubinary", "uxbinary",
+                                              "xbinary", "tempobj", "ctempobj", "xtempobj"};
+    for (const char* psz : s_apszPlain)
+        t.bSupported = t.bSupported || strBase == psz;
+    t.bLink = strBase == "symlink";
+    t.bExecutable = strModifiers.find('x') != std::string::npos ||
+                    (strBase != "text" && strBase != "ktext" && strBase.find('x') != std::string::npos);
+    t.bWritable = strModifiers.find('w') != std::string::npos;
+    return t;
+}
+
+std::string LocalName(const std::string& strDepotName)
+{
+    std::string str;
+    str.reserve(strDepotName.size());
+    for (size_t i = 0; i < strDepotName.size(); ++i)
+    {
+        if (strDepotName[i] == '%' && i + 2 < strDepotName.size())
+        {
+            const std::string strCode = strDepotName.substr(i + 1, 2);
+            const char* psz = strCode == "40"                        ? "@"
+                              : strCode == "23"                      ? "#"
+                              : strCode == "25"                      ? "%"
+                              : (strCode == "2A" || strCode == "2a") ? "*"
+                                                                     : nullptr;
+            if (psz)
+            {
+                str += psz;
+                i += 2;
+                continue;
+            }
+        }
+        str += strDepotName[i];
+    }
+    return str;
+}
+
+uint32_t CFastSync::Intern(std::vector<std::string>& astr, std::unordered_map<std::string, uint32_t>& map,
+                           const std::string& str)
+{
+    auto it = map.find(str);
+    if (it != map.end())
+        return it->second;
+    astr.push_back(str);
+    map.emplace(str, uint32_t(astr.size() - 1));
+    return uint32_t(astr.size() - 1);
+}
+
+void CFastSync::OnListing(const std::string& strPath, const std::vector<unsigned int>& anChanges)
+{
+    std::string strFolder = strPath;
+    if (strFolder.size() >= 3 && strFolder.compare(strFolder.size() - 3, 3, "...") == 0)
+        strFolder.resize(strFolder.size() - 3);
+    std::vector<unsigned int>& an = m_mapListings[strFolder];
+    an = anChanges;
+    std::sort(an.begin(), an.end());
+    an.erase(std::unique(an.begin(), an.end()), an.end());
+}
+
+void CFastSync::OnDescribed(unsigned int nChange, const std::vector<TP4Record>& atRecords)
+{
+    std::vector<TFileAction>& at = m_mapChanges[nChange];
+    at.clear();
+    for (const TP4Record& tRecord : atRecords)
+    {
+        std::map<int, TFileAction> mapFiles;
+        for (const auto& kv : tRecord)
+        {
+            int n;
+            if ((n = FileIndex(kv.first, "depotFile")) >= 0)
+                mapFiles[n].nName = Intern(m_astrNames, m_mapNames, kv.second);
+            else if ((n = FileIndex(kv.first, "action")) >= 0)
+                mapFiles[n].eKind = KindOf(kv.second);
+            else if ((n = FileIndex(kv.first, "type")) >= 0)
+                mapFiles[n].nType = Intern(m_astrTypes, m_mapTypes, kv.second);
+            else if ((n = FileIndex(kv.first, "rev")) >= 0)
+                mapFiles[n].nRev = uint32_t(Number(kv.second));
+            else if ((n = FileIndex(kv.first, "fileSize")) >= 0)
+                mapFiles[n].nSize = Number(kv.second);
+        }
+        for (const auto& kv : mapFiles)
+            at.push_back(kv.second);
+    }
+}
+
+bool CFastSync::ReadView()
+{
+    if (m_nView >= 0)
+        return m_nView == 1;
+    m_nView = 0;
+    CMarshalDecoder cDecoder;
+    TP4Record tSpec;
+    const TStreamedRun tRun = RunStreamed(
+        {m_strP4, "-G", "client", "-o"}, CurrentEnvironment(),
+        [&](const char* p, size_t n) {
+            return cDecoder.Feed(p, n, [&](const TP4Record& t) {
+                if (RecordValue(t, "code") == "stat")
+                    tSpec = t;
+                return true;
+            });
+        },
+        nullptr);
+    if (tRun.nStatus == 0 && cDecoder.AtRecordEnd() && m_cView.Read(tSpec))
+        m_nView = 1;
+    return m_nView == 1;
+}
+
+const std::vector<unsigned int>* CFastSync::ListingOf(const std::string& strFolder, std::string& strDepotFolder)
+{
+    if (!ReadView())
+        return nullptr;
+    strDepotFolder = m_cView.DepotFolderOf(strFolder);
+    auto it = m_mapListings.find(strDepotFolder);
+    return strDepotFolder.empty() || it == m_mapListings.end() ? nullptr : &it->second;
+}
+
+void CFastSync::WantAhead(const std::string& strFolder, TFolder& tFolder, const std::vector<unsigned int>& anListing,
+                          size_t nFrom)
+{
+    // A window of changes: the fetcher bounds what it holds, this bounds
+    // what it is told of.
+    const size_t nAhead = 256;
+    const size_t nStart = std::max(nFrom, tFolder.nWantedUpTo);
+    const size_t nEnd = std::min(anListing.size(), nFrom + nAhead);
+    if (nStart >= nEnd)
+        return;
+    std::vector<TWantedRevision> at;
+    for (size_t i = nStart; i < nEnd; ++i)
+    {
+        auto it = m_mapChanges.find(anListing[i]);
+        if (it == m_mapChanges.end())
+            continue;
+        for (const TFileAction& t : it->second)
+        {
+            if (t.eKind != eContent || !SyncedType(m_astrTypes[t.nType]).bSupported)
+                continue;
+            const std::string& strName = m_astrNames[t.nName];
+            if (!m_cView.LocalPathBelow(strFolder, strName).empty())
+                at.push_back(TWantedRevision{strName, t.nRev, t.nSize});
+        }
+    }
+    tFolder.nWantedUpTo = nEnd;
+    m_rFetcher.WantRevisions(at);
+}
+
+bool CFastSync::Sync(const std::string& strFolder, unsigned int nChange, std::string& strNotice)
+{
+    if (m_bDisabled)
+        return false;
+    std::string strDepotFolder;
+    const std::vector<unsigned int>* pListing = ListingOf(strFolder, strDepotFolder);
+    if (!pListing)
+        return false;
+    const auto itAt = std::lower_bound(pListing->begin(), pListing->end(), nChange);
+    if (itAt == pListing->end() || *itAt != nChange)
+        return false;
+    const size_t nIndex = size_t(itAt - pListing->begin());
+    TFolder& tFolder = m_mapFolders[strFolder];
+    WantAhead(strFolder, tFolder, *pListing, nIndex);
+    const unsigned int nBefore = nIndex == 0 ? 0 : (*pListing)[nIndex - 1];
+    auto itChange = m_mapChanges.find(nChange);
+    if (!tFolder.bKnown || tFolder.nAt != nBefore || itChange == m_mapChanges.end())
+        return false;
+
+    // What the change does in the folder, every file of it that a sync
+    // writes as the server sends it.
+    struct TStep
+    {
+        std::string strPath; // relative to the folder, local name
+        const TFileAction* pAction;
+        std::string strSpooled;
+    };
+    std::vector<TStep> atSteps;
+    for (const TFileAction& t : itChange->second)
+    {
+        const std::string strBelow = m_cView.LocalPathBelow(strFolder, m_astrNames[t.nName]);
+        if (strBelow.empty())
+            continue;
+        if (t.eKind == eOther || (t.eKind == eContent && !SyncedType(m_astrTypes[t.nType]).bSupported))
+            return false;
+        atSteps.push_back(TStep{LocalName(strBelow), &t, std::string()});
+    }
+    // Every content at hand first: a sync that cannot be done here leaves
+    // the folder untouched.
+    auto fnRelease = [&]() {
+        for (TStep& t : atSteps)
+            if (!t.strSpooled.empty())
+                ::unlinkat(m_rFetcher.SpoolDescriptor(), t.strSpooled.c_str(), 0);
+    };
+    for (TStep& t : atSteps)
+    {
+        if (t.pAction->eKind != eContent)
+            continue;
+        std::string strProblem;
+        const CPrefetcher::TTaken eTaken =
+            m_rFetcher.TakeRevision(m_astrNames[t.pAction->nName], t.pAction->nRev, t.strSpooled, strProblem);
+        if (eTaken != CPrefetcher::eTaken)
+        {
+            t.strSpooled.clear();
+            if (eTaken == CPrefetcher::eFailed && strProblem != "stopped")
+                strNotice = "fetching ahead failed (" + strProblem + "); change " + std::to_string(nChange) +
+                            " is synced by the server";
+            fnRelease();
+            return false;
+        }
+    }
+    const CFolderWriter cWriter(strFolder);
+    for (TStep& t : atSteps)
+    {
+        std::string strProblem;
+        const TSyncedType tType = SyncedType(m_astrTypes[t.pAction->nType]);
+        if (t.pAction->eKind == eDelete)
+            strProblem = cWriter.Remove(t.strPath);
+        else if (tType.bLink)
+        {
+            // A link's content is its target; a final line end is no part
+            // of it.
+            std::string strTarget;
+            if (!ReadSpooled(m_rFetcher.SpoolDescriptor(), t.strSpooled, strTarget))
+                strProblem = "cannot read a fetched file";
+            else
+            {
+                if (!strTarget.empty() && strTarget.back() == '\n')
+                    strTarget.pop_back();
+                strProblem = cWriter.PutLink(t.strPath, strTarget);
+            }
+        }
+        else
+        {
+            const mode_t nMode = (tType.bWritable ? 0666 : 0444) | (tType.bExecutable ? 0111 : 0);
+            strProblem = cWriter.PutFile(t.strPath, m_rFetcher.SpoolDescriptor(), t.strSpooled, nMode);
+            if (strProblem.empty())
+                t.strSpooled.clear();
+        }
+        if (!strProblem.empty())
+        {
+            // The server does it, as it would have done it all along.
+            fnRelease();
+            strNotice.clear();
+            return false;
+        }
+    }
+    fnRelease();
+    tFolder.nAt = nChange;
+    ++m_nFast;
+    return true;
+}
+
+bool CFastSync::Flush(const std::string& strFolder, TFolder& tFolder)
+{
+    if (!tFolder.bKnown || tFolder.nAt == tFolder.nServerAt)
+        return true;
+    const std::string strTo = tFolder.nAt == 0 ? "#none" : "@" + std::to_string(tFolder.nAt);
+    const TStreamedRun tRun = RunStreamed(
+        {m_strP4, "sync", "-k", strFolder + "/..." + strTo}, CurrentEnvironment(),
+        [](const char*, size_t) { return true; }, nullptr);
+    if (tRun.nStatus != 0)
+        return false;
+    tFolder.nServerAt = tFolder.nAt;
+    return true;
+}
+
+void CFastSync::BeforeServerSync(const std::string& strFolder)
+{
+    auto it = m_mapFolders.find(strFolder);
+    if (it != m_mapFolders.end())
+        Flush(strFolder, it->second);
+}
+
+void CFastSync::AfterServerSync(const std::string& strFolder, unsigned int nChange, bool bSucceeded)
+{
+    TFolder& tFolder = m_mapFolders[strFolder];
+    ++m_nServer;
+    tFolder.bKnown = bSucceeded;
+    tFolder.nAt = tFolder.nServerAt = nChange;
+    // The revisions fetched for this change are not needed any more.
+    auto itChange = m_mapChanges.find(nChange);
+    if (itChange == m_mapChanges.end() || m_bDisabled)
+        return;
+    for (const TFileAction& t : itChange->second)
+        if (t.eKind == eContent)
+            m_rFetcher.Drop(m_astrNames[t.nName], t.nRev);
+}
+
+void CFastSync::BeforeClientRemoval()
+{
+    for (auto& kv : m_mapFolders)
+        Flush(kv.first, kv.second);
+}
+
+} // namespace IMP
+} // namespace ORVANE

@@ -1,0 +1,112 @@
+// The module's sync of a stream's folder to a change, done without the
+// server where that gives the same workspace: the descriptions say which
+// files the change added, changed and deleted in the folder, the contents
+// were fetched ahead, and they are put in place as a sync puts them. Any
+// sync this cannot do exactly (the folder is not where the last change left
+// it, a file type the client translates, a revision whose content is gone,
+// a fetch that failed, a path that would leave the folder) goes to the
+// server, whose have list is first brought up to what was written here.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "perforce/ClientView.h"
+#include "perforce/P4Query.h"
+#include "perforce/Prefetch.h"
+
+namespace ORVANE {
+namespace IMP {
+
+// How a sync writes a revision of the file type ("text+x", "kxtext", ...).
+struct TSyncedType
+{
+    bool bSupported = false; // written as the server sends it (no translation)
+    bool bLink = false;
+    bool bExecutable = false;
+    bool bWritable = false;
+};
+TSyncedType SyncedType(const std::string& strType);
+
+// The local name of a depot name: "%40", "%23", "%25" and "%2A" are the
+// characters they stand for.
+std::string LocalName(const std::string& strDepotName);
+
+class CFastSync
+{
+public:
+    // pFetcher: where revisions are fetched (it stays the caller's).
+    CFastSync(const std::string& strP4, CPrefetcher& rFetcher) : m_strP4(strP4), m_rFetcher(rFetcher) {}
+
+    // A server that compares names without case maps them in ways this
+    // does not follow: every sync goes to the server.
+    void Disable() { m_bDisabled = true; }
+
+    // The module listed the changes of the depot path ("//depot/main/...").
+    void OnListing(const std::string& strPath, const std::vector<unsigned int>& anChanges);
+    // The module was given the change's description (its records as the
+    // server sent them).
+    void OnDescribed(unsigned int nChange, const std::vector<TP4Record>& atRecords);
+
+    // Brings the folder to the change; false when the server must (with
+    // strNotice set when the user should know why).
+    bool Sync(const std::string& strFolder, unsigned int nChange, std::string& strNotice);
+    // Before the server syncs the folder: its have list is brought up to
+    // what was written here.
+    void BeforeServerSync(const std::string& strFolder);
+    // The server's sync of the folder to the change (0: "#none") ended.
+    void AfterServerSync(const std::string& strFolder, unsigned int nChange, bool bSucceeded);
+    // Before the client is removed: every have list as the folders are.
+    void BeforeClientRemoval();
+
+    unsigned FastSyncs() const { return m_nFast; }
+    unsigned ServerSyncs() const { return m_nServer; }
+
+private:
+    struct TFileAction
+    {
+        uint32_t nName = 0;
+        uint32_t nRev = 0;
+        uint32_t nType = 0;
+        uint8_t eKind = 0;
+        uint64_t nSize = 0;
+    };
+    struct TFolder
+    {
+        bool bKnown = true;         // nAt says what the folder holds
+        unsigned int nAt = 0;       // the change the folder is at (0: empty)
+        unsigned int nServerAt = 0; // the change the server's have list is at
+        size_t nWantedUpTo = 0;     // the listing's changes whose revisions were asked for
+    };
+
+    uint32_t Intern(std::vector<std::string>& astr, std::unordered_map<std::string, uint32_t>& map,
+                    const std::string& str);
+    bool ReadView();
+    // The depot folder of the local folder and its listing (oldest first).
+    const std::vector<unsigned int>* ListingOf(const std::string& strFolder, std::string& strDepotFolder);
+    // Asks for the revisions of the listing's changes from nFrom on that the
+    // folder will need.
+    void WantAhead(const std::string& strFolder, TFolder& tFolder, const std::vector<unsigned int>& anListing,
+                   size_t nFrom);
+    bool Flush(const std::string& strFolder, TFolder& tFolder);
+
+    std::string m_strP4;
+    CPrefetcher& m_rFetcher;
+    bool m_bDisabled = false;
+    int m_nView = -1; // -1: not read yet; 0: unusable; 1: read
+    CClientView m_cView;
+    std::map<std::string, std::vector<unsigned int>> m_mapListings; // "//depot/main/" -> changes, oldest first
+    std::unordered_map<unsigned int, std::vector<TFileAction>> m_mapChanges;
+    std::vector<std::string> m_astrNames, m_astrTypes;
+    std::unordered_map<std::string, uint32_t> m_mapNames, m_mapTypes;
+    std::map<std::string, TFolder> m_mapFolders;
+    unsigned m_nFast = 0;
+    unsigned m_nServer = 0;
+};
+
+} // namespace IMP
+} // namespace ORVANE
