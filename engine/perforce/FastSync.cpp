@@ -256,7 +256,7 @@ bool CFastSync::Sync(const std::string& strFolder, unsigned int nChange, std::st
     {
         std::string strPath; // relative to the folder, local name
         const TFileAction* pAction;
-        std::string strSpooled;
+        TFetched tFetched;
     };
     std::vector<TStep> atSteps;
     for (const TFileAction& t : itChange->second)
@@ -266,14 +266,14 @@ bool CFastSync::Sync(const std::string& strFolder, unsigned int nChange, std::st
             continue;
         if (t.eKind == eOther || (t.eKind == eContent && !SyncedType(m_astrTypes[t.nType]).bSupported))
             return false;
-        atSteps.push_back(TStep{LocalName(strBelow), &t, std::string()});
+        atSteps.push_back(TStep{LocalName(strBelow), &t, TFetched()});
     }
     // Every content at hand first: a sync that cannot be done here leaves
     // the folder untouched.
     auto fnRelease = [&]() {
         for (TStep& t : atSteps)
-            if (!t.strSpooled.empty())
-                ::unlinkat(m_rFetcher.SpoolDescriptor(), t.strSpooled.c_str(), 0);
+            if (t.tFetched.bSpooled && !t.tFetched.strName.empty())
+                ::unlinkat(m_rFetcher.SpoolDescriptor(), t.tFetched.strName.c_str(), 0);
     };
     for (TStep& t : atSteps)
     {
@@ -281,10 +281,10 @@ bool CFastSync::Sync(const std::string& strFolder, unsigned int nChange, std::st
             continue;
         std::string strProblem;
         const CPrefetcher::TTaken eTaken =
-            m_rFetcher.TakeRevision(m_astrNames[t.pAction->nName], t.pAction->nRev, t.strSpooled, strProblem);
+            m_rFetcher.TakeRevision(m_astrNames[t.pAction->nName], t.pAction->nRev, t.tFetched, strProblem);
         if (eTaken != CPrefetcher::eTaken)
         {
-            t.strSpooled.clear();
+            t.tFetched = TFetched();
             if (eTaken == CPrefetcher::eFailed && strProblem != "stopped")
                 strNotice = "fetching ahead failed (" + strProblem + "); change " + std::to_string(nChange) +
                             " is synced by the server";
@@ -303,8 +303,8 @@ bool CFastSync::Sync(const std::string& strFolder, unsigned int nChange, std::st
         {
             // A link's content is its target; a final line end is no part
             // of it.
-            std::string strTarget;
-            if (!ReadSpooled(m_rFetcher.SpoolDescriptor(), t.strSpooled, strTarget))
+            std::string strTarget = t.tFetched.strContent;
+            if (t.tFetched.bSpooled && !ReadSpooled(m_rFetcher.SpoolDescriptor(), t.tFetched.strName, strTarget))
                 strProblem = "cannot read a fetched file";
             else
             {
@@ -316,9 +316,14 @@ bool CFastSync::Sync(const std::string& strFolder, unsigned int nChange, std::st
         else
         {
             const mode_t nMode = (tType.bWritable ? 0666 : 0444) | (tType.bExecutable ? 0111 : 0);
-            strProblem = cWriter.PutFile(t.strPath, m_rFetcher.SpoolDescriptor(), t.strSpooled, nMode);
-            if (strProblem.empty())
-                t.strSpooled.clear();
+            if (!t.tFetched.bSpooled)
+                strProblem = cWriter.PutContent(t.strPath, t.tFetched.strContent, nMode);
+            else
+            {
+                strProblem = cWriter.PutFile(t.strPath, m_rFetcher.SpoolDescriptor(), t.tFetched.strName, nMode);
+                if (strProblem.empty())
+                    t.tFetched.strName.clear();
+            }
         }
         if (!strProblem.empty())
         {

@@ -137,6 +137,60 @@ std::string CFolderWriter::PutFile(const std::string& strPath, int nSourceDir, c
     return std::string();
 }
 
+std::string CFolderWriter::PutContent(const std::string& strPath, const std::string& strContent, mode_t nMode) const
+{
+    std::string strLeaf, strError;
+    CFd cDir(OpenParent(strPath, true, strLeaf, strError));
+    if (cDir.Get() < 0)
+        return strError;
+    const mode_t nMask = ::umask(0);
+    ::umask(nMask);
+    struct stat tStat;
+    CFd cFile;
+    if (::fstatat(cDir.Get(), strLeaf.c_str(), &tStat, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(tStat.st_mode))
+    {
+        // A file of an earlier change (read-only, as sync leaves it): the
+        // same file takes the new content, which spares the file system a
+        // file made and one removed for each revision. It is written over
+        // and then cut to its size: emptied first, the file system would
+        // write it out at once when it is closed.
+        cFile.Reset(::openat(cDir.Get(), strLeaf.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
+        if (cFile.Get() < 0 && errno == EACCES)
+        {
+            // The workspace is this run's own: nothing replaces the file
+            // with a link in the meantime.
+            if (::fchmodat(cDir.Get(), strLeaf.c_str(), 0600, 0) != 0)
+                return Why("cannot write", strPath, errno);
+            cFile.Reset(::openat(cDir.Get(), strLeaf.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
+        }
+    }
+    else
+    {
+        if (::unlinkat(cDir.Get(), strLeaf.c_str(), 0) != 0 && errno != ENOENT)
+            return Why("cannot write", strPath, errno);
+        cFile.Reset(::openat(cDir.Get(), strLeaf.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    }
+    if (cFile.Get() < 0)
+        return Why("cannot write", strPath, errno);
+    const char* p = strContent.data();
+    size_t n = strContent.size();
+    while (n > 0)
+    {
+        const ssize_t nWritten = ::write(cFile.Get(), p, n);
+        if (nWritten < 0 && errno == EINTR)
+            continue;
+        if (nWritten <= 0)
+            return Why("cannot write", strPath, errno);
+        p += nWritten;
+        n -= size_t(nWritten);
+    }
+    if (::ftruncate(cFile.Get(), off_t(strContent.size())) != 0)
+        return Why("cannot write", strPath, errno);
+    if (::fchmod(cFile.Get(), nMode & ~nMask) != 0)
+        return Why("cannot set the mode of", strPath, errno);
+    return std::string();
+}
+
 std::string CFolderWriter::PutLink(const std::string& strPath, const std::string& strTarget) const
 {
     std::string strLeaf, strError;

@@ -21,6 +21,10 @@ public:
     // there, with the mode given (the process's umask applied). Missing
     // folders on the way are made. "" or why it was not done.
     std::string PutFile(const std::string& strPath, int nSourceDir, const std::string& strSource, mode_t nMode) const;
+    // Writes the content to the relative path with the mode given (the
+    // umask applied): a file that is there is written again in place, a
+    // link or nothing there makes way for a new file.
+    std::string PutContent(const std::string& strPath, const std::string& strContent, mode_t nMode) const;
     // Makes the relative path a symbolic link to the target.
     std::string PutLink(const std::string& strPath, const std::string& strTarget) const;
     // Removes the file or link at the relative path; nothing there is no

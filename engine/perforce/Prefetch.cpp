@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
-#include <set>
 
 #include "WorkerChannel.h"
 #include "perforce/Gateway.h"
@@ -73,7 +73,7 @@ struct CPrefetcher::TRevision
 {
     TState eState = eSlotPending;
     uint64_t nCost = 1; // what it counts against the window, in bytes
-    std::string strName;
+    TFetched tFetched;
     std::string strProblem;
 };
 
@@ -318,8 +318,8 @@ void CPrefetcher::Drop(const std::string& strDepotFile, unsigned int nRev)
         return; // one on its way is let go of when it is taken or at the end
     if (it->second.eState == eSlotReady || it->second.eState == eSlotFailed)
     {
-        if (it->second.eState == eSlotReady)
-            ::unlinkat(m_nSpoolFd, it->second.strName.c_str(), 0);
+        if (it->second.eState == eSlotReady && it->second.tFetched.bSpooled)
+            ::unlinkat(m_nSpoolFd, it->second.tFetched.strName.c_str(), 0);
         m_nBytesOut -= it->second.nCost;
         --m_nRevisionsOut;
     }
@@ -327,7 +327,7 @@ void CPrefetcher::Drop(const std::string& strDepotFile, unsigned int nRev)
     Schedule(cLock);
 }
 
-CPrefetcher::TTaken CPrefetcher::TakeRevision(const std::string& strDepotFile, unsigned int nRev, std::string& strName,
+CPrefetcher::TTaken CPrefetcher::TakeRevision(const std::string& strDepotFile, unsigned int nRev, TFetched& tFetched,
                                               std::string& strProblem)
 {
     std::unique_lock<std::mutex> cLock(m_cMutex);
@@ -353,7 +353,7 @@ CPrefetcher::TTaken CPrefetcher::TakeRevision(const std::string& strDepotFile, u
         return eFailed;
     }
     const bool bReady = it->second.eState == eSlotReady;
-    strName = it->second.strName;
+    tFetched = std::move(it->second.tFetched);
     strProblem = it->second.strProblem;
     m_nBytesOut -= it->second.nCost;
     --m_nRevisionsOut;
@@ -465,12 +465,14 @@ void CPrefetcher::RunDescribe(TTask& tTask)
 
 namespace {
 
-// Writes each printed revision to a file of its own in the spool.
+// Keeps each printed revision: a small one in memory, a larger one in a
+// file of its own in the spool.
 class CSpoolSink : public CPrintReader::ISink
 {
 public:
-    CSpoolSink(int nSpoolFd, const std::set<std::string>& setWanted, std::function<std::string()> fnNewName)
-        : m_nSpoolFd(nSpoolFd), m_setWanted(setWanted), m_fnNewName(std::move(fnNewName))
+    CSpoolSink(int nSpoolFd, const std::map<std::string, uint64_t>& mapWanted, uint64_t nInMemory,
+               std::function<std::string()> fnNewName)
+        : m_nSpoolFd(nSpoolFd), m_mapWanted(mapWanted), m_nInMemory(nInMemory), m_fnNewName(std::move(fnNewName))
     {
     }
     ~CSpoolSink() override { CloseCurrent(); }
@@ -479,23 +481,44 @@ public:
     {
         if (!CloseCurrent())
             return false;
+        m_pCurrent = nullptr;
         const std::string strKey = RecordValue(tStat, "depotFile") + "#" + RecordValue(tStat, "rev");
-        if (!m_setWanted.count(strKey) || m_mapWritten.count(strKey))
+        auto itWanted = m_mapWanted.find(strKey);
+        if (itWanted == m_mapWanted.end() || m_mapFetched.count(strKey))
             return true; // its content is skipped
-        const std::string strName = m_fnNewName();
-        m_nFd = ::openat(m_nSpoolFd, strName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        TFetched& t = m_mapFetched[strKey];
+        m_pCurrent = &t;
+        // The header's size, else the description's: a revision of no known
+        // size goes to the spool.
+        const std::string strSize = RecordValue(tStat, "fileSize");
+        const bool bKnown = !strSize.empty() || itWanted->second != 0;
+        const uint64_t nSize = strSize.empty() ? itWanted->second : std::strtoull(strSize.c_str(), nullptr, 10);
+        if (bKnown && nSize <= m_nInMemory)
+        {
+            t.strContent.reserve(size_t(nSize));
+            return true;
+        }
+        t.bSpooled = true;
+        t.strName = m_fnNewName();
+        m_nFd = ::openat(m_nSpoolFd, t.strName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
         if (m_nFd < 0)
         {
             m_strError = "cannot write to the spool: " + std::string(std::strerror(errno));
             return false;
         }
-        m_mapWritten[strKey] = strName;
         return true;
     }
     bool OnContent(const char* p, size_t n) override
     {
         m_nBytes += n;
-        while (m_nFd >= 0 && n > 0)
+        if (!m_pCurrent)
+            return true;
+        if (!m_pCurrent->bSpooled)
+        {
+            m_pCurrent->strContent.append(p, n);
+            return true;
+        }
+        while (n > 0)
         {
             const ssize_t nWritten = ::write(m_nFd, p, n);
             if (nWritten < 0 && errno == EINTR)
@@ -512,13 +535,15 @@ public:
     }
     void OnMessage(const TP4Record& tRecord) override { m_atMessages.push_back(tRecord); }
 
-    // Removes what a try that failed wrote.
+    // Forgets what a try that failed brought.
     void Discard()
     {
         CloseCurrent();
-        for (const auto& kv : m_mapWritten)
-            ::unlinkat(m_nSpoolFd, kv.second.c_str(), 0);
-        m_mapWritten.clear();
+        m_pCurrent = nullptr;
+        for (const auto& kv : m_mapFetched)
+            if (kv.second.bSpooled)
+                ::unlinkat(m_nSpoolFd, kv.second.strName.c_str(), 0);
+        m_mapFetched.clear();
         m_atMessages.clear();
         m_nBytes = 0;
     }
@@ -534,10 +559,12 @@ public:
     }
 
     int m_nSpoolFd;
-    const std::set<std::string>& m_setWanted;
+    const std::map<std::string, uint64_t>& m_mapWanted; // "FILE#REV" -> the size the description gave
+    uint64_t m_nInMemory;
     std::function<std::string()> m_fnNewName;
     int m_nFd = -1;
-    std::map<std::string, std::string> m_mapWritten; // "FILE#REV" -> spool name
+    TFetched* m_pCurrent = nullptr;
+    std::map<std::string, TFetched> m_mapFetched; // "FILE#REV" -> its content
     std::vector<TP4Record> m_atMessages;
     std::string m_strError;
     uint64_t m_nBytes = 0;
@@ -548,13 +575,13 @@ public:
 void CPrefetcher::RunPrint(TTask& tTask)
 {
     std::vector<std::string> astrArgs = {m_strP4, "-G", "print"};
-    std::set<std::string> setWanted;
+    std::map<std::string, uint64_t> mapWanted;
     for (const TWantedRevision& t : tTask.atRevisions)
     {
         astrArgs.push_back(RevisionKey(t.strDepotFile, t.nRev));
-        setWanted.insert(astrArgs.back());
+        mapWanted[astrArgs.back()] = t.nSize;
     }
-    CSpoolSink cSink(m_nSpoolFd, setWanted, [this]() {
+    CSpoolSink cSink(m_nSpoolFd, mapWanted, m_tPolicy.nInMemory, [this]() {
         std::lock_guard<std::mutex> cLock(m_cMutex);
         return "r" + std::to_string(++m_nSpoolNames);
     });
@@ -594,18 +621,18 @@ void CPrefetcher::RunPrint(TTask& tTask)
     {
         const std::string strKey = RevisionKey(t.strDepotFile, t.nRev);
         auto it = m_mapRevisions.find(strKey);
-        auto itWritten = cSink.m_mapWritten.find(strKey);
+        auto itFetched = cSink.m_mapFetched.find(strKey);
         if (it == m_mapRevisions.end())
         {
             // Let go of meanwhile.
-            if (itWritten != cSink.m_mapWritten.end())
-                ::unlinkat(m_nSpoolFd, itWritten->second.c_str(), 0);
+            if (itFetched != cSink.m_mapFetched.end() && itFetched->second.bSpooled)
+                ::unlinkat(m_nSpoolFd, itFetched->second.strName.c_str(), 0);
             continue;
         }
-        if (itWritten != cSink.m_mapWritten.end())
+        if (itFetched != cSink.m_mapFetched.end())
         {
             it->second.eState = eSlotReady;
-            it->second.strName = itWritten->second;
+            it->second.tFetched = std::move(itFetched->second);
             ++m_tStats.nRevisions;
         }
         else

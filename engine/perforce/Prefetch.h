@@ -28,7 +28,18 @@ struct TPrefetchPolicy
     unsigned nDescriptionsAhead = 0;   // 0: four batches per connection
     unsigned nPrintFiles = 64;         // revisions per print
     uint64_t nPrintBytes = 16u << 20;  // content per print (a larger revision goes alone)
-    uint64_t nBytesAhead = 256u << 20; // content fetched and not yet taken
+    uint64_t nBytesAhead = 32u << 20;  // content fetched and not yet taken
+    // A revision up to this size waits in memory, a larger one in the spool
+    // folder (so that memory stays bounded whatever the files' sizes).
+    uint64_t nInMemory = 1u << 20;
+};
+
+// A fetched revision's content: in memory, or a file of the spool folder.
+struct TFetched
+{
+    bool bSpooled = false;
+    std::string strContent; // in memory
+    std::string strName;    // in the spool folder, the taker's to move or remove
 };
 
 // A revision a coming sync needs.
@@ -75,12 +86,12 @@ public:
     void Drop(const std::string& strDepotFile, unsigned int nRev);
     enum TTaken
     {
-        eTaken,  // strName: its file in the spool folder, now the caller's
+        eTaken,  // tFetched: its content
         eFailed, // strProblem: why
         eNotWanted
     };
     // Waits while the revision is on its way.
-    TTaken TakeRevision(const std::string& strDepotFile, unsigned int nRev, std::string& strName,
+    TTaken TakeRevision(const std::string& strDepotFile, unsigned int nRev, TFetched& tFetched,
                         std::string& strProblem);
 
     // What was fetched.

@@ -107,6 +107,14 @@ nlohmann::json EveryKind()
     jPurged["purged"] = true;
     nlohmann::json jNotUtf8 = {
         {"pathEscaped", "//depot/main/caf\\xe9.txt"}, {"action", "add"}, {"content", "latin1\n"}};
+    // Larger than what waits in memory: it goes through the spool folder.
+    nlohmann::json jBig = {{"path", "//depot/main/big.bin"},
+                           {"action", "add"},
+                           {"type", "binary"},
+                           {"generated", {{"size", 3000000}, {"seed", 1}}}};
+    nlohmann::json jBigEdit = jBig;
+    jBigEdit["action"] = "edit";
+    jBigEdit["generated"]["seed"] = 2;
     return {
         {"users", s_jUsers},
         {"branches", nlohmann::json::array({Branch("rel1", "//depot/main/... //depot/rel1/...")})},
@@ -120,14 +128,14 @@ nlohmann::json EveryKind()
                      File("//depot/main/o.c", "add", "$Id$\n", "text+ko"),
                      File("//depot/main/with blank.txt", "add", "blank\n"),
                      File("//depot/main/at@hash#pct%star*.txt", "add", "escaped\n"),
-                     File("//depot/main/caf\xc3\xa9.txt", "add", "utf-8 name\n"), jNotUtf8}),
+                     File("//depot/main/caf\xc3\xa9.txt", "add", "utf-8 name\n"), jNotUtf8, jBig}),
              Change(1200000100, "Edit, delete, link",
                     {File("//depot/main/a.txt", "edit", "one\ntwo\n"), File("//depot/main/src/deep/b.c", "delete"),
                      File("//depot/main/current", "add", "src", "symlink"),
                      File("//depot/main/k.c", "edit", "/* $Id$ $Change$ */\nmore\n")}),
              Change(1200000200, "Move and make executable",
                     {From("//depot/main/tools/run.sh", "move/add", "//depot/main/run.sh"),
-                     File("//depot/main/a.txt", "edit", "one\ntwo\n", "text+x")}),
+                     File("//depot/main/a.txt", "edit", "one\ntwo\n", "text+x"), jBigEdit}),
              Change(1200000300, "Purge", {jPurged}),
              Change(1200000400, "Branch",
                     {From("//depot/rel1/a.txt", "branch", "//depot/main/a.txt"),
@@ -163,12 +171,12 @@ TEST_F(CFetchAheadTest, EveryKindOfChangeGivesTheSameCommits)
     EXPECT_EQ("", FetchLine());
     EXPECT_EQ(strSlow, ImportRefs("default", {"--verify"}));
     // The mainline's 7 changes and the release branch's 2, one describe
-    // for each stream. The revisions: 19 of the mainline (every added or
+    // for each stream. The revisions: 21 of the mainline (every added or
     // changed file but the purged revision and the utf16 file) and 5 of the
     // release branch. The changes with the purge and the utf16 file are
     // synced by the server, the 7 others not.
     const std::string strLine = FetchLine();
-    EXPECT_EQ(0u, strLine.find("fetched ahead: 9 descriptions in 2 commands, 24 revisions (")) << strLine;
+    EXPECT_EQ(0u, strLine.find("fetched ahead: 9 descriptions in 2 commands, 26 revisions (")) << strLine;
     EXPECT_NE(std::string::npos, strLine.find(" bytes) in 2 commands; 7 syncs done from them, 2 by the server; "))
         << strLine;
     EXPECT_EQ(strSlow, ImportRefs("many", {"--jobs", "32"}));

@@ -79,6 +79,37 @@ TEST_F(CFolderWriterTest, FilesGetTheModesASyncGives)
     EXPECT_FALSE(Exists(m_strSpool + "/" + strName));
 }
 
+TEST_F(CFolderWriterTest, ContentIsWrittenInPlace)
+{
+    const CFolderWriter c(m_strFolder);
+    EXPECT_EQ("", c.PutContent("src/a.c", "a longer first revision\n", 0444));
+    EXPECT_EQ(0444u, Mode(m_strFolder + "/src/a.c"));
+    struct stat tBefore;
+    ASSERT_EQ(0, ::stat((m_strFolder + "/src/a.c").c_str(), &tBefore));
+    // The next revision is shorter: nothing of the first is left.
+    EXPECT_EQ("", c.PutContent("src/a.c", "short\n", 0555));
+    EXPECT_EQ("short\n", ReadWholeFile(m_strFolder + "/src/a.c"));
+    EXPECT_EQ(0555u, Mode(m_strFolder + "/src/a.c"));
+    struct stat tAfter;
+    ASSERT_EQ(0, ::stat((m_strFolder + "/src/a.c").c_str(), &tAfter));
+    EXPECT_EQ(tBefore.st_ino, tAfter.st_ino);
+    EXPECT_EQ("", c.PutContent("src/a.c", "", 0444));
+    EXPECT_EQ("", ReadWholeFile(m_strFolder + "/src/a.c"));
+    // A link in its place makes way; its target is not touched.
+    WriteWholeFile(m_strOutside + "/target", "keep\n");
+    ASSERT_EQ(0, ::symlink((m_strOutside + "/target").c_str(), (m_strFolder + "/l").c_str()));
+    EXPECT_EQ("", c.PutContent("l", "file now\n", 0444));
+    EXPECT_EQ("file now\n", ReadWholeFile(m_strFolder + "/l"));
+    EXPECT_EQ(0444u, Mode(m_strFolder + "/l"));
+    EXPECT_EQ("keep\n", ReadWholeFile(m_strOutside + "/target"));
+    // Through a link: refused.
+    ASSERT_EQ(0, ::symlink(m_strOutside.c_str(), (m_strFolder + "/lib").c_str()));
+    EXPECT_EQ("'lib' is a symbolic link: nothing is written through it", c.PutContent("lib/target", "x", 0444));
+    EXPECT_EQ("keep\n", ReadWholeFile(m_strOutside + "/target"));
+    EXPECT_EQ("the server named the path '../outside/target', which does not stay inside the folder",
+              c.PutContent("../outside/target", "x", 0444));
+}
+
 TEST_F(CFolderWriterTest, LinksAndRemoval)
 {
     const CFolderWriter c(m_strFolder);
