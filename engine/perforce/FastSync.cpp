@@ -140,9 +140,22 @@ void CFastSync::OnListing(const std::string& strPath, const std::vector<unsigned
     if (strFolder.size() >= 3 && strFolder.compare(strFolder.size() - 3, 3, "...") == 0)
         strFolder.resize(strFolder.size() - 3);
     std::vector<unsigned int>& an = m_mapListings[strFolder];
+    for (unsigned int n : an)
+        Used(n);
     an = anChanges;
     std::sort(an.begin(), an.end());
     an.erase(std::unique(an.begin(), an.end()), an.end());
+    for (unsigned int n : an)
+        ++m_mapUses[n];
+}
+
+void CFastSync::Used(unsigned int nChange)
+{
+    auto it = m_mapUses.find(nChange);
+    if (it == m_mapUses.end() || --it->second > 0)
+        return;
+    m_mapUses.erase(it);
+    m_mapChanges.erase(nChange);
 }
 
 void CFastSync::OnDescribed(unsigned int nChange, const std::vector<TP4Record>& atRecords)
@@ -268,75 +281,73 @@ bool CFastSync::Sync(const std::string& strFolder, unsigned int nChange, std::st
             return false;
         atSteps.push_back(TStep{LocalName(strBelow), &t, TFetched()});
     }
-    // Every content at hand first: a sync that cannot be done here leaves
-    // the folder untouched.
-    auto fnRelease = [&]() {
-        for (TStep& t : atSteps)
-            if (t.tFetched.bSpooled && !t.tFetched.strName.empty())
-                ::unlinkat(m_rFetcher.SpoolDescriptor(), t.tFetched.strName.c_str(), 0);
-    };
-    for (TStep& t : atSteps)
-    {
-        if (t.pAction->eKind != eContent)
-            continue;
-        std::string strProblem;
-        const CPrefetcher::TTaken eTaken =
-            m_rFetcher.TakeRevision(m_astrNames[t.pAction->nName], t.pAction->nRev, t.tFetched, strProblem);
-        if (eTaken != CPrefetcher::eTaken)
-        {
-            t.tFetched = TFetched();
-            if (eTaken == CPrefetcher::eFailed && strProblem != "stopped")
-                strNotice = "fetching ahead failed (" + strProblem + "); change " + std::to_string(nChange) +
-                            " is synced by the server";
-            fnRelease();
-            return false;
-        }
-    }
+    // One file after the other, so that memory holds one content at a time
+    // whatever the size of the change. A sync that cannot go on here goes
+    // to the server, whose have list is still at the change before: it
+    // writes every file of the change again, these included.
     const CFolderWriter cWriter(strFolder);
     for (TStep& t : atSteps)
     {
-        std::string strProblem;
-        const TSyncedType tType = SyncedType(m_astrTypes[t.pAction->nType]);
-        if (t.pAction->eKind == eDelete)
-            strProblem = cWriter.Remove(t.strPath);
-        else if (tType.bLink)
+        if (t.pAction->eKind == eContent)
         {
-            // A link's content is its target; a final line end is no part
-            // of it.
-            std::string strTarget = t.tFetched.strContent;
-            if (t.tFetched.bSpooled && !ReadSpooled(m_rFetcher.SpoolDescriptor(), t.tFetched.strName, strTarget))
-                strProblem = "cannot read a fetched file";
-            else
+            std::string strProblem;
+            const CPrefetcher::TTaken eTaken =
+                m_rFetcher.TakeRevision(m_astrNames[t.pAction->nName], t.pAction->nRev, t.tFetched, strProblem);
+            if (eTaken != CPrefetcher::eTaken)
             {
-                if (!strTarget.empty() && strTarget.back() == '\n')
-                    strTarget.pop_back();
-                strProblem = cWriter.PutLink(t.strPath, strTarget);
+                if (eTaken == CPrefetcher::eFailed && strProblem != "stopped")
+                    strNotice = "fetching ahead failed (" + strProblem + "); change " + std::to_string(nChange) +
+                                " is synced by the server";
+                return false;
             }
         }
-        else
-        {
-            const mode_t nMode = (tType.bWritable ? 0666 : 0444) | (tType.bExecutable ? 0111 : 0);
-            if (!t.tFetched.bSpooled)
-                strProblem = cWriter.PutContent(t.strPath, t.tFetched.strContent, nMode);
-            else
-            {
-                strProblem = cWriter.PutFile(t.strPath, m_rFetcher.SpoolDescriptor(), t.tFetched.strName, nMode);
-                if (strProblem.empty())
-                    t.tFetched.strName.clear();
-            }
-        }
-        if (!strProblem.empty())
-        {
-            // The server does it, as it would have done it all along.
-            fnRelease();
-            strNotice.clear();
+        const bool bDone = Put(cWriter, t.strPath, *t.pAction, t.tFetched).empty();
+        t.tFetched = TFetched();
+        if (!bDone)
             return false;
-        }
     }
-    fnRelease();
     tFolder.nAt = nChange;
     ++m_nFast;
+    Reached(strFolder, tFolder, nChange);
     return true;
+}
+
+std::string CFastSync::Put(const CFolderWriter& cWriter, const std::string& strPath, const TFileAction& tAction,
+                           TFetched& tFetched)
+{
+    const int nSpool = m_rFetcher.SpoolDescriptor();
+    // A spooled content not moved into the folder goes.
+    struct TRelease
+    {
+        TFetched& t;
+        int nSpool;
+        ~TRelease()
+        {
+            if (t.bSpooled && !t.strName.empty())
+                ::unlinkat(nSpool, t.strName.c_str(), 0);
+        }
+    } tRelease{tFetched, nSpool};
+    const TSyncedType tType = SyncedType(m_astrTypes[tAction.nType]);
+    if (tAction.eKind == eDelete)
+        return cWriter.Remove(strPath);
+    if (tType.bLink)
+    {
+        // A link's content is its target; a final line end is no part of
+        // it.
+        std::string strTarget = tFetched.strContent;
+        if (tFetched.bSpooled && !ReadSpooled(nSpool, tFetched.strName, strTarget))
+            return "cannot read a fetched file";
+        if (!strTarget.empty() && strTarget.back() == '\n')
+            strTarget.pop_back();
+        return cWriter.PutLink(strPath, strTarget);
+    }
+    const mode_t nMode = (tType.bWritable ? 0666 : 0444) | (tType.bExecutable ? 0111 : 0);
+    if (!tFetched.bSpooled)
+        return cWriter.PutContent(strPath, tFetched.strContent, nMode);
+    const std::string strProblem = cWriter.PutFile(strPath, nSpool, tFetched.strName, nMode);
+    if (strProblem.empty())
+        tFetched.strName.clear();
+    return strProblem;
 }
 
 bool CFastSync::Flush(const std::string& strFolder, TFolder& tFolder)
@@ -366,13 +377,25 @@ void CFastSync::AfterServerSync(const std::string& strFolder, unsigned int nChan
     ++m_nServer;
     tFolder.bKnown = bSucceeded;
     tFolder.nAt = tFolder.nServerAt = nChange;
-    // The revisions fetched for this change are not needed any more.
+    // The revisions fetched for this change in this folder are not needed
+    // any more.
     auto itChange = m_mapChanges.find(nChange);
-    if (itChange == m_mapChanges.end() || m_bDisabled)
+    if (itChange != m_mapChanges.end() && !m_bDisabled && m_nView == 1)
+        for (const TFileAction& t : itChange->second)
+            if (t.eKind == eContent && !m_cView.LocalPathBelow(strFolder, m_astrNames[t.nName]).empty())
+                m_rFetcher.Drop(m_astrNames[t.nName], t.nRev);
+    Reached(strFolder, tFolder, nChange);
+}
+
+void CFastSync::Reached(const std::string& strFolder, TFolder& tFolder, unsigned int nChange)
+{
+    std::string strDepotFolder;
+    const std::vector<unsigned int>* pListing = ListingOf(strFolder, strDepotFolder);
+    if (!pListing)
         return;
-    for (const TFileAction& t : itChange->second)
-        if (t.eKind == eContent)
-            m_rFetcher.Drop(m_astrNames[t.nName], t.nRev);
+    const size_t nEnd = size_t(std::upper_bound(pListing->begin(), pListing->end(), nChange) - pListing->begin());
+    for (; tFolder.nPassed < nEnd; ++tFolder.nPassed)
+        Used((*pListing)[tFolder.nPassed]);
 }
 
 void CFastSync::BeforeClientRemoval()

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "perforce/ClientView.h"
+#include "perforce/FolderWriter.h"
 #include "perforce/P4Query.h"
 #include "perforce/Prefetch.h"
 
@@ -81,6 +82,7 @@ private:
         unsigned int nAt = 0;       // the change the folder is at (0: empty)
         unsigned int nServerAt = 0; // the change the server's have list is at
         size_t nWantedUpTo = 0;     // the listing's changes whose revisions were asked for
+        size_t nPassed = 0;         // the listing's changes the folder is past
     };
 
     uint32_t Intern(std::vector<std::string>& astr, std::unordered_map<std::string, uint32_t>& map,
@@ -93,6 +95,13 @@ private:
     void WantAhead(const std::string& strFolder, TFolder& tFolder, const std::vector<unsigned int>& anListing,
                    size_t nFrom);
     bool Flush(const std::string& strFolder, TFolder& tFolder);
+    // Does what the change does to one file; "" or why it could not.
+    std::string Put(const CFolderWriter& cWriter, const std::string& strPath, const TFileAction& tAction,
+                    TFetched& tFetched);
+    // The folder was synced to the change: the changes of its listing up
+    // to it are behind it.
+    void Reached(const std::string& strFolder, TFolder& tFolder, unsigned int nChange);
+    void Used(unsigned int nChange);
 
     std::string m_strP4;
     CPrefetcher& m_rFetcher;
@@ -101,6 +110,9 @@ private:
     CClientView m_cView;
     std::map<std::string, std::vector<unsigned int>> m_mapListings; // "//depot/main/" -> changes, oldest first
     std::unordered_map<unsigned int, std::vector<TFileAction>> m_mapChanges;
+    // How many listings hold each change and have not synced it yet: a
+    // change's files are forgotten once every folder is past it.
+    std::unordered_map<unsigned int, unsigned> m_mapUses;
     std::vector<std::string> m_astrNames, m_astrTypes;
     std::unordered_map<std::string, uint32_t> m_mapNames, m_mapTypes;
     std::map<std::string, TFolder> m_mapFolders;

@@ -147,6 +147,7 @@ std::string CFolderWriter::PutContent(const std::string& strPath, const std::str
     ::umask(nMask);
     struct stat tStat;
     CFd cFile;
+    bool bNew = false;
     if (::fstatat(cDir.Get(), strLeaf.c_str(), &tStat, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(tStat.st_mode))
     {
         // A file of an earlier change (read-only, as sync leaves it): the
@@ -169,9 +170,17 @@ std::string CFolderWriter::PutContent(const std::string& strPath, const std::str
         if (::unlinkat(cDir.Get(), strLeaf.c_str(), 0) != 0 && errno != ENOENT)
             return Why("cannot write", strPath, errno);
         cFile.Reset(::openat(cDir.Get(), strLeaf.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        bNew = true;
     }
     if (cFile.Get() < 0)
         return Why("cannot write", strPath, errno);
+    // A new file that could not be written whole is not left behind.
+    auto fnFailed = [&](const char* pszWhat) {
+        const std::string strWhy = Why(pszWhat, strPath, errno);
+        if (bNew)
+            ::unlinkat(cDir.Get(), strLeaf.c_str(), 0);
+        return strWhy;
+    };
     const char* p = strContent.data();
     size_t n = strContent.size();
     while (n > 0)
@@ -180,14 +189,14 @@ std::string CFolderWriter::PutContent(const std::string& strPath, const std::str
         if (nWritten < 0 && errno == EINTR)
             continue;
         if (nWritten <= 0)
-            return Why("cannot write", strPath, errno);
+            return fnFailed("cannot write");
         p += nWritten;
         n -= size_t(nWritten);
     }
     if (::ftruncate(cFile.Get(), off_t(strContent.size())) != 0)
-        return Why("cannot write", strPath, errno);
+        return fnFailed("cannot write");
     if (::fchmod(cFile.Get(), nMode & ~nMask) != 0)
-        return Why("cannot set the mode of", strPath, errno);
+        return fnFailed("cannot set the mode of");
     return std::string();
 }
 

@@ -376,9 +376,10 @@ void CP4Gateway::FetchAhead(const TPrefetchPolicy& tPolicy)
     m_pFastSync.reset(new CFastSync(m_strP4, *m_pFetcher));
 }
 
-bool CP4Gateway::SetSpool(const std::string& strFolder, std::string& strError)
+void CP4Gateway::SetSpool(const std::string& strFolder)
 {
-    return !m_pFetcher || m_pFetcher->SetSpool(strFolder, strError);
+    if (m_pFetcher)
+        m_pFetcher->SetSpool(strFolder);
 }
 
 void CP4Gateway::StopFetching()

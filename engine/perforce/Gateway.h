@@ -100,11 +100,10 @@ public:
 
     // Fetches descriptions and contents ahead of the module, over
     // several connections, and does its syncs without the server where
-    // that gives the same workspace. Contents wait in the spool folder
-    // (made here) until they are taken. False with the reason when the
-    // folder cannot be made.
+    // that gives the same workspace. Large contents wait in the spool
+    // folder (made when needed) until they are taken.
     void FetchAhead(const TPrefetchPolicy& tPolicy);
-    bool SetSpool(const std::string& strFolder, std::string& strError);
+    void SetSpool(const std::string& strFolder);
     // Ends every fetch and removes the spool.
     void StopFetching();
     // What was fetched ahead, and how the syncs went ("" without fetching).

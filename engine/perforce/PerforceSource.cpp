@@ -527,9 +527,7 @@ void CPerforceSource::OnWorkspace(const std::string& strFolder)
     // A folder the client's view leaves alone, beside the streams' folders
     // (whose names come from branch specifications, which never begin
     // with a '.').
-    std::string strError;
-    if (!m_pGateway->SetSpool(strFolder + "/.fetched-ahead", strError))
-        Say("warning: nothing is fetched ahead: " + strError);
+    m_pGateway->SetSpool(strFolder + "/.fetched-ahead");
 }
 
 void CPerforceSource::StopFetching()

@@ -272,31 +272,34 @@ bool CPrefetcher::TakeDescription(unsigned int nChange, std::string& strRecord, 
     return bReady;
 }
 
-bool CPrefetcher::SetSpool(const std::string& strFolder, std::string& strError)
+void CPrefetcher::SetSpool(const std::string& strFolder)
 {
     std::lock_guard<std::mutex> cLock(m_cMutex);
+    if (m_strSpool.empty())
+        m_strSpool = strFolder;
+}
+
+int CPrefetcher::OpenSpool(std::string& strError)
+{
+    // Made when the first large revision comes: most runs never need it.
+    std::lock_guard<std::mutex> cLock(m_cMutex);
     if (m_nSpoolFd >= 0)
-        return true;
-    if (::mkdir(strFolder.c_str(), 0700) != 0)
+        return m_nSpoolFd;
+    if (::mkdir(m_strSpool.c_str(), 0700) != 0 && errno != EEXIST)
     {
-        strError = "cannot make the folder '" + strFolder + "': " + std::strerror(errno);
-        return false;
+        strError = "cannot make the folder '" + m_strSpool + "': " + std::strerror(errno);
+        return -1;
     }
-    m_nSpoolFd = ::open(strFolder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    m_nSpoolFd = ::open(m_strSpool.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (m_nSpoolFd < 0)
-    {
-        strError = "cannot open the folder '" + strFolder + "': " + std::strerror(errno);
-        ::rmdir(strFolder.c_str());
-        return false;
-    }
-    m_strSpool = strFolder;
-    return true;
+        strError = "cannot open the folder '" + m_strSpool + "': " + std::strerror(errno);
+    return m_nSpoolFd;
 }
 
 void CPrefetcher::WantRevisions(const std::vector<TWantedRevision>& atRevisions)
 {
     std::unique_lock<std::mutex> cLock(m_cMutex);
-    if (m_bStopping || m_nSpoolFd < 0)
+    if (m_bStopping || m_strSpool.empty())
         return;
     for (const TWantedRevision& t : atRevisions)
     {
@@ -470,9 +473,10 @@ namespace {
 class CSpoolSink : public CPrintReader::ISink
 {
 public:
-    CSpoolSink(int nSpoolFd, const std::map<std::string, uint64_t>& mapWanted, uint64_t nInMemory,
-               std::function<std::string()> fnNewName)
-        : m_nSpoolFd(nSpoolFd), m_mapWanted(mapWanted), m_nInMemory(nInMemory), m_fnNewName(std::move(fnNewName))
+    CSpoolSink(std::function<int(std::string&)> fnOpenSpool, const std::map<std::string, uint64_t>& mapWanted,
+               uint64_t nInMemory, std::function<std::string()> fnNewName)
+        : m_fnOpenSpool(std::move(fnOpenSpool)), m_mapWanted(mapWanted), m_nInMemory(nInMemory),
+          m_fnNewName(std::move(fnNewName))
     {
     }
     ~CSpoolSink() override { CloseCurrent(); }
@@ -498,6 +502,8 @@ public:
             t.strContent.reserve(size_t(nSize));
             return true;
         }
+        if (m_nSpoolFd < 0 && (m_nSpoolFd = m_fnOpenSpool(m_strError)) < 0)
+            return false;
         t.bSpooled = true;
         t.strName = m_fnNewName();
         m_nFd = ::openat(m_nSpoolFd, t.strName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
@@ -558,7 +564,8 @@ public:
         return bOk;
     }
 
-    int m_nSpoolFd;
+    std::function<int(std::string&)> m_fnOpenSpool;
+    int m_nSpoolFd = -1;
     const std::map<std::string, uint64_t>& m_mapWanted; // "FILE#REV" -> the size the description gave
     uint64_t m_nInMemory;
     std::function<std::string()> m_fnNewName;
@@ -581,10 +588,11 @@ void CPrefetcher::RunPrint(TTask& tTask)
         astrArgs.push_back(RevisionKey(t.strDepotFile, t.nRev));
         mapWanted[astrArgs.back()] = t.nSize;
     }
-    CSpoolSink cSink(m_nSpoolFd, mapWanted, m_tPolicy.nInMemory, [this]() {
-        std::lock_guard<std::mutex> cLock(m_cMutex);
-        return "r" + std::to_string(++m_nSpoolNames);
-    });
+    CSpoolSink cSink([this](std::string& strError) { return OpenSpool(strError); }, mapWanted, m_tPolicy.nInMemory,
+                     [this]() {
+                         std::lock_guard<std::mutex> cLock(m_cMutex);
+                         return "r" + std::to_string(++m_nSpoolNames);
+                     });
     std::string strProblem;
     for (unsigned nTry = 0;; ++nTry)
     {

@@ -76,7 +76,7 @@ public:
 
     // The folder the revisions are spooled to (made here, removed by Stop).
     // False with the reason when it cannot be made.
-    bool SetSpool(const std::string& strFolder, std::string& strError);
+    void SetSpool(const std::string& strFolder);
     int SpoolDescriptor() const { return m_nSpoolFd; }
     // Revisions the coming syncs need, in the order they need them. Each
     // revision is fetched once.
@@ -119,6 +119,9 @@ private:
     void RunPrint(TTask& tTask);
     // Counts a further try and waits before it; false when a stop came.
     bool WaitBeforeTry(unsigned nTry);
+    // The spool folder's descriptor, the folder made the first time; -1
+    // with strError set when it cannot be.
+    int OpenSpool(std::string& strError);
     bool Stopping() const;
     void StartThreads();
     // Waits (in slices, watching for a stop) while the predicate is false;

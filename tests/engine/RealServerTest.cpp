@@ -136,12 +136,14 @@ TEST_F(CRealServerTest, PendingAndShelvedChangesNeverBecomeCommits)
     ExpectCleanedUp(std::string());
 }
 
-// The connection drops once on one describe: the command is tried again
-// and the run makes exactly the commits of an undisturbed run.
+// The connection drops once on one describe of the module (nothing is
+// fetched ahead of it): the command is tried again and the run makes
+// exactly the commits of an undisturbed run.
 TEST_F(CRealServerTest, ADroppedDescribeIsTriedAgain)
 {
     LoadHistory(ENGINETEST_DEMO_HISTORY);
-    const TResult r = Import({"--git", m_strGit, "--retry-wait", "0"}, {{"P4SIM_DROP", "^-G describe 5$"}});
+    const TResult r =
+        Import({"--git", m_strGit, "--retry-wait", "0", "--jobs", "0"}, {{"P4SIM_DROP", "^-G describe 5$"}});
     ASSERT_EQ(0, r.nStatus) << r.strErr;
     const std::vector<std::string> astrMessage = MessageLines(r.strErr);
     ASSERT_FALSE(astrMessage.empty());
@@ -163,7 +165,7 @@ TEST_F(CRealServerTest, ASyncThatKeepsFailingStopsBeforeItsChange)
 {
     LoadHistory(ENGINETEST_DEMO_HISTORY);
     const std::string strWorkspace = m_strTemp + "/ws";
-    TResult r = Import({"--git", m_strGit, "--quiet", "--retry-wait", "0", "--workspace", strWorkspace},
+    TResult r = Import({"--git", m_strGit, "--quiet", "--retry-wait", "0", "--workspace", strWorkspace, "--jobs", "0"},
                        {{"P4SIM_DROP", "^sync .*@4$"}, {"P4SIM_DROP_TIMES", "100"}});
     EXPECT_EQ(1, r.nStatus);
     const std::string strSync = "sync " + strWorkspace + "/depot_main/...@4";
@@ -191,7 +193,7 @@ TEST_F(CRealServerTest, ASyncThatKeepsFailingStopsBeforeItsChange)
 TEST_F(CRealServerTest, ADescribeThatKeepsFailingImportsNothing)
 {
     LoadHistory(ENGINETEST_DEMO_HISTORY);
-    TResult r = Import({"--git", m_strGit, "--quiet", "--retry-wait", "0"},
+    TResult r = Import({"--git", m_strGit, "--quiet", "--retry-wait", "0", "--jobs", "0"},
                        {{"P4SIM_DROP", "^-G describe 4$"}, {"P4SIM_DROP_TIMES", "100"}});
     EXPECT_EQ(1, r.nStatus);
     EXPECT_EQ(

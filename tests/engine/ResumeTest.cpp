@@ -216,13 +216,14 @@ TEST_F(CResumeTest, RunsKilledAtAnyPointEndWithTheCommitsOfOneRun)
         EXPECT_NE("", Refs(m_strGit));
     }
     {
-        // Inside a commit: its change is being synced.
+        // Inside a commit: its change is being synced (its contents are
+        // fetched ahead of it).
         ORVANE::VCM::CChildProcess cEngine = fnStart(strJournal);
         ASSERT_TRUE(WaitFor(
             [&]() {
                 const std::string str = ReadWholeFile(strJournal);
-                const size_t nFirst = str.find("\"args\":\"sync ");
-                return nFirst != std::string::npos && str.find("\"args\":\"sync ", nFirst + 1) != std::string::npos;
+                const size_t nFirst = str.find("\"args\":\"-G print ");
+                return nFirst != std::string::npos && str.find("\"args\":\"-G print ", nFirst + 1) != std::string::npos;
             },
             cEngine, nStatus))
             << nStatus;

@@ -85,9 +85,10 @@ TEST_F(CEngineTest, AFileMissingForAnotherReasonStillStopsTheRun)
     const std::string strHistory = m_strTemp + "/history.json";
     WriteWholeFile(strHistory, History({{"//depot/main/pct%41.txt", "percent A\n"}}));
     LoadHistory(strHistory);
-    // Every sync fails, and the run goes on as the module would: the file
-    // is missing, and no other name explains it.
-    const TResult r = Import({"--git", m_strGit, "--keep-going"}, {{"P4SIM_FAIL", "^sync "}});
+    // Every sync of the module fails (nothing is fetched ahead of it), and
+    // the run goes on as the module would: the file is missing, and no
+    // other name explains it.
+    const TResult r = Import({"--git", m_strGit, "--keep-going", "--jobs", "0"}, {{"P4SIM_FAIL", "^sync "}});
     EXPECT_EQ(1, r.nStatus);
     EXPECT_NE(std::string::npos,
               r.strErr.find("change 1 of stream depot was not synced completely: the file 'main/pctA.txt#1' is "
