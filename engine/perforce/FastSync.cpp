@@ -215,32 +215,38 @@ const std::vector<unsigned int>* CFastSync::ListingOf(const std::string& strFold
     return strDepotFolder.empty() || it == m_mapListings.end() ? nullptr : &it->second;
 }
 
-void CFastSync::WantAhead(const std::string& strFolder, TFolder& tFolder, const std::vector<unsigned int>& anListing,
-                          size_t nFrom)
+void CFastSync::WantOf(const std::string& strFolder, const std::vector<TFileAction>& atActions, size_t nFirst,
+                       size_t nEnd, std::vector<TWantedRevision>& at)
 {
-    // A window of changes: the fetcher bounds what it holds, this bounds
-    // what it is told of.
-    const size_t nAhead = 256;
-    const size_t nStart = std::max(nFrom, tFolder.nWantedUpTo);
-    const size_t nEnd = std::min(anListing.size(), nFrom + nAhead);
-    if (nStart >= nEnd)
-        return;
-    std::vector<TWantedRevision> at;
-    for (size_t i = nStart; i < nEnd; ++i)
+    for (size_t i = nFirst; i < nEnd && i < atActions.size(); ++i)
+    {
+        const TFileAction& t = atActions[i];
+        if (t.eKind != eContent || !SyncedType(m_astrTypes[t.nType]).bSupported)
+            continue;
+        const std::string& strName = m_astrNames[t.nName];
+        if (!m_cView.LocalPathBelow(strFolder, strName).empty())
+            at.push_back(TWantedRevision{strName, t.nRev, t.nSize});
+    }
+}
+
+void CFastSync::WantAhead(const std::string& strFolder, TFolder& tFolder, const std::vector<unsigned int>& anListing,
+                          size_t nFrom, std::vector<TWantedRevision>& at)
+{
+    // The coming changes, whole, while the fetcher holds fewer revisions
+    // than this: it bounds what it fetches, this what it is told of. A
+    // change larger than that is asked for piece by piece as it is synced.
+    const size_t nBudget = 8192;
+    size_t i = std::max(nFrom, tFolder.nWantedUpTo);
+    for (; i < anListing.size() && i < nFrom + 256; ++i)
     {
         auto it = m_mapChanges.find(anListing[i]);
         if (it == m_mapChanges.end())
             continue;
-        for (const TFileAction& t : it->second)
-        {
-            if (t.eKind != eContent || !SyncedType(m_astrTypes[t.nType]).bSupported)
-                continue;
-            const std::string& strName = m_astrNames[t.nName];
-            if (!m_cView.LocalPathBelow(strFolder, strName).empty())
-                at.push_back(TWantedRevision{strName, t.nRev, t.nSize});
-        }
+        if (m_rFetcher.Outstanding() + at.size() + it->second.size() > nBudget)
+            break;
+        WantOf(strFolder, it->second, 0, it->second.size(), at);
     }
-    tFolder.nWantedUpTo = nEnd;
+    tFolder.nWantedUpTo = std::max(tFolder.nWantedUpTo, i);
     m_rFetcher.WantRevisions(at);
 }
 
@@ -257,42 +263,53 @@ bool CFastSync::Sync(const std::string& strFolder, unsigned int nChange, std::st
         return false;
     const size_t nIndex = size_t(itAt - pListing->begin());
     TFolder& tFolder = m_mapFolders[strFolder];
-    WantAhead(strFolder, tFolder, *pListing, nIndex);
     const unsigned int nBefore = nIndex == 0 ? 0 : (*pListing)[nIndex - 1];
     auto itChange = m_mapChanges.find(nChange);
+    std::vector<TWantedRevision> atWanted;
     if (!tFolder.bKnown || tFolder.nAt != nBefore || itChange == m_mapChanges.end())
+    {
+        WantAhead(strFolder, tFolder, *pListing, nIndex + 1, atWanted);
         return false;
-
-    // What the change does in the folder, every file of it that a sync
-    // writes as the server sends it.
-    struct TStep
+    }
+    const std::vector<TFileAction>& atActions = itChange->second;
+    // Every file of the change in the folder must be one a sync writes as
+    // the server sends it.
+    for (const TFileAction& t : atActions)
+        if ((t.eKind == eOther || (t.eKind == eContent && !SyncedType(m_astrTypes[t.nType]).bSupported)) &&
+            !m_cView.LocalPathBelow(strFolder, m_astrNames[t.nName]).empty())
+        {
+            WantAhead(strFolder, tFolder, *pListing, nIndex + 1, atWanted);
+            return false;
+        }
+    // One file after the other, so that memory holds one content at a time
+    // whatever the size of the change; its revisions asked for a piece at
+    // a time, the coming changes' behind them. A sync that cannot go on
+    // here goes to the server, whose have list is still at the change
+    // before: it writes every file of the change again, these included.
+    const size_t nPiece = 2048;
+    const CFolderWriter cWriter(strFolder);
+    for (size_t i = 0; i < atActions.size(); ++i)
     {
-        std::string strPath; // relative to the folder, local name
-        const TFileAction* pAction;
-        TFetched tFetched;
-    };
-    std::vector<TStep> atSteps;
-    for (const TFileAction& t : itChange->second)
-    {
+        if (i % nPiece == 0)
+        {
+            // Asked for together, so that they share commands.
+            atWanted.clear();
+            WantOf(strFolder, atActions, i, i + nPiece, atWanted);
+            if (i + nPiece >= atActions.size())
+                WantAhead(strFolder, tFolder, *pListing, nIndex + 1, atWanted);
+            else
+                m_rFetcher.WantRevisions(atWanted);
+        }
+        const TFileAction& t = atActions[i];
         const std::string strBelow = m_cView.LocalPathBelow(strFolder, m_astrNames[t.nName]);
         if (strBelow.empty())
             continue;
-        if (t.eKind == eOther || (t.eKind == eContent && !SyncedType(m_astrTypes[t.nType]).bSupported))
-            return false;
-        atSteps.push_back(TStep{LocalName(strBelow), &t, TFetched()});
-    }
-    // One file after the other, so that memory holds one content at a time
-    // whatever the size of the change. A sync that cannot go on here goes
-    // to the server, whose have list is still at the change before: it
-    // writes every file of the change again, these included.
-    const CFolderWriter cWriter(strFolder);
-    for (TStep& t : atSteps)
-    {
-        if (t.pAction->eKind == eContent)
+        TFetched tFetched;
+        if (t.eKind == eContent)
         {
             std::string strProblem;
             const CPrefetcher::TTaken eTaken =
-                m_rFetcher.TakeRevision(m_astrNames[t.pAction->nName], t.pAction->nRev, t.tFetched, strProblem);
+                m_rFetcher.TakeRevision(m_astrNames[t.nName], t.nRev, tFetched, strProblem);
             if (eTaken != CPrefetcher::eTaken)
             {
                 if (eTaken == CPrefetcher::eFailed && strProblem != "stopped")
@@ -301,9 +318,7 @@ bool CFastSync::Sync(const std::string& strFolder, unsigned int nChange, std::st
                 return false;
             }
         }
-        const bool bDone = Put(cWriter, t.strPath, *t.pAction, t.tFetched).empty();
-        t.tFetched = TFetched();
-        if (!bDone)
+        if (!Put(cWriter, LocalName(strBelow), t, tFetched).empty())
             return false;
     }
     tFolder.nAt = nChange;

@@ -90,10 +90,15 @@ private:
     bool ReadView();
     // The depot folder of the local folder and its listing (oldest first).
     const std::vector<unsigned int>* ListingOf(const std::string& strFolder, std::string& strDepotFolder);
+    // Adds to at the revisions of the actions from nFirst to before nEnd
+    // that the folder will need.
+    void WantOf(const std::string& strFolder, const std::vector<TFileAction>& atActions, size_t nFirst, size_t nEnd,
+                std::vector<TWantedRevision>& at);
     // Asks for the revisions of the listing's changes from nFrom on that the
     // folder will need.
+    // Asks for them, and for those in at.
     void WantAhead(const std::string& strFolder, TFolder& tFolder, const std::vector<unsigned int>& anListing,
-                   size_t nFrom);
+                   size_t nFrom, std::vector<TWantedRevision>& at);
     bool Flush(const std::string& strFolder, TFolder& tFolder);
     // Does what the change does to one file; "" or why it could not.
     std::string Put(const CFolderWriter& cWriter, const std::string& strPath, const TFileAction& tAction,

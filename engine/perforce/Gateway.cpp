@@ -284,8 +284,9 @@ int CP4Gateway::Pass(VCM::IChildRun& rRun)
     }
     else
     {
-        if (!strFetchProblem.empty() && strFetchProblem != "stopped" && m_fnNotice)
-            m_fnNotice("fetching ahead failed (" + strFetchProblem + "); the module asks the server itself");
+        if (!strFetchProblem.empty() && strFetchProblem != "stopped")
+            NoticeFetch("fetching ahead failed (" + strFetchProblem + "); the module asks the server itself",
+                        strFetchProblem);
         nStatus = RunWithRetries(rRun, tCommand, strOutput, strProblem);
         if (IsModuleSync(tCommand) && m_pFastSync)
         {
@@ -350,10 +351,18 @@ bool CP4Gateway::SyncHere(VCM::IChildRun& rRun, const TP4Command& tCommand)
         rRun.SetError(std::string());
         return true;
     }
-    if (!strNotice.empty() && m_fnNotice)
-        m_fnNotice(strNotice);
+    if (!strNotice.empty())
+        NoticeFetch(strNotice, strNotice.substr(0, strNotice.rfind("); change ")));
     m_pFastSync->BeforeServerSync(strFolder);
     return false;
+}
+
+void CP4Gateway::NoticeFetch(const std::string& strNotice, const std::string& strProblem)
+{
+    // A batch that failed is told of once, not for each change in it.
+    if (!m_fnNotice || !m_setFetchProblems.insert(strProblem).second)
+        return;
+    m_fnNotice(strNotice);
 }
 
 std::vector<unsigned int> CP4Gateway::ListedChanges(const std::string& strOutput)
@@ -405,7 +414,9 @@ std::string CP4Gateway::FetchSummary() const
            std::to_string(t.nDescribeCommands) + " commands, " + std::to_string(t.nRevisions) + " revisions (" +
            std::to_string(t.nBytes) + " bytes) in " + std::to_string(t.nPrintCommands) + " commands; " +
            std::to_string(m_pFastSync->FastSyncs()) + " syncs done from them, " +
-           std::to_string(m_pFastSync->ServerSyncs()) + " by the server; " + szWait + " s waited";
+           std::to_string(m_pFastSync->ServerSyncs()) + " by the server; " + szWait + " s waited" +
+           (t.nSplit ? "; " + std::to_string(t.nSplit) + " commands over the server's limits asked again in halves"
+                     : std::string());
 }
 
 void CP4Gateway::DecodeMetadata(VCM::IChildRun& rRun, std::string& strOutput)

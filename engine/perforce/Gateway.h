@@ -15,6 +15,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -173,6 +174,8 @@ private:
     bool Decode(const TP4Command& tCommand, const std::string& strOutput, TP4Result& tResult);
     // The module's sync of a folder to a change, done here when it can be.
     bool SyncHere(VCM::IChildRun& rRun, const TP4Command& tCommand);
+    // Tells the user of a fetch that failed, once for each problem.
+    void NoticeFetch(const std::string& strNotice, const std::string& strProblem);
     // The change numbers of a listing, in its order.
     static std::vector<unsigned int> ListedChanges(const std::string& strOutput);
     // Hands texts that are not UTF-8 on as UTF-8.
@@ -217,6 +220,7 @@ private:
     std::vector<TP4Record> m_atDescribed;
     std::unique_ptr<CPrefetcher> m_pFetcher;
     std::unique_ptr<CFastSync> m_pFastSync;
+    std::set<std::string> m_setFetchProblems;
 };
 
 } // namespace IMP

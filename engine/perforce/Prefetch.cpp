@@ -38,7 +38,7 @@ std::string RevisionKey(const std::string& strDepotFile, unsigned int nRev)
 // What a fetch's answer says went wrong ("" when nothing did), and
 // whether it is worth another try.
 std::string ProblemOf(int nStatus, const std::string& strError, std::vector<TP4Record>& atMessages, bool bCutShort,
-                      bool& bTransient)
+                      bool& bTransient, bool& bLimit)
 {
     TP4Result tResult;
     tResult.nStatus = nStatus;
@@ -50,6 +50,7 @@ std::string ProblemOf(int nStatus, const std::string& strError, std::vector<TP4R
     if (strProblem.empty() && bCutShort)
         strProblem = "the answer broke off";
     bTransient = !strProblem.empty() && (bCutShort || IsTransientProblem(tResult.AllMessages()));
+    bLimit = !strProblem.empty() && IsLimitProblem(tResult.AllMessages());
     return strProblem;
 }
 
@@ -313,6 +314,12 @@ void CPrefetcher::WantRevisions(const std::vector<TWantedRevision>& atRevisions)
     Schedule(cLock);
 }
 
+size_t CPrefetcher::Outstanding() const
+{
+    std::lock_guard<std::mutex> cLock(m_cMutex);
+    return m_mapRevisions.size();
+}
+
 void CPrefetcher::Drop(const std::string& strDepotFile, unsigned int nRev)
 {
     std::unique_lock<std::mutex> cLock(m_cMutex);
@@ -382,6 +389,69 @@ bool CPrefetcher::WaitBeforeTry(unsigned nTry)
 namespace {
 
 // Collects a batch of descriptions: each change's record, byte for byte.
+// Walks the marshalled dictionaries of the bytes without taking them
+// apart: each one's range with its "code" and "change" values. False when
+// the bytes are no dictionaries or end inside one.
+bool WalkRecords(const std::string& str,
+                 const std::function<void(size_t, size_t, const std::string&, const std::string&)>& fnRecord)
+{
+    size_t i = 0;
+    auto fnLength = [&](uint32_t& n) {
+        if (str.size() - i < 4)
+            return false;
+        n = uint32_t(uint8_t(str[i])) | uint32_t(uint8_t(str[i + 1])) << 8 | uint32_t(uint8_t(str[i + 2])) << 16 |
+            uint32_t(uint8_t(str[i + 3])) << 24;
+        i += 4;
+        return true;
+    };
+    auto fnString = [&](std::string* pstr) {
+        uint32_t n;
+        if (i >= str.size() || (str[i] != 's' && str[i] != 'u' && str[i] != 't'))
+            return false;
+        ++i;
+        if (!fnLength(n) || str.size() - i < n)
+            return false;
+        if (pstr)
+            pstr->assign(str, i, n);
+        i += n;
+        return true;
+    };
+    while (i < str.size())
+    {
+        const size_t nBegin = i;
+        if (str[i++] != '{')
+            return false;
+        std::string strCode, strChange, strKey;
+        for (;;)
+        {
+            if (i >= str.size())
+                return false;
+            if (str[i] == '0')
+            {
+                ++i;
+                break;
+            }
+            if (!fnString(&strKey))
+                return false;
+            if (i < str.size() && str[i] == 'i')
+            {
+                uint32_t n;
+                ++i;
+                if (!fnLength(n))
+                    return false;
+                if (strKey == "change")
+                    strChange = std::to_string(n);
+                continue;
+            }
+            if (!fnString(strKey == "code" ? &strCode : strKey == "change" ? &strChange : nullptr))
+                return false;
+        }
+        fnRecord(nBegin, i, strCode, strChange);
+    }
+    return true;
+}
+
+// A batch of descriptions: each change's record, byte for byte.
 class CDescriptions
 {
 public:
@@ -390,31 +460,37 @@ public:
         m_strOutput.clear();
         m_mapRecords.clear();
         m_atMessages.clear();
-        m_cDecoder = CMarshalDecoder();
         m_bBroken = false;
     }
     bool Feed(const char* p, size_t n)
     {
         m_strOutput.append(p, n);
-        if (!m_cDecoder.Feed(p, n, [this](const TP4Record& t, uint64_t nBegin, uint64_t nEnd) {
-                const std::string strCode = RecordValue(t, "code");
-                const std::string strChange = RecordValue(t, "change");
-                if (strCode == "stat" && !strChange.empty())
-                    m_mapRecords[unsigned(std::stoul(strChange))] =
-                        m_strOutput.substr(size_t(nBegin), size_t(nEnd - nBegin));
-                else
-                    m_atMessages.push_back(t);
-                return true;
-            }))
-            m_bBroken = true;
         return true;
     }
-    bool CutShort() const { return m_bBroken || !m_cDecoder.AtRecordEnd(); }
+    // Takes the whole answer apart.
+    void End()
+    {
+        m_bBroken = !WalkRecords(
+            m_strOutput, [this](size_t nBegin, size_t nEnd, const std::string& strCode, const std::string& strChange) {
+                if (strCode == "stat" && !strChange.empty())
+                    m_mapRecords[unsigned(std::stoul(strChange))] = m_strOutput.substr(nBegin, nEnd - nBegin);
+                else
+                {
+                    // Messages are small: read whole.
+                    CMarshalDecoder cDecoder;
+                    cDecoder.Feed(m_strOutput.data() + nBegin, nEnd - nBegin, [this](const TP4Record& t) {
+                        m_atMessages.push_back(t);
+                        return true;
+                    });
+                }
+            });
+        std::string().swap(m_strOutput);
+    }
+    bool CutShort() const { return m_bBroken; }
 
     std::string m_strOutput;
     std::map<unsigned int, std::string> m_mapRecords;
     std::vector<TP4Record> m_atMessages;
-    CMarshalDecoder m_cDecoder;
     bool m_bBroken = false;
 };
 
@@ -427,21 +503,30 @@ void CPrefetcher::RunDescribe(TTask& tTask)
         astrArgs.push_back(std::to_string(n));
     CDescriptions cAnswer;
     std::string strProblem;
+    bool bLimit = false;
     for (unsigned nTry = 0;; ++nTry)
     {
         cAnswer.StartOver();
         const TStreamedRun tRun = RunStreamed(
             astrArgs, tTask.astrEnvironment, [&](const char* p, size_t n) { return cAnswer.Feed(p, n); },
             [this]() { return Stopping(); });
+        cAnswer.End();
         bool bTransient = false;
-        strProblem = tRun.bStopped
-                         ? std::string("stopped")
-                         : ProblemOf(tRun.nStatus, tRun.strError, cAnswer.m_atMessages, cAnswer.CutShort(), bTransient);
+        strProblem = tRun.bStopped ? std::string("stopped")
+                                   : ProblemOf(tRun.nStatus, tRun.strError, cAnswer.m_atMessages, cAnswer.CutShort(),
+                                               bTransient, bLimit);
         if (!bTransient || nTry >= m_tPolicy.nRetries || !WaitBeforeTry(nTry))
             break;
     }
     std::lock_guard<std::mutex> cLock(m_cMutex);
     ++m_tStats.nDescribeCommands;
+    if (bLimit && tTask.anChanges.size() > 1)
+    {
+        // Too large for the server's limits: asked again in two halves.
+        ++m_tStats.nSplit;
+        SplitTask(tTask);
+        return;
+    }
     const bool bWhole = !cAnswer.CutShort();
     for (unsigned int n : tTask.anChanges)
     {
@@ -594,6 +679,7 @@ void CPrefetcher::RunPrint(TTask& tTask)
                          return "r" + std::to_string(++m_nSpoolNames);
                      });
     std::string strProblem;
+    bool bLimit = false;
     for (unsigned nTry = 0;; ++nTry)
     {
         cSink.Discard();
@@ -609,7 +695,7 @@ void CPrefetcher::RunPrint(TTask& tTask)
             strProblem = "stopped";
         else
             strProblem = ProblemOf(tRun.nStatus, tRun.strError, cSink.m_atMessages,
-                                   !cReader.AtRecordEnd() || tRun.bStopped, bTransient);
+                                   !cReader.AtRecordEnd() || tRun.bStopped, bTransient, bLimit);
         if (!bTransient || nTry >= m_tPolicy.nRetries)
         {
             if (bTransient || !cSink.m_strError.empty() || strProblem == "stopped")
@@ -624,6 +710,14 @@ void CPrefetcher::RunPrint(TTask& tTask)
     }
     std::lock_guard<std::mutex> cLock(m_cMutex);
     ++m_tStats.nPrintCommands;
+    if (bLimit && tTask.atRevisions.size() > 1)
+    {
+        // Too large for the server's limits: asked again in two halves.
+        cSink.Discard();
+        ++m_tStats.nSplit;
+        SplitTask(tTask);
+        return;
+    }
     m_tStats.nBytes += cSink.m_nBytes;
     for (const TWantedRevision& t : tTask.atRevisions)
     {
@@ -651,6 +745,22 @@ void CPrefetcher::RunPrint(TTask& tTask)
             ++m_tStats.nFailed;
         }
     }
+}
+
+void CPrefetcher::SplitTask(TTask& tTask)
+{
+    std::unique_ptr<TTask> pFirst(new TTask), pSecond(new TTask);
+    pFirst->astrEnvironment = pSecond->astrEnvironment = tTask.astrEnvironment;
+    const size_t nChanges = tTask.anChanges.size() / 2;
+    pFirst->anChanges.assign(tTask.anChanges.begin(), tTask.anChanges.begin() + std::ptrdiff_t(nChanges));
+    pSecond->anChanges.assign(tTask.anChanges.begin() + std::ptrdiff_t(nChanges), tTask.anChanges.end());
+    const size_t nRevisions = tTask.atRevisions.size() / 2;
+    pFirst->atRevisions.assign(tTask.atRevisions.begin(), tTask.atRevisions.begin() + std::ptrdiff_t(nRevisions));
+    pSecond->atRevisions.assign(tTask.atRevisions.begin() + std::ptrdiff_t(nRevisions), tTask.atRevisions.end());
+    // First in the queue: the module waits for them.
+    m_aTasks.push_front(std::move(pSecond));
+    m_aTasks.push_front(std::move(pFirst));
+    m_cWork.notify_all();
 }
 
 CPrefetcher::TStats CPrefetcher::Stats() const

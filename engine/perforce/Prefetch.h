@@ -81,6 +81,8 @@ public:
     // Revisions the coming syncs need, in the order they need them. Each
     // revision is fetched once.
     void WantRevisions(const std::vector<TWantedRevision>& atRevisions);
+    // How many revisions were asked for and are not taken yet.
+    size_t Outstanding() const;
     // Lets go of a wanted revision that will not be taken (its change was
     // synced by the server after all).
     void Drop(const std::string& strDepotFile, unsigned int nRev);
@@ -104,6 +106,7 @@ public:
         uint64_t nBytes = 0;
         unsigned nRetried = 0;
         unsigned nFailed = 0;    // fetches that failed for good
+        unsigned nSplit = 0;     // commands too large for the server's limits, asked again in halves
         double fWaitSeconds = 0; // the module's time waiting for a fetch
     };
     TStats Stats() const;
@@ -117,6 +120,8 @@ private:
     void Schedule(std::unique_lock<std::mutex>& rLock);
     void RunDescribe(TTask& tTask);
     void RunPrint(TTask& tTask);
+    // Puts the task's two halves first in the queue (with the lock held).
+    void SplitTask(TTask& tTask);
     // Counts a further try and waits before it; false when a stop came.
     bool WaitBeforeTry(unsigned nTry);
     // The spool folder's descriptor, the folder made the first time; -1

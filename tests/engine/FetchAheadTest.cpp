@@ -183,6 +183,18 @@ TEST_F(CFetchAheadTest, EveryKindOfChangeGivesTheSameCommits)
     EXPECT_EQ(strSlow, ImportRefs("one", {"--jobs", "1"}));
 }
 
+// The demo's history: the same commits with 0, the default and 32
+// connections.
+TEST_F(CFetchAheadTest, TheDemoGivesTheSameCommitsWhateverTheConnections)
+{
+    LoadHistory(ENGINETEST_DEMO_HISTORY);
+    const std::string strSlow = ImportRefs("slow", {"--jobs", "0"});
+    ASSERT_NE("", strSlow);
+    EXPECT_EQ(strSlow, ImportRefs("default", {}));
+    EXPECT_EQ(0u, FetchLine().find("fetched ahead: ")) << FetchLine();
+    EXPECT_EQ(strSlow, ImportRefs("many", {"--jobs", "32", "--verify"}));
+}
+
 // A run that continues an earlier one: each folder's first change is
 // synced by the server (the folder starts empty, the change before it is
 // in git already), the rest from what was fetched; the commits are those
@@ -203,6 +215,25 @@ TEST_F(CFetchAheadTest, AContinuedRunGivesTheCommitsOfOneRun)
     // and 6, not.
     const std::string strLine = FetchLine();
     EXPECT_NE(std::string::npos, strLine.find("; 4 syncs done from them, 3 by the server; ")) << strLine;
+}
+
+// A server whose MaxResults the batches go past: each is asked again in
+// halves until the server answers; the commits are the same.
+TEST_F(CFetchAheadTest, BatchesOverTheServersLimitsAreAskedInHalves)
+{
+    Load(EveryKind());
+    const TResult rLimit = RunProgram({ENGINETEST_P4SIM, "admin", "limits", m_strServer, "--max-results", "20"}, Env());
+    ASSERT_EQ(0, rLimit.nStatus) << rLimit.strErr;
+    // The integrations are listed whole, past the limit: without merges.
+    const std::string strSlow = ImportRefs("slow", {"--jobs", "0", "--no-merges"});
+    ASSERT_NE("", strSlow);
+    EXPECT_EQ(strSlow, ImportRefs("fast", {"--no-merges"}));
+    // The mainline's 7 descriptions name 26 files, its 21 revisions are
+    // more than 20: one describe and one print are split.
+    const std::string strLine = FetchLine();
+    EXPECT_NE(std::string::npos, strLine.find("; 2 commands over the server's limits asked again in halves"))
+        << strLine;
+    EXPECT_NE(std::string::npos, strLine.find("9 descriptions in 4 commands, 26 revisions (")) << strLine;
 }
 
 // Without connections of its own the run sends the module's commands and
