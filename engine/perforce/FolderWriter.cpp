@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <vector>
 
 namespace ORVANE {
@@ -63,6 +65,23 @@ bool SplitPath(const std::string& strPath, std::vector<std::string>& astrParts)
 std::string Why(const std::string& strWhat, const std::string& strPath, int nErrno)
 {
     return strWhat + " '" + strPath + "': " + std::strerror(nErrno);
+}
+
+// The process's umask, read without changing it (other threads make
+// files and start programs meanwhile); asked once.
+mode_t ProcessUmask()
+{
+    static const mode_t s_nMask = []() {
+        std::ifstream cStatus("/proc/self/status");
+        std::string strLine;
+        while (std::getline(cStatus, strLine))
+            if (strLine.compare(0, 6, "Umask:") == 0)
+                return mode_t(std::strtoul(strLine.c_str() + 6, nullptr, 8));
+        const mode_t nMask = ::umask(022);
+        ::umask(nMask);
+        return nMask;
+    }();
+    return s_nMask;
 }
 
 // A name for a file being made next to its final name.
@@ -128,8 +147,7 @@ std::string CFolderWriter::PutFile(const std::string& strPath, int nSourceDir, c
     CFd cDir(OpenParent(strPath, true, strLeaf, strError));
     if (cDir.Get() < 0)
         return strError;
-    const mode_t nMask = ::umask(0);
-    ::umask(nMask);
+    const mode_t nMask = ProcessUmask();
     if (::fchmodat(nSourceDir, strSource.c_str(), nMode & ~nMask, 0) != 0)
         return Why("cannot set the mode of", strPath, errno);
     if (::renameat(nSourceDir, strSource.c_str(), cDir.Get(), strLeaf.c_str()) != 0)
@@ -143,8 +161,7 @@ std::string CFolderWriter::PutContent(const std::string& strPath, const std::str
     CFd cDir(OpenParent(strPath, true, strLeaf, strError));
     if (cDir.Get() < 0)
         return strError;
-    const mode_t nMask = ::umask(0);
-    ::umask(nMask);
+    const mode_t nMask = ProcessUmask();
     struct stat tStat;
     CFd cFile;
     bool bNew = false;

@@ -73,7 +73,8 @@ struct CPrefetcher::TDescription
 struct CPrefetcher::TRevision
 {
     TState eState = eSlotPending;
-    uint64_t nCost = 1; // what it counts against the window, in bytes
+    bool bDropped = false; // let go of while on its way: forgotten when it comes
+    uint64_t nCost = 1;    // what it counts against the window, in bytes
     TFetched tFetched;
     std::string strProblem;
 };
@@ -324,8 +325,13 @@ void CPrefetcher::Drop(const std::string& strDepotFile, unsigned int nRev)
 {
     std::unique_lock<std::mutex> cLock(m_cMutex);
     auto it = m_mapRevisions.find(RevisionKey(strDepotFile, nRev));
-    if (it == m_mapRevisions.end() || it->second.eState == eSlotScheduled)
-        return; // one on its way is let go of when it is taken or at the end
+    if (it == m_mapRevisions.end())
+        return;
+    if (it->second.eState == eSlotScheduled)
+    {
+        it->second.bDropped = true;
+        return;
+    }
     if (it->second.eState == eSlotReady || it->second.eState == eSlotFailed)
     {
         if (it->second.eState == eSlotReady && it->second.tFetched.bSpooled)
@@ -729,6 +735,15 @@ void CPrefetcher::RunPrint(TTask& tTask)
             // Let go of meanwhile.
             if (itFetched != cSink.m_mapFetched.end() && itFetched->second.bSpooled)
                 ::unlinkat(m_nSpoolFd, itFetched->second.strName.c_str(), 0);
+            continue;
+        }
+        if (it->second.bDropped)
+        {
+            if (itFetched != cSink.m_mapFetched.end() && itFetched->second.bSpooled)
+                ::unlinkat(m_nSpoolFd, itFetched->second.strName.c_str(), 0);
+            m_nBytesOut -= it->second.nCost;
+            --m_nRevisionsOut;
+            m_mapRevisions.erase(it);
             continue;
         }
         if (itFetched != cSink.m_mapFetched.end())

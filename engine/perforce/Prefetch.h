@@ -5,6 +5,7 @@
 // arrive. What is fetched waits in a bounded window until it is taken.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -142,7 +143,7 @@ private:
     std::condition_variable m_cReady; // something fetched
     std::vector<std::thread> m_acThreads;
     std::deque<std::unique_ptr<TTask>> m_aTasks;
-    bool m_bStopping = false;
+    std::atomic<bool> m_bStopping{false};
     // The environment the commands run with, as it was when work was last
     // asked for (the module changes P4CLIENT while it runs).
     std::vector<std::string> m_astrEnvironment;

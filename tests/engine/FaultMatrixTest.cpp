@@ -680,12 +680,15 @@ TEST_F(CFaultTest, FastImportDies)
     ORVANE::VCM::CChildProcess cEngine = Start(
         Args(), FaultEnv({{"P4SIM_LATENCY_MS", "20"}, {"P4SIM_JOURNAL", strJournal}}), m_strTemp + "/out", strErr);
     ASSERT_TRUE(cEngine.IsRunning());
-    // Once the first change is synced, fast-import runs: it dies.
+    // Once the first change is synced (its contents fetched), fast-import
+    // runs: it dies.
     int nStatus = -1;
     std::vector<pid_t> anGit;
     while (anGit.empty() && !cEngine.TryWait(nStatus))
     {
-        if (ReadWholeFile(strJournal).find("\"args\":\"sync ") != std::string::npos)
+        const std::string strCommands = ReadWholeFile(strJournal);
+        if (strCommands.find("\"args\":\"sync ") != std::string::npos ||
+            strCommands.find("\"args\":\"-G print ") != std::string::npos)
             anGit = ProcessesWith("--git-dir=" + m_strGit + std::string(1, '\0') + "fast-import");
         std::this_thread::yield();
     }
