@@ -112,6 +112,8 @@ void CPrefetcher::Stop()
     for (std::thread& c : m_acThreads)
         c.join();
     m_acThreads.clear();
+    if (m_nSpoolFd < 0 && !m_strSpool.empty())
+        m_nSpoolFd = ::open(m_strSpool.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (m_nSpoolFd >= 0)
     {
         // The spool holds files only, each named by this class.
