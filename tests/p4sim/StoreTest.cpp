@@ -146,3 +146,43 @@ TEST(StoreCaseTest, AnInsensitiveServerAnswersEveryQueryThroughAnIndexToo)
         EXPECT_EQ(store.QueryPlan(query), kPlans.at(query)) << ORVANE::P4SIM::QueryText(query);
     }
 }
+
+TEST_F(StoreTest, AContentLongerThanOnePartIsKeptInPartsAndReadBackWhole)
+{
+    CStore store(m_sim.ServerDir());
+    store.SetContentPart(4);
+    store.Begin(true);
+    const std::map<std::string, std::string> kContents = {{"d0", ""},      {"d3", "abc"},      {"d4", "abcd"},
+                                                          {"d5", "abcde"}, {"d8", "abcdefgh"}, {"d11", "abcdefghijk"}};
+    for (const auto& tContent : kContents)
+        store.PutContent(tContent.first, tContent.second);
+    for (const auto& tContent : kContents)
+        EXPECT_EQ(store.Content(tContent.first), tContent.second) << tContent.first;
+    // The parts: full ones, then the rest, each under its own key.
+    store.SetContentPart(CStore::kContentPart);
+    EXPECT_EQ(store.Content("d11"), "abcd");
+    EXPECT_EQ(store.Content("d11+1"), "efgh");
+    EXPECT_EQ(store.Content("d11+2"), "ijk");
+    EXPECT_EQ(store.Content("d8+2"), "");
+    EXPECT_EQ(store.Content("unknown"), "");
+    store.Rollback();
+}
+
+TEST_F(StoreTest, AValueSQLiteRefusesFailsTheWriteInsteadOfVanishing)
+{
+    CStore store(m_sim.ServerDir());
+    store.Begin(true);
+    // A blob longer than SQLite's limit: bound without copying, so this
+    // costs no memory.
+    static const char s_c = 0;
+    try
+    {
+        store.Prepare(ORVANE::P4SIM::eQueryContentPut).BindBlob(2, &s_c, size_t(1) << 31);
+        ADD_FAILURE() << "bound";
+    }
+    catch (const std::runtime_error& e)
+    {
+        EXPECT_STREQ(e.what(), "database: string or blob too big");
+    }
+    store.Rollback();
+}

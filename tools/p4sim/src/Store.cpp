@@ -37,9 +37,12 @@ CStatement& CStatement::Bind(int nIndex, long long n)
     return *this;
 }
 
-CStatement& CStatement::BindBlob(int nIndex, const std::string& str)
+CStatement& CStatement::BindBlob(int nIndex, const char* pData, size_t nSize)
 {
-    sqlite3_bind_blob(m_pStmt, nIndex, str.data(), int(str.size()), SQLITE_STATIC);
+    // Unchecked, a refused value would be bound as NULL, and an INSERT OR
+    // IGNORE would drop the row without a word.
+    Check(sqlite3_db_handle(m_pStmt), sqlite3_bind_blob64(m_pStmt, nIndex, pData, sqlite3_uint64(nSize), SQLITE_STATIC),
+          "database");
     return *this;
 }
 

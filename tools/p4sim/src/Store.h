@@ -26,7 +26,9 @@ public:
     explicit CStatement(sqlite3_stmt* pStmt) : m_pStmt(pStmt) {}
     CStatement& Bind(int nIndex, const std::string& str);
     CStatement& Bind(int nIndex, long long n);
-    CStatement& BindBlob(int nIndex, const std::string& str);
+    // Throws when SQLite refuses the value (one longer than its limit).
+    CStatement& BindBlob(int nIndex, const char* pData, size_t nSize);
+    CStatement& BindBlob(int nIndex, const std::string& str) { return BindBlob(nIndex, str.data(), str.size()); }
     CStatement& BindNull(int nIndex);
     bool Step(); // true while a row is there
     void Run();  // steps to the end
@@ -172,7 +174,13 @@ public:
     // before it existed has none until its next write).
     bool HasIntegs();
 
-    // Contents, stored once per digest.
+    // Contents, stored once per digest. SQLite keeps no value longer than
+    // 1,000,000,000 bytes: a content longer than one part is kept in parts,
+    // the first under its digest, part N under "DIGEST+N"; every part but
+    // the last is full. SetContentPart() sets the part's size (tests use
+    // small ones; the default is kContentPart).
+    static constexpr size_t kContentPart = size_t(256) << 20;
+    void SetContentPart(size_t nBytes) { m_nContentPart = nBytes; }
     void PutContent(const std::string& strDigest, const std::string& strData);
     std::string Content(const std::string& strDigest);
 
@@ -218,6 +226,7 @@ private:
     sqlite3_stmt* m_apStatements[eQueryCount] = {};
     bool m_bInTransaction = false;
     bool m_bWriting = false;
+    size_t m_nContentPart = kContentPart;
 };
 
 } // namespace P4SIM

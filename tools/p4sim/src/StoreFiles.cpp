@@ -180,16 +180,47 @@ void CStore::DeleteOpened(long long nChange)
 
 // ---------------------------------------------------------------- contents
 
+namespace {
+
+std::string ContentKey(const std::string& strDigest, size_t nPart)
+{
+    return nPart == 0 ? strDigest : strDigest + "+" + std::to_string(nPart);
+}
+
+} // namespace
+
 void CStore::PutContent(const std::string& strDigest, const std::string& strData)
 {
-    Prepare(eQueryContentPut).Bind(1, strDigest).BindBlob(2, strData).Run();
+    size_t nPart = 0;
+    size_t nOffset = 0;
+    do
+    {
+        const size_t nSize = std::min(m_nContentPart, strData.size() - nOffset);
+        Prepare(eQueryContentPut)
+            .Bind(1, ContentKey(strDigest, nPart))
+            .BindBlob(2, strData.data() + nOffset, nSize)
+            .Run();
+        nOffset += nSize;
+        ++nPart;
+    } while (nOffset < strData.size());
 }
 
 std::string CStore::Content(const std::string& strDigest)
 {
-    CStatement cQuery = Prepare(eQueryContent);
-    cQuery.Bind(1, strDigest);
-    return cQuery.Step() ? cQuery.Text(0) : std::string();
+    std::string strData;
+    for (size_t nPart = 0;; ++nPart)
+    {
+        CStatement cQuery = Prepare(eQueryContent);
+        cQuery.Bind(1, ContentKey(strDigest, nPart));
+        if (!cQuery.Step())
+            break;
+        const size_t nBefore = strData.size();
+        strData += cQuery.Text(0);
+        // A part that is not full is the last one.
+        if (strData.size() - nBefore < m_nContentPart)
+            break;
+    }
+    return strData;
 }
 
 // ---------------------------------------------------------------- have lists
