@@ -123,65 +123,84 @@ std::string LocalName(const std::string& strDepotName)
     return str;
 }
 
-uint32_t CFastSync::Intern(std::vector<std::string>& astr, std::unordered_map<std::string, uint32_t>& map,
-                           const std::string& str)
-{
-    auto it = map.find(str);
-    if (it != map.end())
-        return it->second;
-    astr.push_back(str);
-    map.emplace(str, uint32_t(astr.size() - 1));
-    return uint32_t(astr.size() - 1);
-}
-
 void CFastSync::OnListing(const std::string& strPath, const std::vector<unsigned int>& anChanges)
 {
     std::string strFolder = strPath;
     if (strFolder.size() >= 3 && strFolder.compare(strFolder.size() - 3, 3, "...") == 0)
         strFolder.resize(strFolder.size() - 3);
     std::vector<unsigned int>& an = m_mapListings[strFolder];
-    for (unsigned int n : an)
-        Used(n);
     an = anChanges;
     std::sort(an.begin(), an.end());
     an.erase(std::unique(an.begin(), an.end()), an.end());
-    for (unsigned int n : an)
-        ++m_mapUses[n];
 }
 
-void CFastSync::Used(unsigned int nChange)
+std::vector<CFastSync::TFileAction> CFastSync::FileActions(const std::vector<TP4Record>& atRecords)
 {
-    auto it = m_mapUses.find(nChange);
-    if (it == m_mapUses.end() || --it->second > 0)
-        return;
-    m_mapUses.erase(it);
-    m_mapChanges.erase(nChange);
-}
-
-void CFastSync::OnDescribed(unsigned int nChange, const std::vector<TP4Record>& atRecords)
-{
-    std::vector<TFileAction>& at = m_mapChanges[nChange];
-    at.clear();
+    std::map<int, TFileAction> mapFiles;
     for (const TP4Record& tRecord : atRecords)
-    {
-        std::map<int, TFileAction> mapFiles;
         for (const auto& kv : tRecord)
         {
             int n;
             if ((n = FileIndex(kv.first, "depotFile")) >= 0)
-                mapFiles[n].nName = Intern(m_astrNames, m_mapNames, kv.second);
+                mapFiles[n].strName = kv.second;
             else if ((n = FileIndex(kv.first, "action")) >= 0)
                 mapFiles[n].eKind = KindOf(kv.second);
             else if ((n = FileIndex(kv.first, "type")) >= 0)
-                mapFiles[n].nType = Intern(m_astrTypes, m_mapTypes, kv.second);
+                mapFiles[n].tType = SyncedType(kv.second);
             else if ((n = FileIndex(kv.first, "rev")) >= 0)
                 mapFiles[n].nRev = uint32_t(Number(kv.second));
             else if ((n = FileIndex(kv.first, "fileSize")) >= 0)
                 mapFiles[n].nSize = Number(kv.second);
         }
-        for (const auto& kv : mapFiles)
-            at.push_back(kv.second);
+    std::vector<TFileAction> at;
+    at.reserve(mapFiles.size());
+    for (auto& kv : mapFiles)
+        at.push_back(std::move(kv.second));
+    return at;
+}
+
+void CFastSync::OnDescribed(const std::string& strListing, unsigned int nChange,
+                            const std::vector<TP4Record>& atRecords)
+{
+    // The module reads the history before anything is synced: of each
+    // stream only the first changes are kept for the start of its import
+    // (the others are asked for again as it comes near them), so that
+    // memory does not grow with the history.
+    std::string strFolder = strListing;
+    if (strFolder.size() >= 3 && strFolder.compare(strFolder.size() - 3, 3, "...") == 0)
+        strFolder.resize(strFolder.size() - 3);
+    auto it = m_mapListings.find(strFolder);
+    if (it == m_mapListings.end())
+        return;
+    const size_t nIndex = size_t(std::lower_bound(it->second.begin(), it->second.end(), nChange) - it->second.begin());
+    if (nIndex < nKeptFirst)
+        m_mapChanges[nChange] = FileActions(atRecords);
+}
+
+const std::vector<CFastSync::TFileAction>* CFastSync::FilesOf(unsigned int nChange, bool bWait)
+{
+    auto it = m_mapChanges.find(nChange);
+    if (it != m_mapChanges.end())
+        return &it->second;
+    std::string strRecord, strProblem;
+    if (!m_rFetcher.TakeDescription(nChange, strRecord, strProblem, bWait))
+    {
+        if (!bWait || !strProblem.empty())
+            return nullptr;
+        // Never asked for: now.
+        m_rFetcher.WantDescriptions({nChange});
+        if (!m_rFetcher.TakeDescription(nChange, strRecord, strProblem, true))
+            return nullptr;
     }
+    std::vector<TP4Record> atRecords;
+    CMarshalDecoder cDecoder;
+    cDecoder.Feed(strRecord.data(), strRecord.size(), [&atRecords](const TP4Record& t) {
+        atRecords.push_back(t);
+        return true;
+    });
+    if (!cDecoder.AtRecordEnd() || atRecords.empty() || RecordValue(atRecords[0], "code") != "stat")
+        return nullptr;
+    return &(m_mapChanges[nChange] = FileActions(atRecords));
 }
 
 bool CFastSync::ReadView()
@@ -221,30 +240,43 @@ void CFastSync::WantOf(const std::string& strFolder, const std::vector<TFileActi
     for (size_t i = nFirst; i < nEnd && i < atActions.size(); ++i)
     {
         const TFileAction& t = atActions[i];
-        if (t.eKind != eContent || !SyncedType(m_astrTypes[t.nType]).bSupported)
-            continue;
-        const std::string& strName = m_astrNames[t.nName];
-        if (!m_cView.LocalPathBelow(strFolder, strName).empty())
-            at.push_back(TWantedRevision{strName, t.nRev, t.nSize});
+        if (t.eKind == eContent && t.tType.bSupported && !m_cView.LocalPathBelow(strFolder, t.strName).empty())
+            at.push_back(TWantedRevision{t.strName, t.nRev, t.nSize});
     }
 }
 
 void CFastSync::WantAhead(const std::string& strFolder, TFolder& tFolder, const std::vector<unsigned int>& anListing,
                           size_t nFrom, std::vector<TWantedRevision>& at)
 {
-    // The coming changes, whole, while the fetcher holds fewer revisions
-    // than this: it bounds what it fetches, this what it is told of. A
-    // change larger than that is asked for piece by piece as it is synced.
+    // The descriptions of the coming changes, then the revisions of those
+    // whose description is here, whole, while the fetcher holds fewer
+    // revisions than the budget: it bounds what it fetches, this what it is
+    // told of. A change larger than that is asked for piece by piece as it
+    // is synced.
+    // Both in chunks, when what was asked for runs short, so that they
+    // share commands.
+    const size_t nDescriptionsAhead = 128;
+    const size_t nChangesAhead = 64;
     const size_t nBudget = 8192;
+    std::vector<unsigned int> anDescribe;
+    if (tFolder.nDescribedUpTo < nFrom + nDescriptionsAhead / 2)
+        for (size_t i = std::max(nFrom, tFolder.nDescribedUpTo); i < anListing.size() && i < nFrom + nDescriptionsAhead;
+             ++i)
+        {
+            if (!m_mapChanges.count(anListing[i]))
+                anDescribe.push_back(anListing[i]);
+            tFolder.nDescribedUpTo = i + 1;
+        }
+    if (!anDescribe.empty())
+        m_rFetcher.WantDescriptions(anDescribe);
     size_t i = std::max(nFrom, tFolder.nWantedUpTo);
-    for (; i < anListing.size() && i < nFrom + 256; ++i)
+    const size_t nUpTo = i < nFrom + nChangesAhead / 2 ? nFrom + nChangesAhead : i;
+    for (; i < tFolder.nDescribedUpTo && i < nUpTo; ++i)
     {
-        auto it = m_mapChanges.find(anListing[i]);
-        if (it == m_mapChanges.end())
-            continue;
-        if (m_rFetcher.Outstanding() + at.size() + it->second.size() > nBudget)
+        const std::vector<TFileAction>* pFiles = FilesOf(anListing[i], false);
+        if (!pFiles || m_rFetcher.Outstanding() + at.size() + pFiles->size() > nBudget)
             break;
-        WantOf(strFolder, it->second, 0, it->second.size(), at);
+        WantOf(strFolder, *pFiles, 0, pFiles->size(), at);
     }
     tFolder.nWantedUpTo = std::max(tFolder.nWantedUpTo, i);
     m_rFetcher.WantRevisions(at);
@@ -264,19 +296,20 @@ bool CFastSync::Sync(const std::string& strFolder, unsigned int nChange, std::st
     const size_t nIndex = size_t(itAt - pListing->begin());
     TFolder& tFolder = m_mapFolders[strFolder];
     const unsigned int nBefore = nIndex == 0 ? 0 : (*pListing)[nIndex - 1];
-    auto itChange = m_mapChanges.find(nChange);
     std::vector<TWantedRevision> atWanted;
-    if (!tFolder.bKnown || tFolder.nAt != nBefore || itChange == m_mapChanges.end())
+    const std::vector<TFileAction>* pFiles =
+        tFolder.bKnown && tFolder.nAt == nBefore ? FilesOf(nChange, true) : nullptr;
+    if (!pFiles)
     {
         WantAhead(strFolder, tFolder, *pListing, nIndex + 1, atWanted);
         return false;
     }
-    const std::vector<TFileAction>& atActions = itChange->second;
+    const std::vector<TFileAction>& atActions = *pFiles;
     // Every file of the change in the folder must be one a sync writes as
     // the server sends it.
     for (const TFileAction& t : atActions)
-        if ((t.eKind == eOther || (t.eKind == eContent && !SyncedType(m_astrTypes[t.nType]).bSupported)) &&
-            !m_cView.LocalPathBelow(strFolder, m_astrNames[t.nName]).empty())
+        if ((t.eKind == eOther || (t.eKind == eContent && !t.tType.bSupported)) &&
+            !m_cView.LocalPathBelow(strFolder, t.strName).empty())
         {
             WantAhead(strFolder, tFolder, *pListing, nIndex + 1, atWanted);
             return false;
@@ -301,15 +334,14 @@ bool CFastSync::Sync(const std::string& strFolder, unsigned int nChange, std::st
                 m_rFetcher.WantRevisions(atWanted);
         }
         const TFileAction& t = atActions[i];
-        const std::string strBelow = m_cView.LocalPathBelow(strFolder, m_astrNames[t.nName]);
+        const std::string strBelow = m_cView.LocalPathBelow(strFolder, t.strName);
         if (strBelow.empty())
             continue;
         TFetched tFetched;
         if (t.eKind == eContent)
         {
             std::string strProblem;
-            const CPrefetcher::TTaken eTaken =
-                m_rFetcher.TakeRevision(m_astrNames[t.nName], t.nRev, tFetched, strProblem);
+            const CPrefetcher::TTaken eTaken = m_rFetcher.TakeRevision(t.strName, t.nRev, tFetched, strProblem);
             if (eTaken != CPrefetcher::eTaken)
             {
                 if (eTaken == CPrefetcher::eFailed && strProblem != "stopped")
@@ -342,7 +374,7 @@ std::string CFastSync::Put(const CFolderWriter& cWriter, const std::string& strP
                 ::unlinkat(nSpool, t.strName.c_str(), 0);
         }
     } tRelease{tFetched, nSpool};
-    const TSyncedType tType = SyncedType(m_astrTypes[tAction.nType]);
+    const TSyncedType& tType = tAction.tType;
     if (tAction.eKind == eDelete)
         return cWriter.Remove(strPath);
     if (tType.bLink)
@@ -397,8 +429,8 @@ void CFastSync::AfterServerSync(const std::string& strFolder, unsigned int nChan
     auto itChange = m_mapChanges.find(nChange);
     if (itChange != m_mapChanges.end() && !m_bDisabled && m_nView == 1)
         for (const TFileAction& t : itChange->second)
-            if (t.eKind == eContent && !m_cView.LocalPathBelow(strFolder, m_astrNames[t.nName]).empty())
-                m_rFetcher.Drop(m_astrNames[t.nName], t.nRev);
+            if (t.eKind == eContent && !m_cView.LocalPathBelow(strFolder, t.strName).empty())
+                m_rFetcher.Drop(t.strName, t.nRev);
     Reached(strFolder, tFolder, nChange);
 }
 
@@ -410,7 +442,7 @@ void CFastSync::Reached(const std::string& strFolder, TFolder& tFolder, unsigned
         return;
     const size_t nEnd = size_t(std::upper_bound(pListing->begin(), pListing->end(), nChange) - pListing->begin());
     for (; tFolder.nPassed < nEnd; ++tFolder.nPassed)
-        Used((*pListing)[tFolder.nPassed]);
+        m_mapChanges.erase((*pListing)[tFolder.nPassed]);
 }
 
 void CFastSync::BeforeClientRemoval()

@@ -49,9 +49,9 @@ public:
 
     // The module listed the changes of the depot path ("//depot/main/...").
     void OnListing(const std::string& strPath, const std::vector<unsigned int>& anChanges);
-    // The module was given the change's description (its records as the
-    // server sent them).
-    void OnDescribed(unsigned int nChange, const std::vector<TP4Record>& atRecords);
+    // The module was given the description of the change of the listed
+    // path (its records as the server sent them).
+    void OnDescribed(const std::string& strListing, unsigned int nChange, const std::vector<TP4Record>& atRecords);
 
     // Brings the folder to the change; false when the server must (with
     // strNotice set when the user should know why).
@@ -68,25 +68,33 @@ public:
     unsigned ServerSyncs() const { return m_nServer; }
 
 private:
+    // One file of a change as its description says.
     struct TFileAction
     {
-        uint32_t nName = 0;
+        std::string strName; // the depot file as the server writes it
         uint32_t nRev = 0;
-        uint32_t nType = 0;
-        uint8_t eKind = 0;
         uint64_t nSize = 0;
+        uint8_t eKind = 0;
+        TSyncedType tType;
     };
     struct TFolder
     {
         bool bKnown = true;         // nAt says what the folder holds
         unsigned int nAt = 0;       // the change the folder is at (0: empty)
         unsigned int nServerAt = 0; // the change the server's have list is at
+        size_t nDescribedUpTo = 0;  // the listing's changes whose descriptions were asked for
         size_t nWantedUpTo = 0;     // the listing's changes whose revisions were asked for
         size_t nPassed = 0;         // the listing's changes the folder is past
     };
+    // Of each listing, the descriptions of the first changes the module
+    // reads are kept for the start of the import.
+    static const size_t nKeptFirst = 64;
 
-    uint32_t Intern(std::vector<std::string>& astr, std::unordered_map<std::string, uint32_t>& map,
-                    const std::string& str);
+    static std::vector<TFileAction> FileActions(const std::vector<TP4Record>& atRecords);
+    // The files of the change, from its description (fetched now when it is
+    // not here and bWait, else only when it came); null when it cannot be
+    // had.
+    const std::vector<TFileAction>* FilesOf(unsigned int nChange, bool bWait);
     bool ReadView();
     // The depot folder of the local folder and its listing (oldest first).
     const std::vector<unsigned int>* ListingOf(const std::string& strFolder, std::string& strDepotFolder);
@@ -94,9 +102,9 @@ private:
     // that the folder will need.
     void WantOf(const std::string& strFolder, const std::vector<TFileAction>& atActions, size_t nFirst, size_t nEnd,
                 std::vector<TWantedRevision>& at);
-    // Asks for the revisions of the listing's changes from nFrom on that the
-    // folder will need.
-    // Asks for them, and for those in at.
+    // Asks for the descriptions of the listing's changes from nFrom on, and
+    // for the revisions the folder will need of those that came, and those
+    // in at.
     void WantAhead(const std::string& strFolder, TFolder& tFolder, const std::vector<unsigned int>& anListing,
                    size_t nFrom, std::vector<TWantedRevision>& at);
     bool Flush(const std::string& strFolder, TFolder& tFolder);
@@ -104,9 +112,8 @@ private:
     std::string Put(const CFolderWriter& cWriter, const std::string& strPath, const TFileAction& tAction,
                     TFetched& tFetched);
     // The folder was synced to the change: the changes of its listing up
-    // to it are behind it.
+    // to it are behind it, their files forgotten.
     void Reached(const std::string& strFolder, TFolder& tFolder, unsigned int nChange);
-    void Used(unsigned int nChange);
 
     std::string m_strP4;
     CPrefetcher& m_rFetcher;
@@ -114,12 +121,8 @@ private:
     int m_nView = -1; // -1: not read yet; 0: unusable; 1: read
     CClientView m_cView;
     std::map<std::string, std::vector<unsigned int>> m_mapListings; // "//depot/main/" -> changes, oldest first
+    // The files of the changes about to be synced.
     std::unordered_map<unsigned int, std::vector<TFileAction>> m_mapChanges;
-    // How many listings hold each change and have not synced it yet: a
-    // change's files are forgotten once every folder is past it.
-    std::unordered_map<unsigned int, unsigned> m_mapUses;
-    std::vector<std::string> m_astrNames, m_astrTypes;
-    std::unordered_map<std::string, uint32_t> m_mapNames, m_mapTypes;
     std::map<std::string, TFolder> m_mapFolders;
     unsigned m_nFast = 0;
     unsigned m_nServer = 0;

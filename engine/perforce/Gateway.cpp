@@ -322,7 +322,7 @@ int CP4Gateway::Pass(VCM::IChildRun& rRun)
     {
         const unsigned int nChange = ChangeNumber(tCommand.astrArgs[0]);
         if (strProblem.empty() && m_pFastSync)
-            m_pFastSync->OnDescribed(nChange, m_atDescribed);
+            m_pFastSync->OnDescribed(m_strListing, nChange, m_atDescribed);
         if (strProblem.empty())
             nStatus = CheckDescription(rRun, strOutput, nStatus, nChange);
         else

@@ -249,11 +249,13 @@ void CPrefetcher::WantDescriptions(const std::vector<unsigned int>& anChanges)
     Schedule(cLock);
 }
 
-bool CPrefetcher::TakeDescription(unsigned int nChange, std::string& strRecord, std::string& strProblem)
+bool CPrefetcher::TakeDescription(unsigned int nChange, std::string& strRecord, std::string& strProblem, bool bWait)
 {
     std::unique_lock<std::mutex> cLock(m_cMutex);
     auto it = m_mapDescriptions.find(nChange);
     if (it == m_mapDescriptions.end())
+        return false;
+    if (!bWait && it->second.eState != eSlotReady)
         return false;
     if (it->second.eState == eSlotPending)
     {

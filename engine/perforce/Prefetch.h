@@ -71,9 +71,10 @@ public:
     // The changes whose descriptions the module will ask for, in its order.
     void WantDescriptions(const std::vector<unsigned int>& anChanges);
     // The change's description as the server sent it (one marshalled
-    // record), waiting while it is on its way. False when it was not
-    // fetched (not asked for, or the fetch failed: strProblem says how).
-    bool TakeDescription(unsigned int nChange, std::string& strRecord, std::string& strProblem);
+    // record), waiting while it is on its way (unless !bWait: then false
+    // while it is). False when it was not fetched (not asked for, or the
+    // fetch failed: strProblem says how).
+    bool TakeDescription(unsigned int nChange, std::string& strRecord, std::string& strProblem, bool bWait = true);
 
     // The folder the revisions are spooled to (made here, removed by Stop).
     // False with the reason when it cannot be made.
