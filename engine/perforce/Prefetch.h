@@ -29,7 +29,7 @@ struct TPrefetchPolicy
     unsigned nDescriptionsAhead = 0;   // 0: four batches per connection
     unsigned nPrintFiles = 64;         // revisions per print
     uint64_t nPrintBytes = 16u << 20;  // content per print (a larger revision goes alone)
-    uint64_t nBytesAhead = 32u << 20;  // content fetched and not yet taken
+    uint64_t nBytesAhead = 8u << 20;   // content fetched and not yet taken
     // A revision up to this size waits in memory, a larger one in the spool
     // folder (so that memory stays bounded whatever the files' sizes).
     uint64_t nInMemory = 1u << 20;
