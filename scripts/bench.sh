@@ -6,7 +6,7 @@
 # (50 ms would take about 40 minutes at 20,000 changes: not run), the same
 # at 5 ms without merges, and at 0 ms with --jobs 0 and --jobs 32 besides the
 # default (the refs of the three must be the same, or the script fails,
-# after the report; skipped while orvane-import has no --jobs); measures
+# after the report); measures
 # p4sim per command on that history (p4sim_bench); then the peak memory of
 # an import of a history with one 2 GB file (not with --quick); last the
 # record database (bench-recorddb). Prints a table; writes latest.json and
@@ -104,12 +104,6 @@ else
     echo "bench: no git-p4 given (--git-p4 PATH or GIT_P4): skipped the comparison with git-p4" >&2
 fi
 
-jobs=0
-if "$import" --help | grep -q -- '--jobs'; then
-    jobs=1
-else
-    echo "bench: orvane-import has no --jobs yet: skipped the runs with --jobs 0 and 32" >&2
-fi
 failed=0
 
 now() { echo "$EPOCHREALTIME"; }
@@ -163,31 +157,29 @@ for n in "${sizes[@]}"; do
         fi
         rm -rf "$work/git"
     done
-    if ((jobs)); then
-        for j in 0 32; do
-            echo "bench: $n changes: importing with --jobs $j, 0 ms latency per p4 command" >&2
-            ours "$server" 0 "$work/import-$n-0-jobs$j.json" "$work/git" --jobs "$j" >/dev/null
-            refs "$work/git" >"$work/refs-$n-jobs$j.txt"
-            rm -rf "$work/git"
-        done
-        # Every ref that is not the same in all three lists, with its commit
-        # in each ("none" where it is missing).
-        lists=("$work/refs-$n-jobs0.txt" "$work/refs-$n-default.txt" "$work/refs-$n-jobs32.txt")
-        cat "${lists[@]}" | sort | uniq -c | awk '$1 != 3 { print $3 }' | sort -u |
-            while read -r ref; do
-                printf '%s' "$ref"
-                for list in "${lists[@]}"; do
-                    printf ' %s' "$(awk -v ref="$ref" '$2 == ref { c = $1 } END { print c ? c : "none" }' "$list")"
-                done
-                echo
-            done >"$work/jobs-$n.txt"
-        if [[ -s $work/jobs-$n.txt ]]; then
-            echo "bench: $n changes: the refs differ between --jobs 0, default and 32 (commits in that order):" >&2
-            sed 's/^/bench:   /' "$work/jobs-$n.txt" >&2
-            failed=1
-        else
-            echo "bench: $n changes: same commits with --jobs 0, default, 32" >&2
-        fi
+    for j in 0 32; do
+        echo "bench: $n changes: importing with --jobs $j, 0 ms latency per p4 command" >&2
+        ours "$server" 0 "$work/import-$n-0-jobs$j.json" "$work/git" --jobs "$j" >/dev/null
+        refs "$work/git" >"$work/refs-$n-jobs$j.txt"
+        rm -rf "$work/git"
+    done
+    # Every ref that is not the same in all three lists, with its commit
+    # in each ("none" where it is missing).
+    lists=("$work/refs-$n-jobs0.txt" "$work/refs-$n-default.txt" "$work/refs-$n-jobs32.txt")
+    cat "${lists[@]}" | sort | uniq -c | awk '$1 != 3 { print $3 }' | sort -u |
+        while read -r ref; do
+            printf '%s' "$ref"
+            for list in "${lists[@]}"; do
+                printf ' %s' "$(awk -v ref="$ref" '$2 == ref { c = $1 } END { print c ? c : "none" }' "$list")"
+            done
+            echo
+        done >"$work/jobs-$n.txt"
+    if [[ -s $work/jobs-$n.txt ]]; then
+        echo "bench: $n changes: the refs differ between --jobs 0, default and 32 (commits in that order):" >&2
+        sed 's/^/bench:   /' "$work/jobs-$n.txt" >&2
+        failed=1
+    else
+        echo "bench: $n changes: same commits with --jobs 0, default, 32" >&2
     fi
     # What reading the integrations (for merge commits) costs: the same
     # import without them.
