@@ -184,7 +184,14 @@ int CImport::Run()
         m_cProgress.BreakLine();
     Cleanup(nStatus);
     if (m_pStats)
+    {
         m_pStats->SetChanges(m_cProgress.Done());
+        unsigned nCommands = 0;
+        double fWait = 0;
+        if (m_pSource)
+            m_pSource->Fetched(nCommands, fWait);
+        m_pStats->SetFetched(nCommands, fWait);
+    }
     if (!strMessage.empty() && (nStatus != eExitDone || !m_tOptions.bQuiet))
         Say(nStatus == eExitDone ? strMessage : "error: " + strMessage);
     return nStatus;

@@ -126,7 +126,7 @@ void CRunStats::OnChildEnded(const std::vector<std::string>& astrArgs, int nStat
 
 std::string CRunStats::Json(const TRunFigures& tFigures) const
 {
-    const double fOurs = tFigures.fWallSeconds - m_fChildSeconds;
+    const double fOurs = tFigures.fWallSeconds - m_fChildSeconds - m_fFetchWaitSeconds;
     nlohmann::ordered_json j;
     j["wall_s"] = tFigures.fWallSeconds;
     j["changes"] = m_nChanges;
@@ -138,6 +138,8 @@ std::string CRunStats::Json(const TRunFigures& tFigures) const
                             {"s", kv.second.fSeconds},
                             {"ms_each", Milliseconds(kv.second.fSeconds, kv.second.nCount)}};
     j["child_kinds"] = jKinds;
+    j["fetch_commands"] = m_nFetchCommands;
+    j["fetch_wait_s"] = m_fFetchWaitSeconds;
     j["ours_s"] = fOurs;
     j["ours_per_change_ms"] = Milliseconds(fOurs, m_nChanges);
     j["cpu_s"] = tFigures.fCpuSeconds;

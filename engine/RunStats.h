@@ -43,6 +43,14 @@ public:
     // provider's, named after this process).
     void SetStagingPrefix(const std::string& strPrefix) { m_strStagingPrefix = strPrefix; }
     void SetChanges(unsigned nChanges) { m_nChanges = nChanges; }
+    // What the source fetched ahead on connections of its own: the commands
+    // run, and how long the run waited for them (which is no time of its
+    // own).
+    void SetFetched(unsigned nCommands, double fWaitSeconds)
+    {
+        m_nFetchCommands = nCommands;
+        m_fFetchWaitSeconds = fWaitSeconds;
+    }
     // Looks at the staging files' sizes now and keeps the largest seen.
     void SampleStaging();
 
@@ -70,6 +78,8 @@ private:
     double m_fChildSeconds = 0;
     unsigned m_nChildCount = 0;
     unsigned m_nChanges = 0;
+    unsigned m_nFetchCommands = 0;
+    double m_fFetchWaitSeconds = 0;
     unsigned long long m_nStagingMaxData = 0;
     unsigned long long m_nStagingMaxLog = 0;
     unsigned long long m_nStagingMax = 0;

@@ -90,6 +90,13 @@ public:
     // Nothing more is synced: what the source fetched ahead goes, and
     // nothing more is fetched.
     virtual void StopFetching() {}
+    // What the source fetched ahead: how many commands, and how long the
+    // provider's calls waited for them.
+    virtual void Fetched(unsigned& nCommands, double& fWaitSeconds) const
+    {
+        nCommands = 0;
+        fWaitSeconds = 0;
+    }
     // Syncs the stream's folder at the change into another folder the way
     // the source itself writes it, for a check of what the run wrote:
     // false with strProblem when that failed, false with it empty when the

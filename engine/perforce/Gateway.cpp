@@ -397,6 +397,17 @@ void CP4Gateway::StopFetching()
         m_pFetcher->Stop();
 }
 
+void CP4Gateway::Fetched(unsigned& nCommands, double& fWaitSeconds) const
+{
+    nCommands = 0;
+    fWaitSeconds = 0;
+    if (!m_pFetcher)
+        return;
+    const CPrefetcher::TStats t = m_pFetcher->Stats();
+    nCommands = t.nDescribeCommands + t.nPrintCommands;
+    fWaitSeconds = t.fWaitSeconds;
+}
+
 void CP4Gateway::SetCaseInsensitiveServer()
 {
     if (m_pFastSync)

@@ -109,6 +109,9 @@ public:
     void StopFetching();
     // What was fetched ahead, and how the syncs went ("" without fetching).
     std::string FetchSummary() const;
+    // The commands run to fetch ahead, and how long the module waited for
+    // what they fetched.
+    void Fetched(unsigned& nCommands, double& fWaitSeconds) const;
     // A server that compares names without case: every sync goes to it.
     void SetCaseInsensitiveServer();
 

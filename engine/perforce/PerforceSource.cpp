@@ -530,6 +530,14 @@ void CPerforceSource::OnWorkspace(const std::string& strFolder)
     m_pGateway->SetSpool(strFolder + "/.fetched-ahead");
 }
 
+void CPerforceSource::Fetched(unsigned& nCommands, double& fWaitSeconds) const
+{
+    nCommands = 0;
+    fWaitSeconds = 0;
+    if (m_pGateway)
+        m_pGateway->Fetched(nCommands, fWaitSeconds);
+}
+
 void CPerforceSource::StopFetching()
 {
     if (m_pGateway)

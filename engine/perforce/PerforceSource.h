@@ -33,6 +33,7 @@ public:
     void BeforeImport() override;
     void OnWorkspace(const std::string& strFolder) override;
     void StopFetching() override;
+    void Fetched(unsigned& nCommands, double& fWaitSeconds) const override;
     bool SyncElsewhere(const TStream& tStream, unsigned int nNumber, const std::string& strFolder,
                        std::string& strProblem) override;
     std::string TemporaryClient() const override { return g_pszPerforceClient; }

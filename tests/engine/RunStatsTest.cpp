@@ -115,6 +115,22 @@ TEST(RunStats, NoChangesNoCostPerChange)
     EXPECT_EQ(0u, j["child_kinds"].size());
 }
 
+// The time the run waited for what was fetched ahead on other connections
+// is the server's, not the run's own.
+TEST(RunStats, TheWaitForFetchesIsNoTimeOfItsOwn)
+{
+    CRunStats cStats;
+    cStats.SetChanges(4);
+    cStats.SetFetched(37, 1.5);
+    TRunFigures tFigures;
+    tFigures.fWallSeconds = 3.5;
+    const nlohmann::json j = nlohmann::json::parse(cStats.Json(tFigures));
+    EXPECT_EQ(37u, j["fetch_commands"].get<unsigned>());
+    EXPECT_EQ(1.5, j["fetch_wait_s"].get<double>());
+    EXPECT_EQ(2.0, j["ours_s"].get<double>());
+    EXPECT_EQ(500.0, j["ours_per_change_ms"].get<double>());
+}
+
 TEST(RunStats, KeepsTheLargestStagingSizeSeen)
 {
     enginetest::TScratch cScratch;
