@@ -55,11 +55,16 @@ std::string CSha256::HexDigest()
     return Hex(ach, sizeof(ach));
 }
 
+void StartGitBlob(CSha1& cSha1, uint64_t nSize)
+{
+    const std::string strHeader = "blob " + std::to_string(nSize);
+    cSha1.Update(strHeader.c_str(), strHeader.size() + 1); // the header ends with its NUL
+}
+
 std::string GitBlobName(const std::string& strContent)
 {
-    const std::string strHeader = "blob " + std::to_string(strContent.size());
     CSha1 c;
-    c.Update(strHeader.c_str(), strHeader.size() + 1); // the header ends with its NUL
+    StartGitBlob(c, strContent.size());
     c.Update(strContent.data(), strContent.size());
     return c.HexDigest();
 }

@@ -6,6 +6,7 @@
 #include <nettle/sha2.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 namespace ORVANE {
@@ -35,6 +36,9 @@ private:
     sha256_ctx m_tContext;
 };
 
+// Starts the name of a blob of nSize bytes: hashes git's header of it. The
+// content follows.
+void StartGitBlob(CSha1& cSha1, uint64_t nSize);
 // The name git gives a blob with this content.
 std::string GitBlobName(const std::string& strContent);
 std::string Sha256Hex(const std::string& strContent);

@@ -84,35 +84,44 @@ const size_t s_nJoinedBlobBytes = 64 * 1024;
 
 } // namespace
 
-bool CFastImportWriter::Send(const std::string& str)
+bool CFastImportWriter::Send(const char* p, size_t n)
 {
     if (m_bFailed)
         return false;
-    if (!m_cSink.Write(str.data(), str.size()))
+    if (!m_cSink.Write(p, n))
         m_bFailed = true;
     return !m_bFailed;
 }
 
-unsigned CFastImportWriter::Blob(const std::string& strName, const std::string& strContent)
+unsigned CFastImportWriter::Blob(const std::string& strName, const CBlobContent& cContent)
 {
     auto it = m_mapBlobs.find(strName);
     if (it != m_mapBlobs.end())
         return it->second;
     const unsigned nMark = m_nNextMark++;
-    std::string strHead = "blob\nmark :" + std::to_string(nMark) + "\ndata " + std::to_string(strContent.size()) + "\n";
-    if (strContent.size() <= s_nJoinedBlobBytes)
+    std::string strHead = "blob\nmark :" + std::to_string(nMark) + "\ndata " + std::to_string(cContent.Size()) + "\n";
+    const std::string* pstrText = cContent.Text();
+    if (pstrText && pstrText->size() <= s_nJoinedBlobBytes)
     {
         // Most files are small: one write instead of three.
-        strHead.reserve(strHead.size() + strContent.size() + 1);
-        strHead += strContent;
+        strHead.reserve(strHead.size() + pstrText->size() + 1);
+        strHead += *pstrText;
         strHead += '\n';
         Send(strHead);
     }
     else
     {
+        // fast-import reads exactly the size announced: a file that
+        // changed on the way still gives that many bytes, so that what
+        // follows is read as it is meant.
         Send(strHead);
-        Send(strContent);
+        const std::string strProblem = cContent.Pieces([this](const char* p, size_t n) { return Send(p, n); });
         Send("\n");
+        if (!strProblem.empty())
+        {
+            m_strContentProblem = strProblem;
+            return 0;
+        }
     }
     m_mapBlobs[strName] = nMark;
     return nMark;

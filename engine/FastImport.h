@@ -51,8 +51,19 @@ public:
     explicit CFastImportWriter(CByteSink& cSink) : m_cSink(cSink) {}
 
     // The mark of a blob with this name (its git name), sending its
-    // content only the first time since the last commit.
-    unsigned Blob(const std::string& strName, const std::string& strContent);
+    // content only the first time since the last commit. The content of a
+    // file goes in pieces, as long as announced whatever happens to the
+    // file; when it no longer held the blob's bytes, the blob is not
+    // remembered, the result is 0 and ContentProblem() tells why: nothing
+    // may refer to it.
+    unsigned Blob(const std::string& strName, const CBlobContent& cContent);
+    // The same for text (a copy of it is made).
+    unsigned Blob(const std::string& strName, const std::string& strContent)
+    {
+        return Blob(strName, CBlobContent(strContent));
+    }
+    // Why the last Blob gave 0.
+    const std::string& ContentProblem() const { return m_strContentProblem; }
 
     struct TCommit
     {
@@ -89,13 +100,15 @@ public:
     void SetFailed() { m_bFailed = true; }
 
 private:
-    bool Send(const std::string& str);
+    bool Send(const std::string& str) { return Send(str.data(), str.size()); }
+    bool Send(const char* p, size_t n);
     std::string FileLine(const std::string& strPath, const TEntry& tEntry) const;
 
     CByteSink& m_cSink;
     std::map<std::string, unsigned> m_mapBlobs;
     unsigned m_nNextMark = 1;
     bool m_bFailed = false;
+    std::string m_strContentProblem;
 };
 
 } // namespace IMP

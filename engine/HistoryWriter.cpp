@@ -205,7 +205,13 @@ TBlobSink CHistoryWriter::BlobSink()
     if (!m_pGit)
         return TBlobSink();
     CFastImportWriter* pWriter = &m_pGit->Writer();
-    return [pWriter](const std::string& strBlob, const std::string& strContent) { pWriter->Blob(strBlob, strContent); };
+    const std::string strWhere = "stream " + m_pStream->strName + ", change " + std::to_string(m_nNumber);
+    return [pWriter, strWhere](const std::string& strBlob, const CBlobContent& cContent) {
+        // A file that changed while it was sent: the blob git got is not
+        // the one the tree names.
+        if (pWriter->Blob(strBlob, cContent) == 0)
+            throw EStop(eExitFailure, strWhere + ": " + pWriter->ContentProblem());
+    };
 }
 
 void CHistoryWriter::OnChangeSynced(const TChangeInfo& tChange)

@@ -169,7 +169,7 @@ void CLfsImport::CommitTree(const std::string& strFolder, const TTree& tTree, co
     {
         tCommit[s_pszAttributes] = tAttributes;
         if (fnSink && tAttributes.nMode != 0120000)
-            fnSink(tAttributes.strBlob, m_strAttributesText);
+            fnSink(tAttributes.strBlob, CBlobContent(m_strAttributesText));
     }
     if (bWhole || tAttributes != m_tLastAttributes)
     {

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <memory>
 #include <vector>
 
 #include "Digest.h"
@@ -59,10 +60,35 @@ bool ReadFiltered(int fdBase, const char* pszPath, uint64_t nSize, const std::st
     return bRead;
 }
 
+// A regular file too large to hold (pszPath below fdBase; strPath names
+// it in the tree): its blob name hashed in pieces, and the file left open
+// as the content, when that is asked for, to be read again when needed.
+bool ReadLargeFile(int fdBase, const char* pszPath, const std::string& strPath, TEntry& tEntry, CBlobContent* pContent)
+{
+    const int fd = openat(fdBase, pszPath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (fd < 0)
+        return false;
+    // The size of what is open now: the blob is named for it, and what is
+    // sent later must be as long.
+    struct stat st;
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size < 0 ||
+        !HashFileBlob(fd, uint64_t(st.st_size), tEntry.strBlob))
+    {
+        close(fd);
+        return false;
+    }
+    if (pContent)
+        *pContent = CBlobContent(fd, uint64_t(st.st_size), tEntry.strBlob, strPath.empty() ? pszPath : strPath);
+    else
+        close(fd);
+    return true;
+}
+
 // ReadEntry for a path whose lstat the caller has (below fdBase, or
-// absolute). The filter, when there is one, is asked about the file by
+// absolute), its content (when asked for) held, or for a large regular file
+// the file open. The filter, when there is one, is asked about the file by
 // strPath, its path in the tree.
-bool ReadEntryAs(int fdBase, const char* pszPath, const struct stat& st, TEntry& tEntry, std::string* pstrContent,
+bool ReadEntryAs(int fdBase, const char* pszPath, const struct stat& st, TEntry& tEntry, CBlobContent* pContent,
                  const std::string& strPath = std::string(), CContentFilter* pFilter = nullptr)
 {
     const size_t nSize = size_t(st.st_size > 0 ? st.st_size : 0);
@@ -78,20 +104,22 @@ bool ReadEntryAs(int fdBase, const char* pszPath, const struct stat& st, TEntry&
     }
     else if (S_ISREG(st.st_mode))
     {
+        tEntry.nMode = (st.st_mode & S_IXUSR) ? 0100755 : 0100644;
         // The filter gets the whole size, also where size_t is narrower.
         const uint64_t nFileSize = uint64_t(st.st_size > 0 ? st.st_size : 0);
         const bool bFiltered = pFilter && pFilter->Takes(strPath, nFileSize);
+        if (!bFiltered && nFileSize > g_nStreamedBlobBytes)
+            return ReadLargeFile(fdBase, pszPath, strPath, tEntry, pContent);
         if (bFiltered ? !ReadFiltered(fdBase, pszPath, nFileSize, strPath, *pFilter, strContent)
                       : !ReadFile(fdBase, pszPath, nSize, strContent))
             return false;
         tEntry.bLfs = bFiltered && pFilter->LastReadKeptElsewhere();
-        tEntry.nMode = (st.st_mode & S_IXUSR) ? 0100755 : 0100644;
     }
     else
         return false;
     tEntry.strBlob = GitBlobName(strContent);
-    if (pstrContent)
-        *pstrContent = std::move(strContent);
+    if (pContent)
+        *pContent = CBlobContent(std::move(strContent));
     return true;
 }
 
@@ -101,20 +129,21 @@ bool ReadEntryAs(int fdBase, const char* pszPath, const struct stat& st, TEntry&
 void ScanFolder(int fdFolder, const std::string& strRelative, TTree& tTree, const TBlobSink& fnSink, const TTree* pOld,
                 CContentFilter* pFilter)
 {
-    DIR* pDir = fdopendir(fdFolder);
+    // Closed also when the sink throws.
+    const std::unique_ptr<DIR, int (*)(DIR*)> pDir(fdopendir(fdFolder), closedir);
     if (!pDir)
     {
         close(fdFolder);
         return;
     }
     std::vector<std::string> astrNames;
-    while (dirent* p = readdir(pDir))
+    while (dirent* p = readdir(pDir.get()))
     {
         const std::string strName = p->d_name;
         if (strName != "." && strName != "..")
             astrNames.push_back(strName);
     }
-    const int fd = dirfd(pDir);
+    const int fd = dirfd(pDir.get());
     for (const std::string& strName : astrNames)
     {
         const std::string strPath = strRelative.empty() ? strName : strRelative + "/" + strName;
@@ -129,8 +158,8 @@ void ScanFolder(int fdFolder, const std::string& strRelative, TTree& tTree, cons
             continue;
         }
         TEntry tEntry;
-        std::string strContent;
-        if (!ReadEntryAs(fd, strName.c_str(), st, tEntry, &strContent, strPath, pFilter))
+        CBlobContent cContent;
+        if (!ReadEntryAs(fd, strName.c_str(), st, tEntry, fnSink ? &cContent : nullptr, strPath, pFilter))
             continue;
         if (fnSink)
         {
@@ -141,11 +170,10 @@ void ScanFolder(int fdFolder, const std::string& strRelative, TTree& tTree, cons
                 bKnown = it != pOld->end() && it->second == tEntry;
             }
             if (!bKnown)
-                fnSink(tEntry.strBlob, strContent);
+                fnSink(tEntry.strBlob, cContent);
         }
         tTree[strPath] = tEntry;
     }
-    closedir(pDir);
 }
 
 // ScanFolder for the folder at pszPath (below fdBase, or absolute).
@@ -232,8 +260,8 @@ void UpdateFile(const CRoot& cRoot, const std::string& strPath, const struct sta
                 const TBlobSink& fnSink, CContentFilter* pFilter)
 {
     TEntry tEntry;
-    std::string strContent;
-    if (!ReadEntryAs(cRoot.Fd(), strPath.c_str(), st, tEntry, &strContent, strPath, pFilter))
+    CBlobContent cContent;
+    if (!ReadEntryAs(cRoot.Fd(), strPath.c_str(), st, tEntry, fnSink ? &cContent : nullptr, strPath, pFilter))
     {
         RemoveBelow(tTree, strPath, tDelta, true);
         return;
@@ -243,7 +271,7 @@ void UpdateFile(const CRoot& cRoot, const std::string& strPath, const struct sta
     if (it != tTree.end() && it->second == tEntry)
         return;
     if (fnSink)
-        fnSink(tEntry.strBlob, strContent);
+        fnSink(tEntry.strBlob, cContent);
     Apply(tTree, strPath, tEntry, tDelta);
 }
 
@@ -254,7 +282,13 @@ CContentFilter::~CContentFilter() = default;
 bool ReadEntry(const std::string& strPath, TEntry& tEntry, std::string* pstrContent)
 {
     struct stat st;
-    return lstat(strPath.c_str(), &st) == 0 && ReadEntryAs(AT_FDCWD, strPath.c_str(), st, tEntry, pstrContent);
+    CBlobContent cContent;
+    if (lstat(strPath.c_str(), &st) != 0 ||
+        !ReadEntryAs(AT_FDCWD, strPath.c_str(), st, tEntry, pstrContent ? &cContent : nullptr))
+        return false;
+    if (pstrContent)
+        *pstrContent = cContent.Whole();
+    return true;
 }
 
 void ScanTree(const std::string& strRoot, TTree& tTree, const TBlobSink& fnSink, const TTree* pOld,

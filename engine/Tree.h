@@ -8,6 +8,8 @@
 #include <set>
 #include <string>
 
+#include "BlobContent.h"
+
 namespace ORVANE {
 namespace IMP {
 
@@ -24,8 +26,10 @@ struct TEntry
 typedef std::map<std::string, TEntry> TTree;
 
 // Called with the blob name and the content of each file found new or
-// changed, so that its content can be stored before it is referred to.
-typedef std::function<void(const std::string& strBlob, const std::string& strContent)> TBlobSink;
+// changed, so that its content can be stored before it is referred to. The
+// content of a large regular file is the file itself, open while the call
+// lasts.
+typedef std::function<void(const std::string& strBlob, const CBlobContent& cContent)> TBlobSink;
 
 // Reads the regular files whose content is kept elsewhere (large files in
 // Git LFS): the tree holds the small text that stands for each.
@@ -45,7 +49,9 @@ public:
     virtual bool LastReadKeptElsewhere() const { return true; }
 };
 
-// Reads one file or symbolic link. False when the path is neither.
+// Reads one file or symbolic link. False when the path is neither. A large
+// regular file (over g_nStreamedBlobBytes) is hashed in pieces; it is read
+// whole only when its content is asked for.
 bool ReadEntry(const std::string& strPath, TEntry& tEntry, std::string* pstrContent);
 
 // Every file and symbolic link below the folder. Each entry's content is

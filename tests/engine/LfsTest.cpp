@@ -417,8 +417,8 @@ TEST_F(CLfsStoreTest, ATreeHoldsThePointersOfTheFilesInLfs)
     TTree tTree;
     ScanTree(
         strRoot, tTree,
-        [&mapSent](const std::string& strBlob, const std::string& strText) { mapSent[strBlob] = strText; }, nullptr,
-        &cStore);
+        [&mapSent](const std::string& strBlob, const CBlobContent& cText) { mapSent[strBlob] = cText.Whole(); },
+        nullptr, &cStore);
     const std::string strPointer = LfsPointer(s_pszHelloOid, 6);
     ASSERT_EQ(3u, tTree.size());
     EXPECT_TRUE(tTree["d/hello"] == File(strPointer));
@@ -438,8 +438,8 @@ TEST_F(CLfsStoreTest, ACommitTreeCarriesTheRootGitattributes)
     const std::string strRoot = m_cScratch.File("tree");
     ASSERT_EQ(0, ::mkdir(strRoot.c_str(), 0755));
     std::map<std::string, std::string> mapSent;
-    const TBlobSink fnSink = [&mapSent](const std::string& strBlob, const std::string& strText) {
-        mapSent[strBlob] = strText;
+    const TBlobSink fnSink = [&mapSent](const std::string& strBlob, const CBlobContent& cText) {
+        mapSent[strBlob] = cText.Whole();
     };
     const std::string strLine = "/big.bin filter=lfs diff=lfs merge=lfs -text\n";
     // The first commit: the whole tree, the file in LFS named.

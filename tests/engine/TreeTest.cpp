@@ -35,7 +35,7 @@ protected:
         EXPECT_TRUE(m_cWatch.Collect(setDirty));
         TTreeDelta tDelta;
         UpdateTree(m_strRoot, setDirty, m_tTree, tDelta,
-                   [this](const std::string& strBlob, const std::string&) { m_setSent.insert(strBlob); });
+                   [this](const std::string& strBlob, const CBlobContent&) { m_setSent.insert(strBlob); });
         TTree tScan;
         ScanTree(m_strRoot, tScan);
         EXPECT_TRUE(tScan == m_tTree);
@@ -162,8 +162,8 @@ TEST_F(CTreeTest, ScanSendsOnlyWhatIsNewToTheSink)
     TTree tNew;
     ScanTree(
         m_strRoot, tNew,
-        [&](const std::string& strBlob, const std::string& strContent) {
-            astrSent.push_back(strBlob + " " + strContent);
+        [&](const std::string& strBlob, const CBlobContent& cContent) {
+            astrSent.push_back(strBlob + " " + cContent.Whole());
         },
         &tOld);
     EXPECT_EQ((std::vector<std::string>{GitBlobName("22") + " 22"}), astrSent);

@@ -24,7 +24,9 @@ TEST(TreeTracker, BeginReadsWhatIsThereAndSendsNothing)
     EXPECT_EQ(GitBlobName("from before\n"), cTracker.Tree().at("kept.txt").strBlob);
 
     std::vector<std::string> astrSent;
-    const TBlobSink fnSink = [&](const std::string&, const std::string& strContent) { astrSent.push_back(strContent); };
+    const TBlobSink fnSink = [&](const std::string&, const CBlobContent& cContent) {
+        astrSent.push_back(cContent.Whole());
+    };
     TTreeDelta tDelta;
     cTracker.Collect(tDelta, fnSink);
     EXPECT_TRUE(tDelta.Empty());
@@ -53,7 +55,7 @@ TEST(TreeTracker, RecheckCatchesWhatTheWatchDidNotSee)
     tDelta.setChanged = {"other"};
     std::vector<std::string> astrSent;
     cTracker.Recheck({"a.txt", "none.txt"}, tDelta,
-                     [&](const std::string&, const std::string& strContent) { astrSent.push_back(strContent); });
+                     [&](const std::string&, const CBlobContent& cContent) { astrSent.push_back(cContent.Whole()); });
     EXPECT_EQ((std::set<std::string>{"a.txt", "other"}), tDelta.setChanged);
     EXPECT_TRUE(tDelta.setRemoved.empty());
     EXPECT_EQ((std::vector<std::string>{"a\n"}), astrSent);
@@ -87,7 +89,9 @@ TEST(TreeTracker, RecheckReadsAgainOnlyWhatTheCollectionDidNotRead)
     ASSERT_EQ(0, link((strFolder + "/sub/deep.txt").c_str(), (strLinks + "/deep.txt").c_str()));
 
     std::vector<std::string> astrSent;
-    const TBlobSink fnSink = [&](const std::string&, const std::string& strContent) { astrSent.push_back(strContent); };
+    const TBlobSink fnSink = [&](const std::string&, const CBlobContent& cContent) {
+        astrSent.push_back(cContent.Whole());
+    };
     TTreeDelta tDelta;
     cTracker.Collect(tDelta, fnSink);
     EXPECT_EQ((std::set<std::string>{"new.txt", "sub/deep.txt"}), tDelta.setChanged);
