@@ -209,10 +209,10 @@ bool CP4Gateway::Decode(const TP4Command& tCommand, const std::string& strOutput
 bool CP4Gateway::DecodeInPieces(const VCM::CProcessCapture& cCapture, const TP4Command& tCommand, TP4Result& tResult)
 {
     // The module's listings and descriptions are looked at whole again; an
-    // answer of a few pieces costs little as it is.
-    const size_t nPiece = size_t(1) << 20;
+    // answer of one piece costs little as it is.
+    const size_t nPiece = size_t(256) << 10;
     const uint64_t nSize = cCapture.OutputSize();
-    if (IsModuleListing(tCommand) || IsModuleDescribe(tCommand) || nSize <= 4 * nPiece)
+    if (IsModuleListing(tCommand) || IsModuleDescribe(tCommand) || nSize <= nPiece)
         return false;
     CMarshalDecoder cDecoder;
     m_nStatRecords = 0;
