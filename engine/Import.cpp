@@ -281,6 +281,7 @@ void CImport::PlanMerges()
     if (!m_pSource->ReadIntegrations(m_atStreams))
         return;
     m_cPlan.Build(m_atStreams, *m_pSource);
+    m_pSource->ForgetIntegrations();
     m_bPlanned = true;
     m_cHistory.SetMergePlan(&m_cPlan);
 }

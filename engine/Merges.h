@@ -50,8 +50,26 @@ public:
     size_t Merges() const { return m_nMerges; }
 
 private:
+    // What the commits of one stream hold: its changes oldest first and for
+    // each a row of the newest change held of every stream, in the order of
+    // the streams (0: none).
+    struct TStreamHeld
+    {
+        unsigned int nID = 0;
+        std::vector<unsigned int> anChanges;
+        std::vector<unsigned int> anHeld;
+    };
+    // The row of the stream's commit for the change (null: none).
+    const unsigned int* Row(unsigned int nStreamID, unsigned int nChange) const;
+    unsigned int* Row(unsigned int nStreamID, unsigned int nChange)
+    {
+        return const_cast<unsigned int*>(static_cast<const CMergePlan*>(this)->Row(nStreamID, nChange));
+    }
+    THeld HeldOf(const unsigned int* pnRow) const;
+
     std::map<std::pair<unsigned int, unsigned int>, TMergeStep> m_mapSteps;
-    std::map<std::pair<unsigned int, unsigned int>, THeld> m_mapHeld;
+    std::vector<TStreamHeld> m_atHeld;
+    std::map<unsigned int, size_t> m_mapSlots; // stream id -> its place in m_atHeld and in a row
     size_t m_nMerges = 0;
 };
 

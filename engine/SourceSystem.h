@@ -158,6 +158,8 @@ public:
         (void)nStreamID, (void)nChange, (void)mapHeld;
         return std::vector<TIntegration>();
     }
+    // The merges are planned: what ReadIntegrations read may go.
+    virtual void ForgetIntegrations() {}
     // The filter through which the files of the stream are read: the
     // source's own in front of pNext (none: pNext itself). It stays the
     // source's.

@@ -597,13 +597,14 @@ namespace {
 IProcessObserver* s_pObserver = nullptr;
 IProcessGateway* s_pGateway = nullptr;
 
-std::string Peek(const CCaptureBuffer& cBuffer, size_t nMax)
+std::string Peek(const CCaptureBuffer& cBuffer, size_t nMax, uint64_t nOffset = 0)
 {
-    std::string str(static_cast<size_t>(std::min<uint64_t>(nMax, cBuffer.GetSize())), '\0');
+    const uint64_t nLeft = cBuffer.GetSize() > nOffset ? cBuffer.GetSize() - nOffset : 0;
+    std::string str(static_cast<size_t>(std::min<uint64_t>(nMax, nLeft)), '\0');
     size_t nDone = 0;
     while (nDone < str.size())
     {
-        const size_t n = cBuffer.ReadAt(nDone, &str[nDone], str.size() - nDone);
+        const size_t n = cBuffer.ReadAt(nOffset + nDone, &str[nDone], str.size() - nDone);
         if (n == 0)
             break;
         nDone += n;
@@ -775,6 +776,16 @@ int CProcessCapture::Execute(const std::vector<std::string>& astrArgs, const TSp
 std::string CProcessCapture::PeekOutput(size_t nMax) const
 {
     return Peek(m_pImpl->m_cOut, nMax);
+}
+
+std::string CProcessCapture::PeekOutput(uint64_t nOffset, size_t nMax) const
+{
+    return Peek(m_pImpl->m_cOut, nMax, nOffset);
+}
+
+uint64_t CProcessCapture::OutputSize() const
+{
+    return m_pImpl->m_cOut.GetSize();
 }
 
 std::string CProcessCapture::PeekError(size_t nMax) const

@@ -1,6 +1,7 @@
 // One child process with its three standard streams.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -90,6 +91,10 @@ public:
     // output / error, without consuming anything of the streams.
     std::string PeekOutput(size_t nMax) const;
     std::string PeekError(size_t nMax) const;
+    // Up to nMax bytes of standard output from byte nOffset on, and how
+    // many bytes it holds: for output too large to look at in one piece.
+    std::string PeekOutput(uint64_t nOffset, size_t nMax) const;
+    uint64_t OutputSize() const;
 
     // The observer of every child of this process (none: nullptr). The
     // caller keeps it alive while it is set.

@@ -180,6 +180,19 @@ bool CP4Gateway::Wait(unsigned nTry) const
     return !(m_fnStop && m_fnStop());
 }
 
+bool CP4Gateway::TakeRecord(const TP4Record& tRecord, TP4Result& tResult, bool bKeep)
+{
+    if (IsFailureRecord(tRecord))
+        tResult.atRecords.push_back(tRecord);
+    else if (RecordValue(tRecord, "code") == "stat")
+    {
+        ++m_nStatRecords;
+        if (bKeep)
+            m_atDescribed.push_back(tRecord);
+    }
+    return true;
+}
+
 bool CP4Gateway::Decode(const TP4Command& tCommand, const std::string& strOutput, TP4Result& tResult)
 {
     CMarshalDecoder cDecoder;
@@ -187,19 +200,39 @@ bool CP4Gateway::Decode(const TP4Command& tCommand, const std::string& strOutput
     m_atDescribed.clear();
     // A description is looked at once more: its records are kept.
     const bool bKeep = IsModuleDescribe(tCommand);
-    cDecoder.Feed(strOutput.data(), strOutput.size(), [this, &tResult, bKeep](const TP4Record& t) {
-        if (IsFailureRecord(t))
-            tResult.atRecords.push_back(t);
-        else if (RecordValue(t, "code") == "stat")
-        {
-            ++m_nStatRecords;
-            if (bKeep)
-                m_atDescribed.push_back(t);
-        }
-        return true;
-    });
+    cDecoder.Feed(strOutput.data(), strOutput.size(),
+                  [this, &tResult, bKeep](const TP4Record& t) { return TakeRecord(t, tResult, bKeep); });
     tResult.bDecoded = cDecoder.AtRecordEnd();
     return tResult.bDecoded;
+}
+
+bool CP4Gateway::DecodeInPieces(const VCM::CProcessCapture& cCapture, const TP4Command& tCommand, TP4Result& tResult)
+{
+    // The module's listings and descriptions are looked at whole again; an
+    // answer of one piece costs little as it is.
+    const size_t nPiece = size_t(256) << 10;
+    const uint64_t nSize = cCapture.OutputSize();
+    if (IsModuleListing(tCommand) || IsModuleDescribe(tCommand) || nSize <= nPiece)
+        return false;
+    CMarshalDecoder cDecoder;
+    m_nStatRecords = 0;
+    m_atDescribed.clear();
+    const auto fnRecord = [this, &tResult](const TP4Record& t) { return TakeRecord(t, tResult, false); };
+    for (uint64_t nOffset = 0; nOffset < nSize; nOffset += nPiece)
+    {
+        const std::string strPiece = cCapture.PeekOutput(nOffset, nPiece);
+        // Metadata to decode is rewritten in the whole output.
+        if (!m_bUnicodeServer && std::any_of(strPiece.begin(), strPiece.end(),
+                                             [](char c) { return (static_cast<unsigned char>(c) & 0x80) != 0; }))
+        {
+            tResult.atRecords.clear();
+            return false;
+        }
+        if (!cDecoder.Feed(strPiece.data(), strPiece.size(), fnRecord) || strPiece.size() < nPiece)
+            break;
+    }
+    tResult.bDecoded = cDecoder.AtRecordEnd();
+    return true;
 }
 
 int CP4Gateway::RunWithRetries(VCM::IChildRun& rRun, const TP4Command& tCommand, std::string& strOutput,
@@ -212,7 +245,7 @@ int CP4Gateway::RunWithRetries(VCM::IChildRun& rRun, const TP4Command& tCommand,
         tResult.nStatus = nStatus;
         tResult.strError = rRun.Capture().PeekError(std::numeric_limits<size_t>::max());
         strOutput.clear();
-        if (tCommand.bMarshalled)
+        if (tCommand.bMarshalled && !DecodeInPieces(rRun.Capture(), tCommand, tResult))
         {
             strOutput = rRun.Capture().PeekOutput(std::numeric_limits<size_t>::max());
             Decode(tCommand, strOutput, tResult);
@@ -221,7 +254,7 @@ int CP4Gateway::RunWithRetries(VCM::IChildRun& rRun, const TP4Command& tCommand,
         // Marshalled output that breaks off came over a connection that
         // broke: as worth another try as a dropped one. Output that is no
         // marshalled stream at all will not become one.
-        const bool bCutShort = !tResult.bDecoded && !strOutput.empty() && strOutput[0] == '{';
+        const bool bCutShort = !tResult.bDecoded && rRun.Capture().PeekOutput(1) == "{";
         const bool bTransient = !strProblem.empty() && (IsTransientProblem(tResult.AllMessages()) || bCutShort);
         if (!bTransient)
             m_bServerAnswered = true;

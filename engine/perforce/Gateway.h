@@ -175,6 +175,14 @@ private:
     // Decodes a marshalled answer: its failure records and the problem they
     // tell ("" when none), the descriptions kept; whether it came whole.
     bool Decode(const TP4Command& tCommand, const std::string& strOutput, TP4Result& tResult);
+    // One record of an answer: a failure kept, a description kept when
+    // bKeep, the others counted.
+    bool TakeRecord(const TP4Record& tRecord, TP4Result& tResult, bool bKeep);
+    // The same for a large answer, read from the capture a piece at a time
+    // (strOutput of RunWithRetries stays empty): false, having decoded
+    // nothing, when the answer is small, is one whose bytes are looked at
+    // again, or holds metadata to decode.
+    bool DecodeInPieces(const VCM::CProcessCapture& cCapture, const TP4Command& tCommand, TP4Result& tResult);
     // The module's sync of a folder to a change, done here when it can be.
     bool SyncHere(VCM::IChildRun& rRun, const TP4Command& tCommand);
     // Tells the user of a fetch that failed, once for each problem.

@@ -4,13 +4,14 @@
 // another stream completely up to one of its changes, or took part of it.
 #pragma once
 
-#include <deque>
+#include <cstdint>
 #include <map>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "SourceSystem.h"
+#include "StringTable.h"
 
 namespace ORVANE {
 namespace IMP {
@@ -77,49 +78,81 @@ public:
     std::vector<TIntegration> Integrations(unsigned int nStream, unsigned int nChange,
                                            const std::map<unsigned int, unsigned int>& mapHeld) const;
 
+    // Lets go of everything it holds.
+    void Clear();
+
 private:
+    // A target's record, its files by number.
+    struct TRecord
+    {
+        uint32_t nToFile, nToRev, nFromFile, nFromStart, nFromEnd, nChange;
+        // Whether it leaves the target as the source was (a branch, copy,
+        // move or deletion), and whether it is a move.
+        bool bCopy, bMove;
+    };
     struct TRev
     {
-        unsigned int nRev, nChange;
-        bool bDeleted;
+        uint32_t nRev, nChange;
         // The record that made it a branch, copy, move or deletion of
-        // another file (null: none).
-        const TP4Integration* pCopy;
+        // another file, plus one (0: none).
+        uint32_t nCopy : 31;
+        uint32_t bDeleted : 1;
     };
     struct TFile
     {
         unsigned int nStream = 0;
         std::vector<TRev> atRevs; // by revision
     };
+    // A number and what it leads to.
+    struct TKeyed
+    {
+        uint32_t nKey, nValue;
+    };
+    struct TChangeRev
+    {
+        uint32_t nKey, nFile, nRev; // change, file, revision
+    };
+    // Lists kept in the order they came until asked: then sorted (stably)
+    // by their key.
+    struct TStreamLists
+    {
+        std::vector<TChangeRev> atByChange;
+        std::vector<TKeyed> atInto;     // change, record
+        std::vector<TKeyed> atCoverage; // source file, record
+        bool bSorted = true;
+    };
+    typedef std::vector<TKeyed>::const_iterator TKeyedIt;
+    typedef std::vector<TChangeRev>::const_iterator TChangeRevIt;
+
+    // Sorts what came since the last question.
+    void Sort() const;
+    const TStreamLists* Lists(unsigned int nStream) const;
+    const TFile* File(uint32_t nFile) const { return nFile < m_atFiles.size() ? &m_atFiles[nFile] : nullptr; }
     // Whether the revision is a branch or copy of a file of another stream
     // than A whose change the target held already.
-    bool IsHeldCopy(const std::string& strFile, unsigned int nRev, unsigned int nStreamA, unsigned int nStreamB,
+    bool IsHeldCopy(uint32_t nFile, unsigned int nRev, unsigned int nStreamA, unsigned int nStreamB,
                     unsigned int nChange, const std::map<unsigned int, unsigned int>& mapHeld) const;
     // Whether a record into stream B at or before the change covers the
     // revision.
-    bool IsCovered(unsigned int nStreamB, const std::string& strFile, unsigned int nRev, unsigned int nChange) const;
-    // The file's revision at the change (0: none yet), and whether it is
-    // deleted there.
-    const TRev* RevisionAt(const std::string& strFile, unsigned int nChange) const;
+    bool IsCovered(unsigned int nStreamB, uint32_t nFile, unsigned int nRev, unsigned int nChange) const;
+    // The file's revision at the change (null: none yet).
+    const TRev* RevisionAt(uint32_t nFile, unsigned int nChange) const;
     // The change of a revision (0: unknown).
-    unsigned int ChangeOf(const std::string& strFile, unsigned int nRev) const;
-    // The records into the stream at the change (null: none).
-    const std::vector<const TP4Integration*>* RecordsInto(unsigned int nStream, unsigned int nChange) const;
+    unsigned int ChangeOf(uint32_t nFile, unsigned int nRev) const;
+    // The records into the stream at the change.
+    std::pair<TKeyedIt, TKeyedIt> RecordsInto(unsigned int nStream, unsigned int nChange) const;
     // Whether the revision is the deletion of a move whose addition at the
     // same change is covered.
-    bool IsCoveredMove(unsigned int nStreamA, unsigned int nStreamB, const std::string& strFile, unsigned int nChange,
+    bool IsCoveredMove(unsigned int nStreamA, unsigned int nStreamB, uint32_t nFile, unsigned int nChange,
                        unsigned int nUpTo) const;
+    uint32_t FileNumber(const std::string& strFile);
 
     std::vector<std::pair<std::string, unsigned int>> m_atStreams; // "//depot/main/" and id, longest first
-    // Each file once: the others name it by the key's address.
-    std::map<std::string, TFile> m_mapFiles;
-    // Each stream's revisions by change: file and revision.
-    std::map<unsigned int, std::map<unsigned int, std::vector<std::pair<const std::string*, unsigned int>>>>
-        m_mapByChange;
-    // Every record once; each stream's by change, and by source file.
-    std::deque<TP4Integration> m_atRecords;
-    std::map<unsigned int, std::map<unsigned int, std::vector<const TP4Integration*>>> m_mapInto;
-    std::map<std::pair<unsigned int, std::string>, std::vector<const TP4Integration*>> m_mapCoverage;
+    // Each depot file's name once; the file by its number.
+    CStringTable m_cNames;
+    std::vector<TFile> m_atFiles;
+    std::vector<TRecord> m_atRecords;
+    mutable std::map<unsigned int, TStreamLists> m_mapLists;
 };
 
 } // namespace IMP

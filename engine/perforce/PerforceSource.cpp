@@ -473,6 +473,11 @@ std::vector<TIntegration> CPerforceSource::Integrations(unsigned int nStreamID, 
     return m_cIntegrations.Integrations(nStreamID, nChange, mapHeld);
 }
 
+void CPerforceSource::ForgetIntegrations()
+{
+    m_cIntegrations.Clear();
+}
+
 std::string CPerforceSource::ImportLabels(const TStreams& atStreams, const std::string& strGitDir,
                                           const CAuthors& cAuthors, std::FILE* pOut)
 {

@@ -49,6 +49,7 @@ public:
     std::vector<unsigned int> StreamChanges(unsigned int nStreamID) const override;
     std::vector<TIntegration> Integrations(unsigned int nStreamID, unsigned int nChange,
                                            const std::map<unsigned int, unsigned int>& mapHeld) const override;
+    void ForgetIntegrations() override;
     CContentFilter* WrapFilter(CContentFilter* pNext) override;
     bool FoldsCase() const override { return m_bCaseInsensitive && m_bServerSaysCase; }
     std::vector<std::string> GonePaths(const TStream& tStream, unsigned int nNumber) const override;

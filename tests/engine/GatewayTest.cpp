@@ -436,3 +436,25 @@ TEST_F(CGatewayTest, LinksOfTheDescriptionsAreKnownAndASyncCanBeRefusedBeforeItR
     EXPECT_EQ("ran\n", t.strOut);
     EXPECT_EQ((std::vector<std::pair<std::string, unsigned>>{{"/ws/main", 8}, {"/ws/main", 9}}), atAsked);
 }
+
+TEST_F(CGatewayTest, ALargeAnswerIsLookedAtInPiecesAndPassesWhole)
+{
+    // More than a few pieces of revisions, then a failure.
+    std::string strRevisions;
+    for (int i = 0; strRevisions.size() < (size_t(1) << 20); ++i)
+        strRevisions += MarshalRecord({{"code", "stat"},
+                                       {"depotFile", "//depot/main/src/file" + std::to_string(i) + ".c"},
+                                       {"rev", "1"},
+                                       {"change", std::to_string(i + 1)},
+                                       {"action", "add"}});
+    Answer("files", strRevisions + Failure("Too many rows scanned."));
+    const TRun t = Run({s_pszP4, "-G", "files", "-a", "//depot/main/..."});
+    EXPECT_EQ(0, t.nStatus);
+    EXPECT_EQ(strRevisions + Failure("Too many rows scanned."), t.strOut);
+    EXPECT_NE(std::string::npos, m_cGateway.LastFailure().find("failed: Too many rows scanned."));
+    EXPECT_EQ(0u, m_cGateway.Retried());
+    // Cut short on the way: tried again.
+    Answer("files", strRevisions.substr(0, strRevisions.size() - 1));
+    Run({s_pszP4, "-G", "files", "-a", "//depot/main/..."});
+    EXPECT_EQ(2u, m_cGateway.Retried());
+}
