@@ -61,6 +61,13 @@ unsigned long Number(const std::string& str)
     return n;
 }
 
+// "//depot/main/" of a listed "//depot/main/...".
+std::string ListedFolder(const std::string& strPath)
+{
+    const bool bWildcard = strPath.size() >= 3 && strPath.compare(strPath.size() - 3, 3, "...") == 0;
+    return bWildcard ? strPath.substr(0, strPath.size() - 3) : strPath;
+}
+
 // Reads a small file of the spool whole (a link's target).
 bool ReadSpooled(int nDir, const std::string& strName, std::string& strText)
 {
@@ -125,10 +132,7 @@ std::string LocalName(const std::string& strDepotName)
 
 void CFastSync::OnListing(const std::string& strPath, const std::vector<unsigned int>& anChanges)
 {
-    std::string strFolder = strPath;
-    if (strFolder.size() >= 3 && strFolder.compare(strFolder.size() - 3, 3, "...") == 0)
-        strFolder.resize(strFolder.size() - 3);
-    std::vector<unsigned int>& an = m_mapListings[strFolder];
+    std::vector<unsigned int>& an = m_mapListings[ListedFolder(strPath)];
     an = anChanges;
     std::sort(an.begin(), an.end());
     an.erase(std::unique(an.begin(), an.end()), an.end());
@@ -166,10 +170,7 @@ void CFastSync::OnDescribed(const std::string& strListing, unsigned int nChange,
     // stream only the first changes are kept for the start of its import
     // (the others are asked for again as it comes near them), so that
     // memory does not grow with the history.
-    std::string strFolder = strListing;
-    if (strFolder.size() >= 3 && strFolder.compare(strFolder.size() - 3, 3, "...") == 0)
-        strFolder.resize(strFolder.size() - 3);
-    auto it = m_mapListings.find(strFolder);
+    auto it = m_mapListings.find(ListedFolder(strListing));
     if (it == m_mapListings.end())
         return;
     const size_t nIndex = size_t(std::lower_bound(it->second.begin(), it->second.end(), nChange) - it->second.begin());

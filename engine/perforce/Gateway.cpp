@@ -1,7 +1,5 @@
 #include "perforce/Gateway.h"
 
-#include <time.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
@@ -13,6 +11,7 @@
 #include "Text.h"
 #include "WorkerChannel.h"
 #include "perforce/P4Query.h"
+#include "perforce/StreamedRun.h"
 
 namespace ORVANE {
 namespace IMP {
@@ -160,24 +159,7 @@ bool IsLimitProblem(const std::string& strMessages)
 
 bool CP4Gateway::Wait(unsigned nTry) const
 {
-    double fSeconds = m_tPolicy.fFirstWait * std::pow(2.0, static_cast<double>(nTry));
-    // In slices, so that a stop asked for meanwhile is seen at once.
-    while (fSeconds > 0)
-    {
-        if (m_fnStop && m_fnStop())
-            return false;
-        const double fSlice = fSeconds < 0.05 ? fSeconds : 0.05;
-        struct timespec tSlice;
-        tSlice.tv_sec = 0;
-        tSlice.tv_nsec = static_cast<long>(fSlice * 1e9);
-        while (::nanosleep(&tSlice, &tSlice) != 0 && errno == EINTR)
-        {
-            if (m_fnStop && m_fnStop())
-                return false;
-        }
-        fSeconds -= fSlice;
-    }
-    return !(m_fnStop && m_fnStop());
+    return WaitBeforeRetry(nTry, m_tPolicy.fFirstWait, m_fnStop);
 }
 
 bool CP4Gateway::TakeRecord(const TP4Record& tRecord, TP4Result& tResult, bool bKeep)

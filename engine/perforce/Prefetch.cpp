@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 
@@ -388,12 +387,7 @@ bool CPrefetcher::WaitBeforeTry(unsigned nTry)
         std::lock_guard<std::mutex> cLock(m_cMutex);
         ++m_tStats.nRetried;
     }
-    // In slices, so that a stop is seen at once.
-    const auto tEnd = std::chrono::steady_clock::now() +
-                      std::chrono::duration<double>(m_tPolicy.fFirstWait * std::pow(2.0, double(nTry)));
-    while (std::chrono::steady_clock::now() < tEnd && !Stopping())
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    return !Stopping();
+    return WaitBeforeRetry(nTry, m_tPolicy.fFirstWait, [this]() { return Stopping(); });
 }
 
 namespace {

@@ -5,8 +5,12 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <cmath>
 #include <cstring>
+#include <thread>
 
 #include "host/ChildProcess.h"
 
@@ -51,6 +55,21 @@ private:
 };
 
 } // namespace
+
+bool WaitBeforeRetry(unsigned nTry, double fFirstWait, const std::function<bool()>& fnStop)
+{
+    const auto tEnd =
+        std::chrono::steady_clock::now() + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                                               std::chrono::duration<double>(fFirstWait * std::pow(2.0, double(nTry))));
+    for (auto tNow = std::chrono::steady_clock::now(); tNow < tEnd; tNow = std::chrono::steady_clock::now())
+    {
+        if (fnStop && fnStop())
+            return false;
+        std::this_thread::sleep_for(
+            std::min<std::chrono::steady_clock::duration>(std::chrono::milliseconds(20), tEnd - tNow));
+    }
+    return !(fnStop && fnStop());
+}
 
 std::vector<std::string> CurrentEnvironment()
 {

@@ -25,6 +25,11 @@ struct TStreamedRun
 TStreamedRun RunStreamed(const std::vector<std::string>& astrArgs, const std::vector<std::string>& astrEnvironment,
                          const std::function<bool(const char*, size_t)>& fnOutput, const std::function<bool()>& fnStop);
 
+// Waits before try nTry + 1 of a command (fFirstWait seconds, doubled for
+// each further try), in slices so that a stop asked for meanwhile is seen
+// at once; false when fnStop said stop.
+bool WaitBeforeRetry(unsigned nTry, double fFirstWait, const std::function<bool()>& fnStop);
+
 // This process's environment as "NAME=value" entries.
 std::vector<std::string> CurrentEnvironment();
 
