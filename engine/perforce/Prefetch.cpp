@@ -548,8 +548,10 @@ void CPrefetcher::RunDescribe(TTask& tTask)
         {
             it->second.eState = eSlotFailed;
             it->second.strProblem =
-                "'" + CommandText(astrArgs) +
-                "' failed: " + (strProblem.empty() ? "it did not describe change " + std::to_string(n) : strProblem);
+                strProblem == "stopped"
+                    ? strProblem
+                    : "'" + CommandText(astrArgs) + "' failed: " +
+                          (strProblem.empty() ? "it did not describe change " + std::to_string(n) : strProblem);
             ++m_tStats.nFailed;
         }
     }
@@ -753,8 +755,10 @@ void CPrefetcher::RunPrint(TTask& tTask)
         else
         {
             it->second.eState = eSlotFailed;
-            it->second.strProblem = "'" + CommandText(astrArgs) + "' failed: " +
-                                    (strProblem.empty() ? "it sent no content for " + strKey : strProblem);
+            it->second.strProblem = strProblem == "stopped"
+                                        ? strProblem
+                                        : "'" + CommandText(astrArgs) + "' failed: " +
+                                              (strProblem.empty() ? "it sent no content for " + strKey : strProblem);
             ++m_tStats.nFailed;
         }
     }
